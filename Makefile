@@ -1,0 +1,31 @@
+# Thin driver around CMake: two build trees, build/32 (the reference target) and build/64.
+JOBS ?= $(shell nproc)
+TREES := build/32 build/64
+
+.PHONY: all deps build demo test bench clean
+
+all: build
+
+deps:
+	@scripts/install-deps
+
+build/%/CMakeCache.txt:
+	cmake -S . -B build/$* -DNUS_BITS=$* >/dev/null
+
+build: deps build/32/CMakeCache.txt build/64/CMakeCache.txt
+	cmake --build build/32 -j $(JOBS)
+	cmake --build build/64 -j $(JOBS)
+
+demo: build
+	build/32/demo/nus-demo
+
+test: build
+	cd build/32 && ctest --output-on-failure -j $(JOBS)
+	cd build/64 && ctest --output-on-failure -j $(JOBS)
+
+bench: deps build/64/CMakeCache.txt
+	cmake --build build/64 -j $(JOBS) --target nus-bench
+	build/64/bench/nus-bench --benchmark_counters_tabular=true
+
+clean:
+	rm -rf build

@@ -1,0 +1,116 @@
+// Internal interface of the library frame: what every other folder of the library uses.
+#pragma once
+
+#include "nus.h"
+#include "frame/handle.h"
+
+#include <cstddef>
+#include <cstdio>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+#include <utility>
+
+// Exported definitions carry this (the declarations in nus.h already do; it documents intent).
+#define NU_EXPORT extern "C" __attribute__((visibility("default")))
+
+// The static handles handed out when creation fails; never freed.
+extern nu_locale_rec loc_nomem;
+extern nu_locale_rec loc_filer;
+
+namespace nus {
+
+// Stores an error code in the error slot of a handle or conversion descriptor.
+inline void set_error(void *handle, int code) { *_nu_ext_errno(handle) = code; }
+
+// Stores an error code when a handle was given (search functions accept a null handle).
+inline void set_error_if(void *handle, int code) {
+    if (handle != nullptr) set_error(handle, code);
+}
+
+// Allocates `count` objects of T through the library allocator; null on failure or count 0.
+template <typename T>
+T *alloc_array(size_t count) {
+    static_assert(std::is_trivially_default_constructible_v<T>);
+    if (count > SIZE_MAX / sizeof(T)) return nullptr;
+    return static_cast<T *>(_nu_alloc_ptr(count * sizeof(T)));
+}
+
+// Like alloc_array, zero-filled.
+template <typename T>
+T *alloc_zeroed(size_t count) {
+    T *p = alloc_array<T>(count);
+    if (p != nullptr) std::memset(static_cast<void *>(p), 0, count * sizeof(T));
+    return p;
+}
+
+// Owns memory from the library allocator; frees it through the frame.
+template <typename T>
+class Owned {
+public:
+    Owned() = default;
+    explicit Owned(T *p) : p_(p) {}
+    Owned(const Owned &) = delete;
+    Owned &operator=(const Owned &) = delete;
+    Owned(Owned &&o) noexcept : p_(o.release()) {}
+    ~Owned() { _nu_free_ptr(const_cast<std::remove_const_t<T> *>(p_)); }
+    T *get() const { return p_; }
+    T *release() { return std::exchange(p_, nullptr); }
+    explicit operator bool() const { return p_ != nullptr; }
+
+private:
+    T *p_ = nullptr;
+};
+
+// A buffer that lives on the stack up to N elements and comes from the library allocator
+// above that. Check ok() before use.
+template <typename T, size_t N>
+class Scratch {
+public:
+    explicit Scratch(size_t count) : size_(count) {
+        if (count > N) heap_ = alloc_array<T>(count);
+    }
+    Scratch(const Scratch &) = delete;
+    Scratch &operator=(const Scratch &) = delete;
+    ~Scratch() { _nu_free_ptr(heap_); }
+    bool ok() const { return size_ <= N || heap_ != nullptr; }
+    T *data() { return size_ <= N ? local_ : heap_; }
+    size_t size() const { return size_; }
+
+private:
+    size_t size_;
+    T *heap_ = nullptr;
+    T local_[N];
+};
+
+// A decimal field read the way _nu_get_int reads it, reporting whether any digit was seen,
+// so that readers of data files can tell garbage from a number.
+bool read_decimal(FILE *stream, long *value);
+
+// Character classes of the "C" locale, independent of the process locale.
+constexpr bool c_isspace(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+constexpr bool c_isdigit(int c) { return c >= '0' && c <= '9'; }
+constexpr int c_hexvalue(int c) {
+    return c >= '0' && c <= '9'   ? c - '0'
+           : c >= 'a' && c <= 'f' ? c - 'a' + 10
+           : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                  : -1;
+}
+
+// Installation root used when TESSARONDIR is not set.
+inline constexpr const char kDefaultRoot[] = "/usr/tessaron/";
+
+} // namespace nus
+
+namespace nus {
+// Diagnostics read NUSLOG and NUSDEBUG once; tests and long-lived callers may ask for a
+// fresh read.
+void reset_debug_state();
+// Formats a message into a stack buffer and passes it to nu_message.
+void messagef(const char *format, ...) __attribute__((format(printf, 1, 2)));
+} // namespace nus
+
+namespace nus {
+// 1 when a name holds the byte 0xFF, which stands for "/".
+bool has_path_cookie(const char *name);
+} // namespace nus

@@ -1,0 +1,335 @@
+/*
+ * nus.h: the public interface of nuslib, a globalization library.
+ *
+ * A caller creates a locale handle, loads a locale into it and then calls the library's
+ * functions with that handle. Every function that fails stores an error code (NU_E...) in
+ * the handle's error slot, read with *_nu_ext_errno(handle), and returns -1, 0 or null as
+ * documented beside it.
+ *
+ * Usable from C (C99 and later) and C++.
+ */
+#ifndef NUS_H
+#define NUS_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#if defined(__GNUC__)
+#define NU_API __attribute__((visibility("default")))
+#else
+#define NU_API
+#endif
+
+/* ---------------------------------------------------------------------------------------- */
+/* Types                                                                                     */
+/* ---------------------------------------------------------------------------------------- */
+
+/* A wide character: the big-endian concatenation of a multibyte character's bytes. */
+typedef uint32_t nu_wchar;
+
+/* The locale handle. Its first field is the error slot. */
+typedef struct nu_locale_rec *nu_locale_t;
+
+/* A character given by its bytes: length 1 to 4, then the bytes, first byte first.
+   Used as the key of the multi-level byte table and as a character descriptor. */
+typedef struct nu_chardesc {
+    int32_t length;
+    unsigned char bytes[4];
+} nu_chardesc;
+typedef nu_chardesc multi_key;
+
+/* The multi-level byte table (opaque). */
+typedef struct multi_t multi_t;
+
+/* Callbacks that write and read one descriptor of a multi-level table's text form.
+   The reader returns 0 on success and anything else on failure. */
+typedef void (*nu_desc_printer)(FILE *stream, const void *desc);
+typedef int (*nu_desc_reader)(FILE *stream, void *dest, unsigned int desc_size);
+
+/* A generic function pointer, as stored in the external-function table. */
+typedef void (*nu_extfunc)(void);
+
+/* ---------------------------------------------------------------------------------------- */
+/* Categories                                                                                */
+/* ---------------------------------------------------------------------------------------- */
+
+#define NU_ALL 1
+#define NU_CTYPE 2
+#define NU_COLLATE 3
+#define NU_NUMERIC 4
+#define NU_MONETARY 5
+#define NU_TIME 6
+#define NU_MESSAGES 7
+#define NU_CATEGORY_COUNT 6 /* per-category arrays are indexed by category - NU_CTYPE */
+
+/* ---------------------------------------------------------------------------------------- */
+/* Error codes                                                                               */
+/* ---------------------------------------------------------------------------------------- */
+
+#define NU_SUCCESS 0
+#define NU_EILSEQ 1       /* invalid byte sequence, or a character not valid in the code set */
+#define NU_EBADARG 2      /* a required pointer is null, or an argument is impossible */
+#define NU_ENOMEM 3       /* memory could not be obtained */
+#define NU_ENOWIDTH 4     /* no display width; a negative character index or count */
+#define NU_EPOSITION 5    /* position not after the start; range end before its start */
+#define NU_ERANGE 6       /* numeric conversion without digits or out of range */
+#define NU_EINVAL 7       /* incomplete character; malformed locale specification or name */
+#define NU_ENOFILE 8      /* data file not found or not opened; installation root too long */
+#define NU_EBADVAL 9      /* argument out of its domain */
+#define NU_EBADFILE 11    /* data file malformed or truncated */
+#define NU_ECODESET 12    /* the categories name different code sets; undefined direction */
+#define NU_EIO 13         /* read or write error on a stream */
+#define NU_E2BIG 14       /* output buffer too small */
+#define NU_EBADFMT 15     /* format ends inside a specification; registry file not opened */
+#define NU_EEOF 16        /* end of file before a complete character */
+#define NU_EREAD 17       /* stream read ended with neither end-of-file nor error set */
+#define NU_ENOCAT 18      /* copy source has no category loaded there */
+#define NU_ECOPY 19       /* copy target category is already loaded */
+#define NU_EBADCONV 20    /* monetary conversion other than i or n; undefined pass direction */
+#define NU_ETOODEEP 21    /* a multi-level table deeper than supported (no public name) */
+#define NU_EFORMAT 22     /* format and input disagree; unknown conversion */
+#define NU_EFRACTION 23   /* fraction of a second out of range */
+#define NU_ESECOND 24     /* seconds out of range */
+#define NU_EMINUTE 25     /* minutes out of range */
+#define NU_EHOUR 26       /* hour out of range */
+#define NU_EMDAY 27       /* day of month out of range */
+#define NU_EWDAY 28       /* day of week out of range */
+#define NU_EYDAY 29       /* day of year out of range */
+#define NU_EMONTH 30      /* month out of range */
+#define NU_EYEAR 31       /* year out of range */
+#define NU_EPFRACTION 33  /* time parsing: fraction not found */
+#define NU_EPSECOND 34    /* time parsing: seconds not found */
+#define NU_EPMINUTE 35    /* time parsing: minutes not found */
+#define NU_EPHOUR 36      /* time parsing: hour not found */
+#define NU_EPMDAY 37      /* time parsing: day of month not found */
+#define NU_EPWDAY 38      /* time parsing: day of week not found or inconsistent */
+#define NU_EPMONTH 40     /* time parsing: month number not found */
+#define NU_EPYEAR 41      /* time parsing: year or century not found */
+#define NU_EPERA 42       /* time parsing: era name or year not found */
+#define NU_EMODIFIER 45   /* malformed format modifier */
+#define NU_ENOMATCH 46    /* input does not match the format's literal text */
+#define NU_EPMONNAME 48   /* time parsing: month name not found */
+#define NU_EVERSION 51    /* data file of another compiler version */
+#define NU_ENOSYM 53      /* no symbol defined for a character */
+#define NU_ELOAD 55       /* a category could not be loaded */
+#define NU_ELENGTHS 56    /* one length argument is -1 and the other is not */
+#define NU_ENOTLOADED 57  /* CTYPE is empty, so another category's strings cannot be widened */
+#define NU_ECATCODESET 58 /* a category file names a code set other than the CTYPE one */
+
+/* ---------------------------------------------------------------------------------------- */
+/* Versions                                                                                  */
+/* ---------------------------------------------------------------------------------------- */
+
+NU_API const char *nu_version(void);    /* "nuslib-4.00.UC2" */
+NU_API const char *nu_cm_version(void); /* character-map object files: "3" */
+NU_API const char *nu_lc_version(void); /* locale object files: "11" */
+NU_API const char *nu_cv_version(void); /* code-set conversion object files: "9" */
+
+/* ---------------------------------------------------------------------------------------- */
+/* External functions                                                                        */
+/* ---------------------------------------------------------------------------------------- */
+
+/* Slot numbers of the external-function table (fixed by the interface). */
+#define NU_EXT_GETENV 0
+#define NU_EXT_ERRNO 1
+#define NU_EXT_FCLOSE 2
+#define NU_EXT_FEOF 3
+#define NU_EXT_FERROR 4
+#define NU_EXT_FGETC 5
+#define NU_EXT_FGETS 6
+#define NU_EXT_FOPEN 7
+#define NU_EXT_FREE 8
+#define NU_EXT_FSEEK 9
+#define NU_EXT_FTELL 10
+#define NU_EXT_FWRITE 11
+#define NU_EXT_GETC 12
+#define NU_EXT_MALLOC 13
+#define NU_EXT_UNGETC 14
+#define NU_EXT_PUTENV 15
+#define NU_EXT_CURRDATE 16
+#define NU_EXT_CURRTIME 17
+#define NU_EXT_CALLOC 18
+#define NU_EXT_REALLOC 19
+#define NU_EXT_SLOTS 20
+
+/* 1 once any slot has been set. */
+NU_API extern int _nu_ext_func;
+
+/* Installs fn in a slot (0 <= slot < 20; else NU_EBADVAL and -1). A null fn restores the
+   default of that slot. */
+NU_API int nu_setextfunc(void *handle, int slot, nu_extfunc fn);
+NU_API nu_extfunc _nu_get_ext_funcptr(int slot);
+NU_API void _nu_set_ext_funcptr(int slot, nu_extfunc fn);
+
+/* The defaults. */
+NU_API char *nu_ext_getenv(const char *name);
+NU_API int *nu_ext_errno(void *handle);
+NU_API int nu_ext_fclose(FILE *stream);
+NU_API int nu_ext_feof(FILE *stream);
+NU_API int nu_ext_ferror(FILE *stream);
+NU_API int nu_ext_fgetc(FILE *stream);
+NU_API char *nu_ext_fgets(char *buffer, int size, FILE *stream);
+NU_API FILE *nu_ext_fopen(const char *path, const char *mode);
+NU_API void nu_ext_free(void *p);
+NU_API int nu_ext_fseek(FILE *stream, long offset, int whence);
+NU_API long nu_ext_ftell(FILE *stream);
+NU_API size_t nu_ext_fwrite(const void *p, size_t size, size_t count, FILE *stream);
+NU_API int nu_ext_getc(FILE *stream);
+NU_API void *nu_ext_malloc(size_t size);
+NU_API int nu_ext_ungetc(int c, FILE *stream);
+NU_API int nu_ext_putenv(char *assignment);
+/* date[0] month 1-12, date[1] day of month, date[2] four-digit year. */
+NU_API void nu_ext_currdate(unsigned short date[3]);
+/* record[0] 0, record[1..9] sec, min, hour, mday, mon 0-11, year-1900, wday, yday, isdst,
+   record[10..11] 0. */
+NU_API void nu_ext_currtime(int record[12]);
+NU_API void *nu_ext_calloc(size_t count, size_t size);
+NU_API void *nu_ext_realloc(void *p, size_t size);
+
+/* The dispatchers: the installed function of the slot, or the default. */
+NU_API char *_nu_ext_getenv(const char *name);
+NU_API int *_nu_ext_errno(void *handle);
+NU_API int _nu_ext_fclose(FILE *stream);
+NU_API int _nu_ext_feof(FILE *stream);
+NU_API int _nu_ext_ferror(FILE *stream);
+NU_API int _nu_ext_fgetc(FILE *stream);
+NU_API char *_nu_ext_fgets(char *buffer, int size, FILE *stream);
+NU_API FILE *_nu_ext_fopen(const char *path, const char *mode);
+NU_API void _nu_ext_free(void *p);
+NU_API int _nu_ext_fseek(FILE *stream, long offset, int whence);
+NU_API long _nu_ext_ftell(FILE *stream);
+NU_API size_t _nu_ext_fwrite(const void *p, size_t size, size_t count, FILE *stream);
+NU_API int _nu_ext_getc(FILE *stream);
+NU_API void *_nu_ext_malloc(size_t size);
+NU_API int _nu_ext_ungetc(int c, FILE *stream);
+NU_API int _nu_ext_putenv(char *assignment);
+NU_API void _nu_ext_currdate(unsigned short date[3]);
+NU_API void _nu_ext_currtime(int record[12]);
+NU_API void *_nu_ext_calloc(size_t count, size_t size);
+NU_API void *_nu_ext_realloc(void *p, size_t size);
+
+/* ---------------------------------------------------------------------------------------- */
+/* Memory and small helpers                                                                  */
+/* ---------------------------------------------------------------------------------------- */
+
+/* Size 0 gives null without allocating; sets no error code. */
+NU_API void *_nu_alloc_ptr(size_t size);
+NU_API void _nu_free_ptr(void *p);
+/* Releases a string the library returned to the caller. */
+NU_API void nu_destroystring(char *s);
+
+/* Number of base-`base` digits; any value below the base (and every negative value)
+   counts 1. The remainder of the last division goes to *remainder when it is not null. */
+NU_API int _nu_digits(long long value, int base, long long *remainder);
+NU_API int _nu_udigits(unsigned long long value, int base, unsigned long long *remainder);
+/* Integer power (1 for exp <= 0) and double power by repeated multiplication or division. */
+NU_API long long _nu_ipow(long long base, int exp);
+NU_API double _nu_fpow(double x, int exp);
+
+/* ---------------------------------------------------------------------------------------- */
+/* Handles                                                                                   */
+/* ---------------------------------------------------------------------------------------- */
+
+/* Creates a handle holding the built-in null locale. -1 when memory runs out (then *handle
+   is a static handle whose error code is NU_ENOMEM). */
+NU_API int nu_create_null_locale_4(nu_locale_t *handle);
+NU_API void nu_make_null_category(nu_locale_t handle, int category);
+/* Creates a handle and reads "default.lco" from `directory` (a prefix, no separator added)
+   or along the data-file search. -1 on failure; *handle then always points at a handle
+   whose error code tells why. */
+NU_API int nu_createlocale2_4(nu_locale_t *handle, const char *directory);
+NU_API int nu_createlocale_4(nu_locale_t *handle);
+/* Frees a handle and everything it owns; null and the static failure handles are ignored. */
+NU_API void nu_lc_unload(nu_locale_t handle);
+NU_API void nu_free_category(nu_locale_t handle, int category);
+
+/* ---------------------------------------------------------------------------------------- */
+/* Diagnostics and data-file search                                                          */
+/* ---------------------------------------------------------------------------------------- */
+
+/* NUSLOG=on appends messages to ./nus.log; NUSDEBUG=on prints them on standard output. */
+NU_API void nu_init_debug(void);
+NU_API void nu_message(const char *text);
+NU_API void _nu_exit_utilities(void);
+
+/* Finds a data file: along NU_PATH when set, else under $TESSARONDIR (or /usr/tessaron/) in
+   nus/<subdir><version>, then nus/<subdir>. `handle` may be null (no error code then). */
+NU_API FILE *nu_path_search1(void *handle, const char *name, char **directory,
+                             const char *subdir, const char *version, int plain);
+NU_API FILE *nu_path_search(void *handle, const char *name, const char *subdir,
+                            const char *version);
+NU_API FILE *nu_path_search_no_ext(void *handle, const char *name, const char *subdir,
+                                   const char *version);
+NU_API char *nu_path_search_rpath(char **directory, void *handle, const char *name,
+                                  const char *subdir, const char *version);
+NU_API char *nu_path_search_no_ext_rpath(char **directory, void *handle, const char *name,
+                                         const char *subdir, const char *version);
+/* Opens a name in which the byte 0xFF stands for "/". */
+NU_API FILE *nu_open_file(void *handle, const char *name);
+/* The external getenv, with an empty value treated as unset. */
+NU_API char *_nu_get_env_var(const char *name);
+
+/* ---------------------------------------------------------------------------------------- */
+/* Text-field readers and character descriptors                                              */
+/* ---------------------------------------------------------------------------------------- */
+
+/* Skips white space; returns the next character (pushed back) or EOF. */
+NU_API int _nu_skip_whitespace(FILE *stream);
+NU_API long _nu_get_int(FILE *stream);
+NU_API double _nu_get_dbl(FILE *stream);
+NU_API uint32_t _nu_get_hex(FILE *stream, int n);
+NU_API int _nu_get_hex_digit(FILE *stream);
+NU_API int _nu_get_hex_byte(FILE *stream);
+NU_API int _nu_get_str(char *buffer, int size, FILE *stream);
+
+NU_API int _nu_desc_eq(const nu_chardesc *a, const nu_chardesc *b);
+NU_API nu_wchar _nu_desc_to_nu_wchar(const nu_chardesc *d);
+NU_API void _nu_desc_offset(const nu_chardesc *src, long delta, nu_chardesc *dst);
+
+/* ---------------------------------------------------------------------------------------- */
+/* Multi-level byte table                                                                    */
+/* ---------------------------------------------------------------------------------------- */
+
+#define MULTI_MARK_END 1u
+#define MULTI_COMPRESSED 2u
+#define MULTI_MAX_DEPTH 4
+
+NU_API multi_t *_nu_create_multi(unsigned int desc_size, unsigned int flags,
+                                 const void *default_desc);
+NU_API int _nu_insert_desc_multi(const multi_key *key, const void *desc, multi_t *table);
+NU_API void *_nu_retrieve_desc_multi(const multi_key *key, const multi_t *table);
+NU_API void *_nu_retrieve_text_multi(const multi_t *table, const unsigned char *s, int *length,
+                                     void *handle);
+NU_API void *_nu_retrieve_text_multi_nl(const multi_t *table, const unsigned char *s,
+                                        void *handle);
+NU_API int _nu_retrieve_text_multi_nv(const multi_t *table, const unsigned char *s,
+                                      void *handle);
+NU_API void *_nu_retrieve_text_multi_limit(const unsigned char *s, const multi_t *table,
+                                           int count, int *length, void *handle);
+NU_API void *_nu_retrieve_text_multi_limit_nl(const multi_t *table, const unsigned char *s,
+                                              int count, void *handle);
+NU_API void *_nu_retrieve_little_endian_unicode_limit(const unsigned char *s,
+                                                      const multi_t *table, int count,
+                                                      void *conversion);
+NU_API void *_nu_retrieve_wchar_multi_nl(void *handle, nu_wchar wc, const multi_t *table);
+NU_API void _nu_fprintf_multi(FILE *stream, multi_t *table, nu_desc_printer printer);
+NU_API int _nu_fscanf_multi(FILE *stream, multi_t *table, int max_length,
+                            nu_desc_reader reader);
+NU_API int _nu_compress_multi(multi_t *table);
+NU_API void _nu_free_multi(multi_t *table);
+NU_API int _nu_multi_max_length(const multi_t *table);
+NU_API int _nu_multi_min_length(const multi_t *table);
+NU_API int _nu_multi_err(const multi_t *table);
+NU_API int _nu_multi_node_count(const multi_t *table, int *data_count, int *flag_count,
+                                int *offset_count);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* NUS_H */
