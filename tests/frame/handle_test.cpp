@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <malloc.h>
 #include <string>
 
 using nus_test::CountingAllocator;
@@ -14,6 +15,22 @@ using nus_test::ExtTableGuard;
 using nus_test::TempDir;
 
 namespace {
+
+// A bump allocator over a static arena: memory from it never touches the C heap, so a
+// change in the heap's use shows an allocation that bypassed the external-function table.
+alignas(16) unsigned char g_arena[1 << 20];
+size_t g_arena_used = 0;
+long g_arena_allocations = 0;
+long g_arena_frees = 0;
+void *arena_malloc(size_t size) {
+    size = (size + 15) & ~size_t{15};
+    if (g_arena_used + size > sizeof g_arena) return nullptr;
+    ++g_arena_allocations;
+    void *p = g_arena + g_arena_used;
+    g_arena_used += size;
+    return p;
+}
+void arena_free(void *) { ++g_arena_frees; }
 
 std::string g_opened;
 FILE *recording_fopen(const char *path, const char *mode) {
@@ -62,6 +79,22 @@ TEST(NullLocale, AllocatesOnlyThroughTheTable) {
     nu_lc_unload(h);
     EXPECT_EQ(counter.live, 0);
     EXPECT_EQ(counter.frees, counter.allocations);
+}
+
+TEST(NullLocale, NoAllocationBypassesTheTable) {
+    ExtTableGuard guard;
+    nu_setextfunc(nullptr, NU_EXT_MALLOC, reinterpret_cast<nu_extfunc>(&arena_malloc));
+    nu_setextfunc(nullptr, NU_EXT_FREE, reinterpret_cast<nu_extfunc>(&arena_free));
+    g_arena_allocations = g_arena_frees = 0;
+    const size_t heap_before = mallinfo2().uordblks;
+    nu_locale_t h = nullptr;
+    ASSERT_EQ(nu_create_null_locale_4(&h), 0);
+    nu_free_category(h, NU_COLLATE);
+    nu_make_null_category(h, NU_COLLATE);
+    nu_lc_unload(h);
+    EXPECT_EQ(mallinfo2().uordblks, heap_before);
+    EXPECT_GT(g_arena_allocations, 0);
+    EXPECT_EQ(g_arena_frees, g_arena_allocations);
 }
 
 // Refusing each allocation of creation in turn: the first refusal hands out the static
