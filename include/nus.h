@@ -328,6 +328,116 @@ NU_API int _nu_multi_err(const multi_t *table);
 NU_API int _nu_multi_node_count(const multi_t *table, int *data_count, int *flag_count,
                                 int *offset_count);
 
+/* ---------------------------------------------------------------------------------------- */
+/* Code-set registry                                                                         */
+/* ---------------------------------------------------------------------------------------- */
+
+/* Code-set numbers are unsigned 16-bit values (CCSIDs where one exists, a private range above
+   0xE000 otherwise). This one means "unknown code set". */
+#define NU_UNKNOWN_CODESET 0xE000u
+/* Size of a code-set name buffer: at most 21 characters and the terminating zero. */
+#define NU_CS_NAME_SIZE 22
+
+/* An entry of the built-in registry table; a null name ends the table. */
+typedef struct nu_registry_entry {
+    const char *name;   /* lower case */
+    uint32_t number;    /* 16-bit code-set number */
+} nu_registry_entry;
+
+/* An entry of the registry cache read from the registry file, in the order of the file.
+   The entries and their names come from the standard allocator (malloc). */
+typedef struct nu_registry_node {
+    char *name;         /* NU_CS_NAME_SIZE bytes */
+    uint32_t number;
+    struct nu_registry_node *next;
+} nu_registry_node;
+
+/* A calendar of the built-in calendar table; an all-null entry ends it. */
+typedef struct nu_calendar_entry {
+    const char *name;       /* the name followed by a newline, e.g. "gregorian\n" */
+    const nu_wchar *wname;  /* the same text as wide characters */
+    int32_t number;         /* 1 Gregorian, 2 Hebrew, 3 Islamic, 4 Arabic */
+} nu_calendar_entry;
+
+NU_API extern const nu_registry_entry nus_canned_registry[];
+NU_API extern const nu_calendar_entry nus_canned_calendars[];
+/* The caches in force: the list read from the file takes precedence over the table. Both
+   are process-wide and unlocked: set them up before concurrent use. */
+NU_API extern nu_registry_node *nus_registry_list_cache;
+NU_API extern const nu_registry_entry *nus_registry_array_cache;
+
+/* The number of a code-set name (any case; its first 21 characters count) or of a decimal
+   number below 0x10000. Looks in the cache in force, else reads the registry file (found by
+   the data-file search, or `registry` when that is not null or empty). NU_UNKNOWN_CODESET
+   with NU_EINVAL (unknown), NU_EBADFILE (malformed file) or NU_EBADFMT (file not opened;
+   not set when `handle` is null or its error code is already NU_ENOMEM). `handle` may be
+   null or any error slot. */
+NU_API unsigned int nu_cs_name2cs_num(void *handle, const char *name, const char *registry);
+/* Reads the registry file into the list cache and returns &nus_registry_list_cache. When the
+   file cannot be opened (NU_EBADFMT), is malformed (NU_EBADFILE) or memory runs out
+   (NU_ENOMEM), installs nus_canned_registry as the array cache and returns it. */
+NU_API const void *nu_cache_registry(void *handle, const char *registry);
+/* Frees the list cache and clears both caches; returns &nus_registry_array_cache. */
+NU_API const nu_registry_entry **nu_free_registry_cache(void);
+/* Reads the next code-set name of a registry stream, lower-cased, into `buffer` (size bytes;
+   NU_CS_NAME_SIZE in the library): 1, or 0 when no name is left or the name is too long. */
+NU_API int _nu_next_cs_name_from_registry(FILE *stream, char *buffer, int size);
+/* Reads the number after a name (16 bits, wrapping); NU_UNKNOWN_CODESET and NU_EBADFILE when
+   it is missing or ends the file. */
+NU_API unsigned int _nu_next_cs_number_from_registry(void *handle, FILE *stream);
+/* 1 NU_CTYPE, 2 NU_COLLATE, 3 NU_TIME, 4 NU_MONETARY, 5 NU_NUMERIC, 6 NU_MESSAGES when `text`
+   begins with that keyword (its length goes to *length), else 0. */
+NU_API int _nu_is_category(const char *text, int *length);
+/* 1 when `text` is non-empty and all decimal digits. */
+NU_API int _nu_all_decimal_digits(const char *text);
+
+/* ---------------------------------------------------------------------------------------- */
+/* Locale and conversion file names                                                          */
+/* ---------------------------------------------------------------------------------------- */
+
+/* Byte that stands for a directory separator in the file names built here. */
+#define NU_PATH_MARK 0xFF
+/* Output size of nu_lc_spec2lc_fname: six per-category items, each with the directory. */
+#define NU_LC_FNAME_SIZE(directory_length) (6 * (36 + (directory_length)) + 1)
+/* Output size of nu_lc_pieces2lc_spec and _nu_lc_short_spec2lc_short_norm. */
+#define NU_LC_SPEC_SIZE 17
+
+/* The locale object file name of a specification ("de_de.8859-1@euro" gives
+   "de_de/0333euro.lco"), or of a per-category specification ("NU_CTYPE = de_de.819 ; ..."
+   keeps its structure, each item's file name preceded by `directory` and NU_PATH_MARK).
+   The specification counts up to its first 285 characters. 0, or -1 with NU_EINVAL. */
+NU_API int nu_lc_spec2lc_fname(void *handle, const char *spec, char *out, const char *registry,
+                               const char *directory);
+/* Converts one "ll_tt.codeset[@mod]" piece at *spec into its file name at *out, stores the
+   code-set number and advances both pointers: 1, or 0 (no error code of its own). */
+NU_API int _nu_is_xopen_spec(void *handle, const char **spec, char **out, unsigned int *number,
+                             const char *registry);
+/* The message directory of a specification: "ll_tt/xxxx" (11 bytes with the zero). 0, or -1
+   with NU_EINVAL. The directory does not change the result. */
+NU_API int nu_lc_spec2msg_dname(void *handle, const char *spec, char *out, const char *registry,
+                                const char *directory);
+/* Splits "ll_tt/xxxx[mod].lco" into "ll_TT" (6 bytes), the decimal code-set number (6 bytes)
+   and the modifier (5 bytes). 0, or -1 (NU_EINVAL when a handle is given). */
+NU_API int nu_lc_fname2lc_pieces(void *handle, const char *fname, char *lang_terr, char *codeset,
+                                 char *modifier);
+/* Joins pieces into "ll_TT.number[@mod]" (NU_LC_SPEC_SIZE bytes). 0, or -1 (NU_EINVAL when a
+   handle is given). */
+NU_API int nu_lc_pieces2lc_spec(void *handle, const char *lang_terr, const char *codeset,
+                                const char *modifier, char *out);
+/* The normalised form of a plain specification: de_de.8859-1@euro gives de_DE.819@euro. */
+NU_API int _nu_lc_short_spec2lc_short_norm(void *handle, const char *spec, char *out,
+                                           const char *registry);
+/* The code-set number of a specification, of a per-category specification whose items all
+   name one code set (every item, the last included, followed by " ; "), or of a bare code-set
+   name or number. NU_UNKNOWN_CODESET on failure (NU_EINVAL when a handle is given, or the
+   registry lookup's own code). */
+NU_API unsigned int nu_lc_spec2cs_num(void *handle, const char *spec, const char *registry);
+/* The conversion object file name: `directory` and NU_PATH_MARK when a directory is given,
+   the two numbers as eight hexadecimal digits (first, then second), ".cvo". `out` needs the
+   directory's length plus 14 bytes. The handle is not used. */
+NU_API void nu_cs_nums2cv_fname(void *handle, unsigned int first, unsigned int second, char *out,
+                                const char *directory);
+
 #ifdef __cplusplus
 }
 #endif
