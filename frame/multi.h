@@ -37,3 +37,40 @@ struct multi_t {
     unsigned char **data_list;    // compressed: the distinct data arrays
     int32_t *child_counts;        // compressed and read from a file: ones per flag array
 };
+
+// ---- internal helpers shared by the table code and its text form ---------------------------
+
+#include <cstddef>
+#include <cstring>
+
+namespace nus::multi {
+
+inline constexpr int kSlots = 256;
+
+// A table counts as compressed once its arrays belong to the shared lists.
+inline bool is_compressed(const multi_t *t) {
+    return (t->flags & MULTI_COMPRESSED) != 0 && t->flag_list != nullptr;
+}
+
+// Bytes of one data array: 256 slots of 1 << shift bytes.
+inline size_t data_array_size(const multi_t *t) { return size_t{kSlots} << t->shift; }
+
+// Whether two descriptor slots are equal in their meaningful bytes.
+inline bool same_desc(const multi_t *t, const unsigned char *a, const unsigned char *b) {
+    return std::memcmp(a, b, t->desc_size) == 0;
+}
+
+// A node with no arrays and no index, or null when memory runs out.
+multi_arr_t *new_node();
+// Arrays made for a node: zeroed flags, offsets, and data slots holding the default. The
+// make_ forms count the array in the table; the alloc_ form does not.
+unsigned char *make_flag_array(multi_t *t);
+unsigned char *make_offset_array(multi_t *t);
+unsigned char *make_data_array(multi_t *t);
+unsigned char *alloc_data_array(const multi_t *t);
+// Frees an uncompressed subtree and takes its arrays off the table's counts.
+void discard_subtree(multi_t *t, multi_arr_t *node);
+// Marks every byte of the root a complete character when all characters are one byte long.
+void complete_single_byte(multi_t *t);
+
+} // namespace nus::multi
