@@ -23,9 +23,15 @@ test: build
 	cd build/32 && ctest --output-on-failure -j $(JOBS)
 	cd build/64 && ctest --output-on-failure -j $(JOBS)
 
-bench: deps build/64/CMakeCache.txt
+# glibc locales the benchmarks compare with, compiled into the build tree (no system change).
+GLIBC_LOCALES := build/glibc-locales
+$(GLIBC_LOCALES)/%:
+	@mkdir -p $(GLIBC_LOCALES)
+	localedef -i $(word 1,$(subst ., ,$*)) -f $(word 2,$(subst ., ,$*)) $@ 2>/dev/null || test -d $@
+
+bench: deps build/64/CMakeCache.txt $(GLIBC_LOCALES)/ja_JP.EUC-JP
 	cmake --build build/64 -j $(JOBS) --target nus-bench
-	build/64/bench/nus-bench --benchmark_counters_tabular=true
+	LOCPATH=$(GLIBC_LOCALES) build/64/bench/nus-bench --benchmark_counters_tabular=true
 
 clean:
 	rm -rf build
