@@ -438,6 +438,51 @@ NU_API unsigned int nu_lc_spec2cs_num(void *handle, const char *spec, const char
 NU_API void nu_cs_nums2cv_fname(void *handle, unsigned int first, unsigned int second, char *out,
                                 const char *directory);
 
+/* ---------------------------------------------------------------------------------------- */
+/* Characters: decoding and encoding                                                        */
+/* ---------------------------------------------------------------------------------------- */
+
+/* Byte length of the first character of s (at most n bytes looked at); 0 for a null s or the
+   null character; -1 with NU_EILSEQ (illegal) or NU_EINVAL (n ends inside a character). */
+NU_API int nu_full_mblen(nu_locale_t handle, const unsigned char *s, int n);
+/* The same, but the null character has its length too. */
+NU_API int _tsn_nu_full_mblen(nu_locale_t handle, const unsigned char *s, int n);
+/* Decodes one character into *pwc; n below 1 is NU_EINVAL. Bytes consumed, 0 for the null
+   character or a null s, -1 on error. */
+NU_API int nu_full_mbtowc(nu_locale_t handle, nu_wchar *pwc, const unsigned char *s, int n);
+/* The same; n = -1 means up to the string's terminator. */
+NU_API int _tsn_nu_full_mbtowc(nu_locale_t handle, nu_wchar *pwc, const unsigned char *s, int n);
+/* Encodes wc into s (1 to 4 bytes); the byte count, or -1 with NU_EILSEQ. */
+NU_API int nu_full_wctomb(nu_locale_t handle, unsigned char *s, nu_wchar wc);
+/* Bytes that wc needs in the handle's code set. */
+NU_API int nu_wclen(nu_locale_t handle, nu_wchar wc);
+/* Multibyte to wide: at most n characters; slen in bytes or -1 (null-terminated). */
+NU_API int _tsn_nu_im_mbfstowcfs(nu_locale_t handle, nu_wchar *wcs, const unsigned char *s,
+                                 int slen, int n);
+NU_API int _nu_im_mbstowcs(nu_locale_t handle, nu_wchar *wcs, const unsigned char *s, int n);
+NU_API int _tsn_nu_is_mbfstowcfs(nu_locale_t handle, nu_wchar *wcs, const unsigned char *s,
+                                 int slen, int n);
+NU_API int _nu_is_mbstowcs(nu_locale_t handle, nu_wchar *wcs, const unsigned char *s, int n);
+/* Wide to multibyte into n bytes; wlen in characters or -1 (null-terminated). */
+NU_API int _tsn_nu_full_wcstombs(nu_locale_t handle, unsigned char *s, const nu_wchar *wcs,
+                                 int wlen, int n);
+NU_API int nu_full_wcstombs(nu_locale_t handle, unsigned char *s, const nu_wchar *wcs, int n);
+NU_API int _tsn_nu_is_wcstombs(nu_locale_t handle, unsigned char *s, const nu_wchar *wcs,
+                               int wlen, int n);
+NU_API int _nu_is_wcstombs(nu_locale_t handle, unsigned char *s, const nu_wchar *wcs, int n);
+/* Characters before the terminator; -1 on an illegal or incomplete character. */
+NU_API int _nu_im_mbslen(nu_locale_t handle, const unsigned char *s);
+NU_API int _tsn_nu_im_mbfslen(nu_locale_t handle, const unsigned char *s, int slen);
+/* Bytes of s with its terminator; 0 for a null s or an illegal string. */
+NU_API int nu_mbsbytes(nu_locale_t handle, const unsigned char *s);
+NU_API int nu_wcslen(const nu_wchar *wcs);
+/* 4 * (characters + 1). */
+NU_API int nu_wcsbytes(const nu_wchar *wcs);
+/* Writes the terminator (as many zero bytes as the shortest character) and returns its length. */
+NU_API int nu_mbsterm(nu_locale_t handle, unsigned char *p);
+NU_API int nu_mb_loc_min(nu_locale_t handle);
+NU_API int nu_mb_loc_max(nu_locale_t handle);
+
 #ifdef __cplusplus
 }
 #endif
