@@ -73,6 +73,10 @@ void clear_names(nu_locale_rec *h, int category) {
     h->companion_flag[i] = 0;
 }
 
+} // namespace
+
+namespace nus {
+
 // Widens each code-set and locale name byte by byte into its wide twin.
 void init_locale_info(nu_locale_rec *h) {
     for (int i = 0; i < nus::kCategories; ++i) {
@@ -82,6 +86,10 @@ void init_locale_info(nu_locale_rec *h) {
             h->wlocname[i][k] = static_cast<unsigned char>(h->locname[i][k]);
     }
 }
+
+} // namespace nus
+
+namespace {
 
 void free_locale(nu_locale_rec *h) {
     char text[64];
@@ -133,21 +141,39 @@ NU_EXPORT void nu_make_null_category(nu_locale_t h, int category) {
 
 NU_EXPORT void nu_free_category(nu_locale_t h, int category) {
     if (h == nullptr || is_static_handle(h)) return;
+    const int i = nus::cat_index(category);
+    // Data copied from another handle is only let go of: its owner frees it.
+    const bool owned = i < 0 || i >= nus::kCategories || h->borrowed[i] == 0;
     switch (category) {
-    case NU_CTYPE: free_ctype(h); break;
-    case NU_COLLATE: free_collate(h); break;
+    case NU_CTYPE:
+        if (owned) free_ctype(h);
+        h->ctype = {};
+        break;
+    case NU_COLLATE:
+        if (owned) free_collate(h);
+        h->coll = {};
+        break;
     case NU_NUMERIC:
-        nus::free_numeric(h);
+        if (owned) nus::free_numeric(h);
+        nus::init_numeric(h);
         nus::free_nuconv_numeric(h);
         break;
     case NU_MONETARY:
-        nus::free_monetary(h);
+        if (owned) nus::free_monetary(h);
+        nus::init_monetary(h);
         nus::free_nuconv_monetary(h);
         break;
-    case NU_TIME: free_time(h); break;
-    case NU_MESSAGES: nus::free_messages(h); break;
-    default: break;
+    case NU_TIME:
+        free_time(h);   // the era cache is never shared
+        break;
+    case NU_MESSAGES:
+        if (owned) nus::free_messages(h);
+        nus::init_messages(h);
+        break;
+    default:
+        break;
     }
+    if (!owned) h->borrowed[i] = 0;
     clear_names(h, category);
 }
 
@@ -175,6 +201,15 @@ NU_EXPORT void nu_lc_unload(nu_locale_t h) {
     free_locale(h);
 }
 
+// Frees a handle that shares category data with another: its own parts only.
+NU_EXPORT void nu_free_nonshared_loc(nu_locale_t h) {
+    if (h == nullptr || is_static_handle(h)) return;
+    for (int category = NU_CTYPE; category <= NU_MESSAGES; ++category)
+        nu_free_category(h, category);
+    free_single_byte_tables(h);
+    _nu_free_ptr(h);
+}
+
 NU_EXPORT int nu_createlocale2_4(nu_locale_t *handle, const char *directory) {
     if (handle == nullptr) return -1;
     if (directory != nullptr && std::strlen(directory) > kMaxDirectoryLength) {
@@ -200,12 +235,13 @@ NU_EXPORT int nu_createlocale2_4(nu_locale_t *handle, const char *directory) {
         return -1;
     }
 
-    // The locale object file reader is not part of the library yet: a found default locale
-    // cannot be loaded.
+    const int failed = nus::read_locale_file(stream, h);
     _nu_ext_fclose(stream);
-    nus::set_error(h, NU_ELOAD);
-    init_locale_info(h);
-    return -1;
+    if (failed != 0) return -1;
+    for (auto &name : h->locname) std::snprintf(name, sizeof name, "%s", kDefaultLocale);
+    if (nus::update_locale(h) != 0) return -1;
+    nus::init_locale_info(h);
+    return 0;
 }
 
 NU_EXPORT int nu_createlocale_4(nu_locale_t *handle) {

@@ -142,4 +142,6 @@ struct nu_locale_rec {
     nu_wchar wlocname[nus::kCategories][nus::kLocaleNameSize];
     void *companion[nus::kCategories];
     int32_t companion_flag[nus::kCategories];
+    // Per category: its data was copied from another handle and belongs to that one.
+    int32_t borrowed[nus::kCategories];
 };

@@ -483,6 +483,117 @@ NU_API int nu_mbsterm(nu_locale_t handle, unsigned char *p);
 NU_API int nu_mb_loc_min(nu_locale_t handle);
 NU_API int nu_mb_loc_max(nu_locale_t handle);
 
+/* ---------------------------------------------------------------------------------------- */
+/* Locales: loading, copying, querying                                                       */
+/* ---------------------------------------------------------------------------------------- */
+
+/* Loads categories (NU_ALL or one of NU_CTYPE..NU_MESSAGES) from a locale file name, a list
+   "NU_CTYPE = name ; NU_NUMERIC = name ; ...", the environment (empty text: NU_ALL, the
+   category's own variable, NU_LANG, else "default.lco") or "native"; a null text only asks.
+   Returns the categories' names (release with nu_destroystring), or null. */
+NU_API char *nu_setlocale_4(nu_locale_t handle, int category, const char *spec);
+/* Creates a handle and loads every category from a specification or file name. */
+NU_API int nu_lc_load(nu_locale_t *handle, const char *spec, const char *registry,
+                      const char *directory);
+/* Shares loaded categories of `source` with the empty ones of `destination`. */
+NU_API int nu_copy_cat(nu_locale_t destination, nu_locale_t source, int category);
+/* Frees a handle that shares categories with another: its own parts only. */
+NU_API void nu_free_nonshared_loc(nu_locale_t handle);
+
+/* The caller-visible conventions: each string with its wide twin, then the eight monetary
+   values as characters (CHAR_MAX when not available). */
+typedef struct nu_lconv {
+    char *decimal_point;
+    nu_wchar *w_decimal_point;
+    char *thousands_sep;
+    nu_wchar *w_thousands_sep;
+    char *grouping; /* one byte per group size, zero-terminated */
+    nu_wchar *w_grouping;
+    char *int_curr_symbol;
+    nu_wchar *w_int_curr_symbol;
+    char *currency_symbol;
+    nu_wchar *w_currency_symbol;
+    char *mon_decimal_point;
+    nu_wchar *w_mon_decimal_point;
+    char *mon_thousands_sep;
+    nu_wchar *w_mon_thousands_sep;
+    char *mon_grouping;
+    nu_wchar *w_mon_grouping;
+    char *mon_positive_sign;
+    nu_wchar *w_mon_positive_sign;
+    char *mon_negative_sign;
+    nu_wchar *w_mon_negative_sign;
+    char *positive_sign;
+    nu_wchar *w_positive_sign;
+    char *negative_sign;
+    nu_wchar *w_negative_sign;
+    char int_frac_digits;
+    char frac_digits;
+    char p_cs_precedes;
+    char p_sep_by_space;
+    char n_cs_precedes;
+    char n_sep_by_space;
+    char p_sign_posn;
+    char n_sign_posn;
+} nu_lconv;
+
+NU_API const nu_lconv *nu_localeconv(nu_locale_t handle);
+/* One item (0 to 73) as text, or null. */
+NU_API const char *nu_nl_langinfo(nu_locale_t handle, int item);
+NU_API const nu_wchar *nu_wc_nl_langinfo(nu_locale_t handle, int item);
+
+/* Section readers and category records of NUMERIC, MONETARY and MESSAGES. */
+NU_API int _nu_read_numeric(FILE *stream, nu_locale_t handle, int *error);
+NU_API int _nu_read_monetary(FILE *stream, nu_locale_t handle, int *error);
+NU_API int _nu_read_messages(FILE *stream, nu_locale_t handle, int *error);
+NU_API void _nu_init_numeric(nu_locale_t handle);
+NU_API void _nu_init_monetary(nu_locale_t handle);
+NU_API void _nu_init_messages(nu_locale_t handle);
+NU_API void _nu_copy_numeric(nu_locale_t destination, nu_locale_t source);
+NU_API void _nu_copy_monetary(nu_locale_t destination, nu_locale_t source);
+NU_API void _nu_copy_messages(nu_locale_t destination, nu_locale_t source);
+
+/* ---------------------------------------------------------------------------------------- */
+/* Character classes and case                                                                */
+/* ---------------------------------------------------------------------------------------- */
+
+/* Class masks. */
+#define NU_CLASS_UPPER 1
+#define NU_CLASS_LOWER 2
+#define NU_CLASS_ALPHA 4
+#define NU_CLASS_DIGIT 8
+#define NU_CLASS_SPACE 16
+#define NU_CLASS_CNTRL 32
+#define NU_CLASS_PUNCT 64
+#define NU_CLASS_GRAPH 128
+#define NU_CLASS_PRINT 256
+#define NU_CLASS_XDIGIT 512
+#define NU_CLASS_BLANK 1024
+#define NU_CLASS_ALNUM 12
+
+/* The mask of a class name ("alpha", ..., or a class the locale defines); 0 if unknown. */
+NU_API int nu_ctype(nu_locale_t handle, const char *name);
+NU_API int _nu_im_iswctype(nu_locale_t handle, nu_wchar wc, int mask);
+NU_API int _nu_im_ismctype(nu_locale_t handle, const unsigned char *mbchar, int mask);
+NU_API int _tsn_nu_im_ismctype(nu_locale_t handle, const unsigned char *mbchar, int length,
+                               int mask);
+NU_API nu_wchar _nu_im_towupper(nu_locale_t handle, nu_wchar wc);
+NU_API nu_wchar _nu_im_towlower(nu_locale_t handle, nu_wchar wc);
+/* One character: input length * 256 + output length, or -1. */
+NU_API int _nu_im_tomupper(nu_locale_t handle, unsigned char *out, const unsigned char *mbchar);
+NU_API int _nu_im_tomlower(nu_locale_t handle, unsigned char *out, const unsigned char *mbchar);
+NU_API int _tsn_nu_im_tomupper(nu_locale_t handle, unsigned char *out,
+                               const unsigned char *mbchar, int length);
+NU_API int _tsn_nu_im_tomlower(nu_locale_t handle, unsigned char *out,
+                               const unsigned char *mbchar, int length);
+/* Whole strings; the output length in bytes, or -1. */
+NU_API int nu_tombsupper(nu_locale_t handle, unsigned char *out, const unsigned char *in);
+NU_API int nu_tombslower(nu_locale_t handle, unsigned char *out, const unsigned char *in);
+NU_API int nu_towcsupper(nu_locale_t handle, nu_wchar *out, const nu_wchar *in);
+NU_API int nu_towcslower(nu_locale_t handle, nu_wchar *out, const nu_wchar *in);
+/* The output size to provide for case-converting `length` bytes. */
+NU_API int nu_case_conv_outbuflen(nu_locale_t handle, int length);
+
 #ifdef __cplusplus
 }
 #endif

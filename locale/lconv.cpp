@@ -104,4 +104,381 @@ void free_nuconv_monetary(nu_locale_rec *h) {
     init_nuconv_monetary(h);
 }
 
+// ---- reading the sections -----------------------------------------------------------------
+
+namespace {
+
+constexpr int kMaxGroups = 15;
+
+// Reads `count` pairs of hexadecimal digits into `out`; false on any other character.
+bool read_hex_bytes(FILE *stream, char *out, long count) {
+    for (long i = 0; i < count; ++i) {
+        const int high = c_hexvalue(_nu_ext_fgetc(stream));
+        const int low = high < 0 ? -1 : c_hexvalue(_nu_ext_fgetc(stream));
+        if (low < 0) return false;
+        out[i] = static_cast<char>(high * 16 + low);
+    }
+    return true;
+}
+
+} // namespace
+
+// A string is its byte count, one blank (only when the count is positive), and the bytes as
+// pairs of hexadecimal digits. The buffer has three spare zero bytes after the terminator.
+char *str_readallc(FILE *stream, int *error) {
+    long count = 0;
+    if (!read_decimal(stream, &count) || count < 0 || count > INT32_MAX - 4) {
+        *error = NU_EBADFILE;
+        return nullptr;
+    }
+    Owned<char> text(alloc_zeroed<char>(static_cast<size_t>(count) + 4));
+    if (!text) {
+        *error = NU_ENOMEM;
+        return nullptr;
+    }
+    if (count > 0) {
+        if (_nu_ext_fgetc(stream) != ' ') {
+            *error = NU_ENOFILE;
+            return nullptr;
+        }
+        if (!read_hex_bytes(stream, text.get(), count)) {
+            *error = NU_EBADFILE;
+            return nullptr;
+        }
+    }
+    _nu_skip_whitespace(stream);
+    return text.release();
+}
+
+int read_group(FILE *stream, Grouping &group, int *error) {
+    long count = 0;
+    if (!read_decimal(stream, &count)) {
+        *error = NU_EBADFILE;
+        return -1;
+    }
+    clear_grouping(group);
+    const long wanted = count > kMaxGroups ? kMaxGroups : count;
+    for (long i = 0; i < wanted; ++i) {
+        long size = 0;
+        if (!read_decimal(stream, &size)) {
+            *error = NU_EBADFILE;
+            return -1;
+        }
+        group.sizes[i] = static_cast<int32_t>(size);
+    }
+    group.count = wanted > 0 ? static_cast<int32_t>(wanted) : 0;
+    if (count > kMaxGroups) {
+        *error = NU_ENOWIDTH;
+        return -1;
+    }
+    return 0;
+}
+
+namespace {
+
+// Reads strings into each field in turn; false at the first that fails (when checked).
+template <size_t N>
+bool read_strings(FILE *stream, CatString *const (&fields)[N], int *error, bool checked) {
+    bool ok = true;
+    for (CatString *field : fields) {
+        free_string(*field);
+        field->mb = str_readallc(stream, error);
+        if (field->mb == nullptr) {
+            ok = false;
+            if (checked) return false;
+        }
+    }
+    return ok;
+}
+
+} // namespace
+
 } // namespace nus
+
+NU_EXPORT int _nu_read_numeric(FILE *stream, nu_locale_t h, int *error) {
+    nus::LconvFields &lc = h->lc;
+    if (!nus::read_strings(stream, {&lc.decimal_point, &lc.thousands_sep}, error, true))
+        return -1;
+    if (nus::read_group(stream, lc.grouping, error) != 0) return -1;
+    if (!nus::read_strings(stream, {&lc.positive_sign, &lc.negative_sign}, error, true))
+        return -1;
+    return 0;
+}
+
+NU_EXPORT int _nu_read_monetary(FILE *stream, nu_locale_t h, int *error) {
+    nus::LconvFields &lc = h->lc;
+    // The strings' own failures are deliberately not checked here, except for memory: the
+    // load must then fail as a whole rather than go on out of step with the file.
+    nus::read_strings(stream,
+                      {&lc.int_curr_symbol, &lc.currency_symbol, &lc.mon_decimal_point,
+                       &lc.mon_thousands_sep},
+                      error, false);
+    if (*error == NU_ENOMEM || nus::read_group(stream, lc.mon_grouping, error) != 0) return -1;
+    nus::read_strings(stream, {&lc.mon_positive_sign, &lc.mon_negative_sign}, error, false);
+    if (*error == NU_ENOMEM) return -1;
+    for (int32_t &value : lc.mon_values) {
+        long number = 0;
+        if (!nus::read_decimal(stream, &number)) {
+            *error = NU_EBADFILE;
+            return -1;
+        }
+        value = static_cast<int32_t>(number);
+    }
+    return 0;
+}
+
+NU_EXPORT int _nu_read_messages(FILE *stream, nu_locale_t h, int *error) {
+    nus::LconvFields &lc = h->lc;
+    return nus::read_strings(stream,
+                             {&lc.messages[0], &lc.messages[1], &lc.messages[2],
+                              &lc.messages[3]},
+                             error, true)
+               ? 0
+               : -1;
+}
+
+// ---- wide twins and the conventions record -------------------------------------------------
+
+namespace nus {
+
+namespace {
+
+// Bytes of a category string in the handle's code set, terminator included (its characters
+// may hold zero bytes in a code set of two-byte characters); 0 when it does not decode.
+int string_bytes(nu_locale_rec *h, const char *mb) {
+    return nu_mbsbytes(h, reinterpret_cast<const unsigned char *>(mb));
+}
+
+// The wide twin of a category string, by the CTYPE decoder; null for a null string.
+bool widen(nu_locale_rec *h, CatString &s) {
+    _nu_free_ptr(s.wide);
+    s.wide = nullptr;
+    if (s.mb == nullptr) return true;
+    const int bytes = string_bytes(h, s.mb);
+    if (bytes < 1) return false;
+    s.wide = alloc_zeroed<nu_wchar>(static_cast<size_t>(bytes) + 1);
+    if (s.wide == nullptr) {
+        set_error(h, NU_ENOMEM);
+        return false;
+    }
+    return h->to_wide(h, s.wide, reinterpret_cast<const unsigned char *>(s.mb), bytes + 1) >= 0;
+}
+
+template <size_t N>
+bool widen_all(nu_locale_rec *h, CatString *const (&fields)[N]) {
+    for (CatString *field : fields) {
+        if (!widen(h, *field)) return false;
+    }
+    return true;
+}
+
+// Whether the category strings can be widened: 1 yes, 0 CTYPE empty, -1 no table or no
+// function pointers.
+int can_widen(nu_locale_rec *h) {
+    if (h->ctype.class_table == nullptr || set_flags(h) != 0) return -1;
+    if (_nu_multi_max_length(h->ctype.class_table) == 0) {
+        set_error(h, NU_ENOTLOADED);
+        return 0;
+    }
+    return 1;
+}
+
+// A private copy of a category string and its twin.
+bool copy_string(nu_locale_rec *h, CatString &to, const CatString &from) {
+    to = {};
+    if (from.mb == nullptr) return true;
+    const int bytes = string_bytes(h, from.mb);
+    const size_t length = bytes > 0 ? static_cast<size_t>(bytes) : std::strlen(from.mb) + 1;
+    to.mb = alloc_zeroed<char>(length + 3);
+    to.wide = alloc_zeroed<nu_wchar>(length + 1);
+    if (to.mb == nullptr || to.wide == nullptr) {
+        free_string(to);
+        set_error(h, NU_ENOMEM);
+        return false;
+    }
+    std::memcpy(to.mb, from.mb, length);
+    if (from.wide != nullptr) {
+        for (size_t i = 0; i < length && from.wide[i] != 0; ++i) to.wide[i] = from.wide[i];
+    }
+    return true;
+}
+
+// A grouping list as the conventions record shows it: one byte per size, zero-terminated.
+bool copy_grouping(nu_locale_rec *h, CatString &to, const Grouping &from) {
+    to = {};
+    const int count = from.count < 0 ? 0 : from.count;
+    to.mb = alloc_zeroed<char>(static_cast<size_t>(count) + 1);
+    to.wide = alloc_zeroed<nu_wchar>(static_cast<size_t>(count) + 1);
+    if (to.mb == nullptr || to.wide == nullptr) {
+        free_string(to);
+        set_error(h, NU_ENOMEM);
+        return false;
+    }
+    for (int i = 0; i < count; ++i) {
+        const int size = from.sizes[i] < 1 ? 1 : from.sizes[i] > 127 ? 127 : from.sizes[i];
+        to.mb[i] = static_cast<char>(size);
+        to.wide[i] = static_cast<nu_wchar>(size);
+    }
+    return true;
+}
+
+} // namespace
+
+int load_nuconv_numeric(nu_locale_rec *h) {
+    const LconvFields &lc = h->lc;
+    ConvRecord &c = h->nuconv;
+    const bool ok = copy_string(h, c.decimal_point, lc.decimal_point) &&
+                    copy_string(h, c.thousands_sep, lc.thousands_sep) &&
+                    copy_grouping(h, c.grouping, lc.grouping) &&
+                    copy_string(h, c.positive_sign, lc.positive_sign) &&
+                    copy_string(h, c.negative_sign, lc.negative_sign);
+    return ok ? 0 : -1;
+}
+
+int load_nuconv_monetary(nu_locale_rec *h) {
+    const LconvFields &lc = h->lc;
+    ConvRecord &c = h->nuconv;
+    const bool ok = copy_string(h, c.int_curr_symbol, lc.int_curr_symbol) &&
+                    copy_string(h, c.currency_symbol, lc.currency_symbol) &&
+                    copy_string(h, c.mon_decimal_point, lc.mon_decimal_point) &&
+                    copy_string(h, c.mon_thousands_sep, lc.mon_thousands_sep) &&
+                    copy_grouping(h, c.mon_grouping, lc.mon_grouping) &&
+                    copy_string(h, c.mon_positive_sign, lc.mon_positive_sign) &&
+                    copy_string(h, c.mon_negative_sign, lc.mon_negative_sign);
+    for (int i = 0; i < 8; ++i) {
+        const int32_t v = lc.mon_values[i];
+        c.mon_values[i] = v == kNotAvailable || v < 0 || v > CHAR_MAX ? CHAR_MAX : static_cast<char>(v);
+    }
+    return ok ? 0 : -1;
+}
+
+int init_numeric_info(nu_locale_rec *h) {
+    if (const int ready = can_widen(h); ready != 1) return ready;
+    LconvFields &lc = h->lc;
+    if (!widen_all(h, {&lc.decimal_point, &lc.thousands_sep, &lc.positive_sign,
+                       &lc.negative_sign}))
+        return -1;
+    free_nuconv_numeric(h);
+    return load_nuconv_numeric(h) == 0 ? 1 : -1;
+}
+
+int init_monetary_info(nu_locale_rec *h) {
+    if (const int ready = can_widen(h); ready != 1) return ready;
+    LconvFields &lc = h->lc;
+    if (!widen_all(h, {&lc.int_curr_symbol, &lc.currency_symbol, &lc.mon_decimal_point,
+                       &lc.mon_thousands_sep, &lc.mon_positive_sign, &lc.mon_negative_sign}))
+        return -1;
+    free_nuconv_monetary(h);
+    return load_nuconv_monetary(h) == 0 ? 1 : -1;
+}
+
+int init_message_info(nu_locale_rec *h) {
+    if (const int ready = can_widen(h); ready != 1) return ready;
+    LconvFields &lc = h->lc;
+    return widen_all(h, {&lc.messages[0], &lc.messages[1], &lc.messages[2], &lc.messages[3]})
+               ? 1
+               : -1;
+}
+
+void copy_numeric(nu_locale_rec *dst, const nu_locale_rec *src) {
+    LconvFields &d = dst->lc;
+    const LconvFields &s = src->lc;
+    d.decimal_point = s.decimal_point;
+    d.thousands_sep = s.thousands_sep;
+    d.grouping = s.grouping;
+    d.positive_sign = s.positive_sign;
+    d.negative_sign = s.negative_sign;
+}
+
+void copy_monetary(nu_locale_rec *dst, const nu_locale_rec *src) {
+    LconvFields &d = dst->lc;
+    const LconvFields &s = src->lc;
+    d.int_curr_symbol = s.int_curr_symbol;
+    d.currency_symbol = s.currency_symbol;
+    d.mon_decimal_point = s.mon_decimal_point;
+    d.mon_thousands_sep = s.mon_thousands_sep;
+    d.mon_grouping = s.mon_grouping;
+    d.mon_positive_sign = s.mon_positive_sign;
+    d.mon_negative_sign = s.mon_negative_sign;
+    std::memcpy(d.mon_values, s.mon_values, sizeof d.mon_values);
+}
+
+void copy_messages(nu_locale_rec *dst, const nu_locale_rec *src) {
+    for (int i = 0; i < 4; ++i) dst->lc.messages[i] = src->lc.messages[i];
+}
+
+} // namespace nus
+
+NU_EXPORT void _nu_init_numeric(nu_locale_t h) { nus::init_numeric(h); }
+NU_EXPORT void _nu_init_monetary(nu_locale_t h) { nus::init_monetary(h); }
+NU_EXPORT void _nu_init_messages(nu_locale_t h) { nus::init_messages(h); }
+NU_EXPORT void _nu_copy_numeric(nu_locale_t dst, nu_locale_t src) { nus::copy_numeric(dst, src); }
+NU_EXPORT void _nu_copy_monetary(nu_locale_t dst, nu_locale_t src) {
+    nus::copy_monetary(dst, src);
+}
+NU_EXPORT void _nu_copy_messages(nu_locale_t dst, nu_locale_t src) {
+    nus::copy_messages(dst, src);
+}
+
+static_assert(sizeof(nu_lconv) == sizeof(nus::ConvRecord), "conventions record layout");
+static_assert(offsetof(nu_lconv, int_frac_digits) == offsetof(nus::ConvRecord, mon_values));
+
+NU_EXPORT const nu_lconv *nu_localeconv(nu_locale_t h) {
+    return reinterpret_cast<const nu_lconv *>(&h->nuconv);
+}
+
+// ---- single items ---------------------------------------------------------------------------
+
+namespace {
+
+constexpr int kLastItem = 73;
+
+// One item: the string and its wide twin, or null with the error to store (0 for none).
+struct Item {
+    const char *mb;
+    const nu_wchar *wide;
+    int error;
+};
+
+Item item_of(nu_locale_rec *h, int item) {
+    static const nu_wchar kNoWide[1] = {0};
+    const nus::LconvFields &lc = h->lc;
+    auto text = [](const nus::CatString &s) { return Item{s.mb, s.wide, 0}; };
+    if (item >= 55 && item <= 60) {
+        switch (item) {
+        case 55: return text(lc.decimal_point);
+        case 56: return text(lc.thousands_sep);
+        case 57: return text(lc.messages[2]);
+        case 58: return text(lc.messages[3]);
+        case 59: return text(lc.currency_symbol);
+        default: return {h->codeset[nus::cat_index(NU_NUMERIC)], h->wcodeset[nus::cat_index(NU_NUMERIC)], 0};
+        }
+    }
+    if (item == 71) return text(lc.messages[0]);
+    if (item == 72) return text(lc.messages[1]);
+    if (item == 73) {
+        for (const nu_calendar_entry *c = nus_canned_calendars; c->name != nullptr; ++c) {
+            if (c->number == h->time.calendar) return {c->name, c->wname, 0};
+        }
+        return {nullptr, nullptr, 0};
+    }
+    // The TIME texts: the TIME record holds no names, formats or months yet.
+    if (item >= 15 && item <= 54) return {nullptr, nullptr, NU_EBADVAL};
+    return {"", kNoWide, 0};
+}
+
+} // namespace
+
+NU_EXPORT const char *nu_nl_langinfo(nu_locale_t h, int item) {
+    if (h == nullptr || item < 0 || item > kLastItem) return nullptr;
+    const Item it = item_of(h, item);
+    if (it.error != 0) nus::set_error(h, it.error);
+    return it.mb;
+}
+
+NU_EXPORT const nu_wchar *nu_wc_nl_langinfo(nu_locale_t h, int item) {
+    if (h == nullptr || item < 0 || item > kLastItem) return nullptr;
+    const Item it = item_of(h, item);
+    if (it.error != 0) nus::set_error(h, it.error);
+    return it.wide;
+}

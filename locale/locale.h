@@ -21,4 +21,36 @@ void free_nuconv_monetary(nu_locale_rec *h);
 // Releases a category string and its wide twin, leaving both null.
 void free_string(CatString &s);
 
+// Reading the NUMERIC, MONETARY and MESSAGES sections' pieces.
+char *str_readallc(FILE *stream, int *error);
+int read_group(FILE *stream, Grouping &group, int *error);
+// After a section is read: wide twins and the conventions record. 1 on success; 0 with
+// NU_ENOTLOADED when CTYPE is empty; -1 otherwise.
+int init_numeric_info(nu_locale_rec *h);
+int init_monetary_info(nu_locale_rec *h);
+int init_message_info(nu_locale_rec *h);
+// Shares the category's fields with another handle, and rebuilds the conventions record.
+void copy_numeric(nu_locale_rec *dst, const nu_locale_rec *src);
+void copy_monetary(nu_locale_rec *dst, const nu_locale_rec *src);
+void copy_messages(nu_locale_rec *dst, const nu_locale_rec *src);
+int load_nuconv_numeric(nu_locale_rec *h);
+int load_nuconv_monetary(nu_locale_rec *h);
+
+// The CTYPE section; 0 on success, the handle's error set otherwise.
+int read_ctype(FILE *stream, nu_locale_rec *h);
+// The single-byte upper, lower and class tables from the CTYPE tables.
+int build_single_byte_tables(nu_locale_rec *h);
+
+// The locale object file: header, a whole file, one category's section.
+int read_file_header(FILE *stream, char *codeset_out, int *error);
+int read_locale_file(FILE *stream, nu_locale_rec *h);
+int read_one_category(nu_locale_rec *h, int category, FILE *stream);
+
+// Derived state after every load or copy.
+int update_locale(nu_locale_rec *h);
+int set_flags(nu_locale_rec *h);
+int check_codesets(nu_locale_rec *h);
+int set_function_pointers(nu_locale_rec *h);
+void init_locale_info(nu_locale_rec *h);
+
 } // namespace nus

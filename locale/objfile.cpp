@@ -1,0 +1,209 @@
+// The locale object file: its header, the section markers, and the reading of a whole file
+// or of one category's section into a handle.
+#include "locale/locale.h"
+
+namespace {
+
+constexpr const char kFileType[] = "FILE_TYPE=locale_object";
+constexpr const char kVersionKey[] = "COMPILER_VERSION=";
+constexpr int kHeaderLineSize = 128;   // lines of at most 127 characters
+constexpr int kCodesetFieldSize = 21;  // at most 20 characters, the newline included
+
+// Marker lines, indexed by category number.
+constexpr const char *category_markers[] = {
+    nullptr, nullptr, "### LC_CTYPE\n", "### LC_COLLATE\n", "### LC_NUMERIC\n",
+    "### LC_MONETARY\n", "### LC_TIME\n", "### LC_MESSAGES\n"};
+
+// Reads one header line (at most 127 characters) without its last character; false at the
+// end of the file.
+bool header_line(FILE *stream, char (&line)[kHeaderLineSize]) {
+    if (_nu_ext_fgets(line, kHeaderLineSize, stream) == nullptr) return false;
+    const size_t length = std::strlen(line);
+    if (length > 0) line[length - 1] = '\0';
+    return true;
+}
+
+// Reads and discards one whole line, however long; false when the file ends first.
+bool skip_line(FILE *stream) {
+    char chunk[kHeaderLineSize];
+    for (;;) {
+        if (_nu_ext_fgets(chunk, sizeof chunk, stream) == nullptr) return false;
+        const size_t length = std::strlen(chunk);
+        if (length > 0 && chunk[length - 1] == '\n') return true;
+    }
+}
+
+// Reads lines until one is exactly the category's marker, newline included. Lines are read
+// in chunks of at most `chunk_size` - 1 characters; only a chunk that starts a line can be a
+// marker, so a marker text at the end of a longer line does not count.
+bool find_marker(FILE *stream, int category, int chunk_size) {
+    const char *marker = category_markers[category];
+    char chunk[kHeaderLineSize];
+    if (chunk_size > kHeaderLineSize) chunk_size = kHeaderLineSize;
+    bool at_line_start = true;
+    while (_nu_ext_fgets(chunk, chunk_size, stream) != nullptr) {
+        const size_t length = std::strlen(chunk);
+        if (at_line_start && std::strcmp(chunk, marker) == 0) return true;
+        at_line_start = length > 0 && chunk[length - 1] == '\n';
+    }
+    return false;
+}
+
+// How a section is read, and what is said when that fails.
+struct Section {
+    int (*read)(FILE *stream, nu_locale_rec *h, int *error);  // 0 on success
+    int (*init)(nu_locale_rec *h);                             // null: nothing to initialise
+    const char *read_failed;
+    const char *init_failed;
+};
+
+int read_numeric_section(FILE *stream, nu_locale_rec *h, int *error) {
+    return _nu_read_numeric(stream, h, error) == 0 ? 0 : 1;
+}
+int read_monetary_section(FILE *stream, nu_locale_rec *h, int *error) {
+    return _nu_read_monetary(stream, h, error) == 0 ? 0 : 1;
+}
+int read_messages_section(FILE *stream, nu_locale_rec *h, int *error) {
+    return _nu_read_messages(stream, h, error) == 0 ? 0 : 1;
+}
+
+// The CTYPE reader sets the handle's error itself.
+int read_ctype_section(FILE *stream, nu_locale_rec *h, int *error) {
+    const int result = nus::read_ctype(stream, h);
+    *error = h->error;
+    return result;
+}
+// COLLATE and TIME have no readers yet: their sections are skipped by the marker search and
+// their records stay empty.
+int read_unread_section(FILE *, nu_locale_rec *, int *) { return 0; }
+
+const Section &section(int category) {
+    static const Section sections[] = {
+        {read_ctype_section, nullptr, nullptr, nullptr},
+        {read_unread_section, nullptr, nullptr, nullptr},
+        {read_numeric_section, nus::init_numeric_info, "Failed to read numeric information\n",
+         "Failed to initialize numeric information\n"},
+        {read_monetary_section, nus::init_monetary_info,
+         "Failed to read monetary information\n", "Failed to initialize monetary information\n"},
+        {read_unread_section, nullptr, "Failed to read time information\n",
+         "Failed to initialize time information\n"},
+        {read_messages_section, nus::init_message_info, "Failed to read messages information\n",
+         "Failed to initialize messages information\n"},
+    };
+    return sections[nus::cat_index(category)];
+}
+
+// Reads one category's section from the current position; 0 on success, 1 on failure.
+int read_section(FILE *stream, nu_locale_rec *h, int category, bool single) {
+    const Section &s = section(category);
+    int error = 0;
+    if (s.read(stream, h, &error) != 0) {
+        if (s.read_failed != nullptr) {
+            nus::set_error(h, error);
+            // Kept for compatibility: a single MESSAGES category that fails to read reports
+            // the initialisation text.
+            nu_message(single && category == NU_MESSAGES ? s.init_failed : s.read_failed);
+        }
+        return 1;
+    }
+    if (s.init != nullptr && s.init(h) < 1) {
+        nu_message(s.init_failed);
+        return 1;
+    }
+    return 0;
+}
+
+// The code sets of `category` and CTYPE must have one number; the lookups use their own
+// error slot, not the handle's.
+bool verify_codesets(nu_locale_rec *h, int category) {
+    int32_t scratch = 0;
+    const unsigned int mine = nu_cs_name2cs_num(&scratch, h->codeset[nus::cat_index(category)],
+                                                nullptr);
+    scratch = 0;
+    const unsigned int ctype = nu_cs_name2cs_num(&scratch, h->codeset[0], nullptr);
+    return mine == ctype;
+}
+
+} // namespace
+
+namespace nus {
+
+int read_file_header(FILE *stream, char *codeset_out, int *error) {
+    char line[kHeaderLineSize];
+    *error = 0;
+    if (!header_line(stream, line) || std::strcmp(line, kFileType) != 0) {
+        *error = NU_EBADFILE;
+        return 0;
+    }
+    char version[sizeof kVersionKey + 8];
+    std::snprintf(version, sizeof version, "%s%s", kVersionKey, nu_lc_version());
+    if (!header_line(stream, line) || std::strcmp(line, version) != 0) {
+        *error = NU_EVERSION;
+        return 0;
+    }
+    const char *equals = nullptr;
+    if (!header_line(stream, line) || (equals = std::strchr(line, '=')) == nullptr) {
+        *error = NU_EBADFILE;
+        return 0;
+    }
+    long lines = std::strtol(equals + 1, nullptr, 10);
+    for (long i = 3; i < lines; ++i) {
+        if (!skip_line(stream)) {
+            *error = NU_EBADFILE;
+            return 0;
+        }
+    }
+    _nu_skip_whitespace(stream);
+    char name[kCodesetFieldSize];
+    if (_nu_ext_fgets(name, sizeof name, stream) == nullptr) {
+        *error = NU_EBADFILE;
+        return 0;
+    }
+    // The last character read is taken for the newline: a 20-character name loses its last
+    // character, which is why names are kept to 19 characters.
+    const size_t length = std::strlen(name);
+    if (length > 0) name[length - 1] = '\0';
+    std::memcpy(codeset_out, name, std::strlen(name) + 1);
+    return 1;
+}
+
+int read_locale_file(FILE *stream, nu_locale_rec *h) {
+    char codeset[kCodesetFieldSize];
+    int error = 0;
+    if (!read_file_header(stream, codeset, &error)) {
+        set_error(h, error != 0 ? error : NU_EBADFILE);
+        return 1;
+    }
+    for (auto &name : h->codeset) std::memcpy(name, codeset, sizeof codeset);
+    for (int category = NU_CTYPE; category <= NU_MESSAGES; ++category) {
+        if (!find_marker(stream, category, 32)) {
+            set_error(h, NU_EBADFILE);
+            return 1;
+        }
+        if (read_section(stream, h, category, false) != 0) return 1;
+    }
+    return 0;
+}
+
+int read_one_category(nu_locale_rec *h, int category, FILE *stream) {
+    const bool known = category >= NU_CTYPE && category <= NU_MESSAGES;
+    char scratch[kCodesetFieldSize];
+    char *codeset = known ? h->codeset[cat_index(category)] : scratch;
+    int error = 0;
+    if (!read_file_header(stream, codeset, &error)) {
+        set_error(h, error != 0 ? error : NU_EBADFILE);
+        return 1;
+    }
+    if (!known) return 0;
+    if (!verify_codesets(h, category)) {
+        set_error(h, NU_ECATCODESET);
+        return 1;
+    }
+    if (!find_marker(stream, category, kHeaderLineSize)) {
+        set_error(h, NU_EBADFILE);
+        return 1;
+    }
+    return read_section(stream, h, category, true);
+}
+
+} // namespace nus
