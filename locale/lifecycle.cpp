@@ -165,11 +165,20 @@ int set_flags(nu_locale_rec *h) {
 }
 
 int check_codesets(nu_locale_rec *h) {
-    const unsigned int ctype = nu_cs_name2cs_num(h, h->codeset[0], nullptr);
-    if (h->error == NU_ENOMEM) return -1;
+    // One name is one number: only names that differ from CTYPE's need the registry, which
+    // is read from its file on every lookup when it is not cached.
+    unsigned int ctype = 0;
+    bool looked_up = false;
     // The MESSAGES code set is deliberately not compared.
     for (int c = NU_COLLATE; c <= NU_TIME; ++c) {
-        const unsigned int number = nu_cs_name2cs_num(h, h->codeset[cat_index(c)], nullptr);
+        const char *name = h->codeset[cat_index(c)];
+        if (std::strcmp(name, h->codeset[0]) == 0) continue;
+        if (!looked_up) {
+            ctype = nu_cs_name2cs_num(h, h->codeset[0], nullptr);
+            if (h->error == NU_ENOMEM) return -1;
+            looked_up = true;
+        }
+        const unsigned int number = nu_cs_name2cs_num(h, name, nullptr);
         if (h->error == NU_ENOMEM) return -1;
         if (number != ctype) {
             set_error(h, NU_ECODESET);

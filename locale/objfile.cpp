@@ -116,6 +116,7 @@ int read_section(FILE *stream, nu_locale_rec *h, int category, bool single) {
 // The code sets of `category` and CTYPE must have one number; the lookups use their own
 // error slot, not the handle's.
 bool verify_codesets(nu_locale_rec *h, int category) {
+    if (std::strcmp(h->codeset[nus::cat_index(category)], h->codeset[0]) == 0) return true;
     int32_t scratch = 0;
     const unsigned int mine = nu_cs_name2cs_num(&scratch, h->codeset[nus::cat_index(category)],
                                                 nullptr);
