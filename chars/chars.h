@@ -10,13 +10,49 @@ namespace nus {
 // One character decoded by the byte-class walk over a CTYPE table.
 struct Walk {
     int length;      // bytes taken
-    nu_wchar wc;     // the bytes concatenated big-endian
-    uint16_t sum;    // 16-bit sum of the bytes: 0 for the null character
+    nu_wchar wc;     // the bytes concatenated big-endian; 0 exactly for the null character
     int status;      // 0, NU_EILSEQ, or NU_EINVAL when the budget ended inside a character
 };
 
-// Decodes the character at s taking at most `budget` bytes.
-Walk walk(const multi_t *table, const unsigned char *s, long budget);
+// Decodes the character at s taking at most `budget` bytes; never reads past the budget.
+// A null table (a CTYPE category lost to an allocation failure) holds no characters. Inline
+// because it is the hot path of every string function: one flag, offset and child read per
+// byte, no call.
+[[gnu::always_inline]] inline Walk walk(const multi_t *table, const unsigned char *s,
+                                        long budget) {
+    Walk w{0, 0, 0};
+    if (budget < 1) {
+        w.status = NU_EINVAL;
+        return w;
+    }
+    const multi_arr_t *node = table != nullptr ? table->root : nullptr;
+    for (;;) {
+        const unsigned char b = s[w.length++];
+        w.wc = (w.wc << 8) | b;
+        const unsigned char flag =
+            node != nullptr && node->flag_arr != nullptr ? node->flag_arr[b] : MULTI_INVALID;
+        if (flag == MULTI_LAST) return w;
+        if (flag != MULTI_MORE || w.length == MULTI_MAX_DEPTH) {
+            w.status = NU_EILSEQ;
+            return w;
+        }
+        if (w.length >= budget) {
+            w.status = NU_EINVAL;
+            return w;
+        }
+        node = node->next_arr[node->offset_arr[b]];
+    }
+}
+
+// Bytes that wc takes in a code set whose shortest character has m bytes: m below 256, at
+// least 2 below 65536, at least 3 up to 0xFFFFFF, else 4. 0 when that is no length at all.
+constexpr int encoded_length(nu_wchar wc, int m) {
+    const int length = wc < 0x100u     ? m
+                       : wc < 0x10000u ? (m > 2 ? m : 2)
+                       : wc <= 0xFFFFFFu ? (m > 3 ? m : 3)
+                                         : 4;
+    return length >= 1 && length <= 4 ? length : 0;
+}
 
 // Encodes wc in the handle's code set into out (at most 4 bytes); the length, or -1 with
 // NU_EILSEQ stored.

@@ -6,62 +6,36 @@ namespace {
 
 using nus::Walk;
 
-// The bytes that a wide character needs in a code set whose shortest character has `m`
-// bytes; 0 when that is no length at all.
-inline int encoded_length(nu_wchar wc, int m) {
-    int length = wc < 0x100u ? m : wc < 0x10000u ? (m > 2 ? m : 2) : wc <= 0xFFFFFFu ? (m > 3 ? m : 3) : 4;
-    return length >= 1 && length <= 4 ? length : 0;
-}
-
 int min_length(const nu_locale_rec *h) { return _nu_multi_min_length(h->ctype.class_table); }
+
+// Stores a failed walk's status; -1 for the caller to return.
+int fail(nu_locale_rec *h, int status) {
+    nus::set_error(h, status);
+    return -1;
+}
 
 } // namespace
 
 namespace nus {
 
-Walk walk(const multi_t *table, const unsigned char *s, long budget) {
-    Walk w{};
-    const multi_arr_t *node = table->root;
-    for (;;) {
-        if (node == nullptr || node->flag_arr == nullptr) {
-            w.status = NU_EILSEQ;
-            return w;
-        }
-        if (budget < 1) {
-            w.status = NU_EINVAL;
-            return w;
-        }
-        const unsigned char b = s[w.length++];
-        --budget;
-        w.wc = (w.wc << 8) | b;
-        w.sum = static_cast<uint16_t>(w.sum + b);
-        const unsigned char flag = node->flag_arr[b];
-        if (flag == MULTI_LAST) return w;
-        if (flag != MULTI_MORE || w.length == MULTI_MAX_DEPTH) {
-            w.status = NU_EILSEQ;
-            return w;
-        }
-        node = node->next_arr[node->offset_arr[b]];
-    }
-}
-
 int encode(nu_locale_rec *h, unsigned char *out, nu_wchar wc) {
+    const multi_t *table = h->ctype.class_table;
     const int length = encoded_length(wc, min_length(h));
-    if (length == 0) {
-        set_error(h, NU_EILSEQ);
-        return -1;
-    }
-    const multi_arr_t *node = h->ctype.class_table->root;
-    for (int i = 0; i < length; ++i) {
+    if (length == 0 || table == nullptr) return fail(h, NU_EILSEQ);
+    const multi_arr_t *node = table->root;
+    // Every byte but the last must lead on in its node; the last must end the character.
+    for (int i = 0; i < length - 1; ++i) {
         const auto b = static_cast<unsigned char>(wc >> (8 * (length - 1 - i)));
-        const bool last = i == length - 1;
-        if (node == nullptr || node->flag_arr == nullptr ||
-            node->flag_arr[b] != (last ? MULTI_LAST : MULTI_MORE)) {
-            set_error(h, NU_EILSEQ);
-            return -1;
+        if (node == nullptr || node->flag_arr == nullptr || node->flag_arr[b] != MULTI_MORE) {
+            return fail(h, NU_EILSEQ);
         }
         out[i] = b;
-        if (!last) node = node->next_arr[node->offset_arr[b]];
+        node = node->next_arr[node->offset_arr[b]];
+    }
+    const auto last = static_cast<unsigned char>(wc);
+    out[length - 1] = last;
+    if (node == nullptr || node->flag_arr == nullptr || node->flag_arr[last] != MULTI_LAST) {
+        return fail(h, NU_EILSEQ);
     }
     return length;
 }
@@ -81,35 +55,35 @@ NU_EXPORT int nu_mbsterm(nu_locale_t h, unsigned char *p) {
 NU_EXPORT int nu_full_mblen(nu_locale_t h, const unsigned char *s, int n) {
     if (s == nullptr) return 0;
     const Walk w = nus::walk(h->ctype.class_table, s, n);
-    if (w.status != 0) {
-        nus::set_error(h, w.status);
-        return -1;
-    }
-    return w.sum == 0 ? 0 : w.length;
+    if (w.status != 0) return fail(h, w.status);
+    return w.wc == 0 ? 0 : w.length;
 }
 
 // The same, but the null character has its length too: scanners step over terminators.
 NU_EXPORT int _tsn_nu_full_mblen(nu_locale_t h, const unsigned char *s, int n) {
     if (s == nullptr) return 0;
     const Walk w = nus::walk(h->ctype.class_table, s, n);
-    if (w.status != 0) {
-        nus::set_error(h, w.status);
-        return -1;
-    }
+    if (w.status != 0) return fail(h, w.status);
     return w.length;
 }
 
+// Bytes of the string with its terminator. An illegal string gives 0, not -1: kept for
+// compatibility (callers test for "less than 1").
 NU_EXPORT int nu_mbsbytes(nu_locale_t h, const unsigned char *s) {
     if (s == nullptr) return 0;
     long bytes = 0;
     if (h->single_byte) {
         while (s[bytes] != 0) ++bytes;
     } else {
+        const multi_t *table = h->ctype.class_table;
         for (;;) {
-            const int step = nu_full_mblen(h, s + bytes, 4);
-            if (step < 0) return 0;
-            if (step == 0) break;
-            bytes += step;
+            const Walk w = nus::walk(table, s + bytes, 4);
+            if (w.status != 0) {
+                nus::set_error(h, w.status);
+                return 0;
+            }
+            if (w.wc == 0) break;
+            bytes += w.length;
         }
     }
     return static_cast<int>(bytes) + min_length(h);
@@ -118,28 +92,22 @@ NU_EXPORT int nu_mbsbytes(nu_locale_t h, const unsigned char *s) {
 NU_EXPORT int _tsn_nu_full_mbtowc(nu_locale_t h, nu_wchar *pwc, const unsigned char *s, int n) {
     if (s == nullptr) return 0;
     if (n == -1) {
+        // The string without its terminator; so an empty string is an incomplete character.
         const int bytes = nu_mbsbytes(h, s);
         if (bytes < 1) return -1;
         n = bytes - min_length(h);
     }
-    if (n < 1) {
-        nus::set_error(h, NU_EINVAL);
-        return -1;
-    }
     const Walk w = nus::walk(h->ctype.class_table, s, n);
-    if (w.status != 0) {
-        nus::set_error(h, w.status);
-        return -1;
-    }
-    *pwc = w.wc;
+    if (w.status != 0) return fail(h, w.status);
+    if (pwc != nullptr) *pwc = w.wc;
     return w.wc == 0 ? 0 : w.length;
 }
 
+// Unlike the counted form, -1 is no "up to the terminator" here: any n below 1 is an
+// incomplete character.
 NU_EXPORT int nu_full_mbtowc(nu_locale_t h, nu_wchar *pwc, const unsigned char *s, int n) {
-    if (n < 1 && s != nullptr) {
-        nus::set_error(h, NU_EINVAL);
-        return -1;
-    }
+    if (s == nullptr) return 0;
+    if (n < 1) return fail(h, NU_EINVAL);
     return _tsn_nu_full_mbtowc(h, pwc, s, n);
 }
 
@@ -156,36 +124,40 @@ NU_EXPORT int nu_wclen(nu_locale_t h, nu_wchar wc) {
 // ---- string conversions -------------------------------------------------------------------
 
 // Multibyte to wide in a multibyte code set. With a length, the result is the number of
-// characters stored when the end was reached, or n + 1 when room ran out first: kept as the
-// defined result.
+// characters stored when the end was reached, or n + 1 when room ran out first: kept for
+// compatibility, callers rely on the asymmetry. A span ending inside a character is an
+// illegal sequence (1), not an incomplete one (7).
 NU_EXPORT int _tsn_nu_im_mbfstowcfs(nu_locale_t h, nu_wchar *wcs, const unsigned char *s,
                                     int slen, int n) {
-    const bool counted = slen != -1;
-    const unsigned char *end = counted ? s + slen : nullptr;
-    int i = 0;
-    for (; i < n; ++i) {
-        const long budget = counted ? end - s : 4;
-        const Walk w = nus::walk(h->ctype.class_table, s, budget);
-        if (w.status != 0) {
-            // A span that ends inside a character is an illegal sequence here.
-            nus::set_error(h, counted ? NU_EILSEQ : w.status);
-            return -1;
+    const multi_t *table = h->ctype.class_table;
+    if (slen == -1) {
+        for (int i = 0; i < n; ++i) {
+            const Walk w = nus::walk(table, s, 4);
+            if (w.status != 0) return fail(h, w.status);
+            wcs[i] = w.wc;
+            if (w.wc == 0) return i;
+            s += w.length;
         }
+        return n;
+    }
+    // Nothing to decode: the first character would lie past the span.
+    if (slen < 1) return 0;
+    const unsigned char *end = s + slen;
+    for (int i = 0; i < n; ++i) {
+        const Walk w = nus::walk(table, s, end - s);
+        if (w.status != 0) return fail(h, NU_EILSEQ);
         wcs[i] = w.wc;
         s += w.length;
-        if (counted) {
-            if (s >= end) return i + 1;
-        } else if (w.wc == 0) {
-            return i;
-        }
+        if (s >= end) return i + 1;
     }
-    return counted ? n + 1 : n;
+    return n + 1;
 }
 
 NU_EXPORT int _nu_im_mbstowcs(nu_locale_t h, nu_wchar *wcs, const unsigned char *s, int n) {
     return _tsn_nu_im_mbfstowcfs(h, wcs, s, -1, n);
 }
 
+// Single-byte code sets: every byte is the character of the same value. Cannot fail.
 NU_EXPORT int _tsn_nu_is_mbfstowcfs(nu_locale_t, nu_wchar *wcs, const unsigned char *s,
                                     int slen, int n) {
     int i = 0;
@@ -195,7 +167,7 @@ NU_EXPORT int _tsn_nu_is_mbfstowcfs(nu_locale_t, nu_wchar *wcs, const unsigned c
     }
     for (; i < n; ++i) {
         wcs[i] = s[i];
-        if (s[i] == 0) break;
+        if (s[i] == 0) break; // stored, not counted
     }
     return i;
 }
@@ -204,34 +176,26 @@ NU_EXPORT int _nu_is_mbstowcs(nu_locale_t h, nu_wchar *wcs, const unsigned char 
     return _tsn_nu_is_mbfstowcfs(h, wcs, s, -1, n);
 }
 
-namespace {
-
-// Wide to multibyte, shared by the general and the single-byte forms. A character that does
-// not fit in n bytes ends the conversion without error and without a terminator.
-template <bool SingleByte>
-int wide_to_multibyte(nu_locale_rec *h, unsigned char *s, const nu_wchar *wcs, int wlen,
-                      int n) {
+// Wide to multibyte. A character (the terminator included) that does not fit in the n bytes
+// ends the conversion without error and without a terminator.
+NU_EXPORT int _tsn_nu_full_wcstombs(nu_locale_t h, unsigned char *s, const nu_wchar *wcs,
+                                    int wlen, int n) {
     const bool counted = wlen != -1;
     const int m = min_length(h);
+    const bool single = h->single_byte != 0;
     int written = 0;
     for (int i = 0; !counted || i < wlen; ++i) {
         const nu_wchar wc = wcs[i];
+        const int need = nus::encoded_length(wc, m);
+        if (need == 0) return fail(h, NU_EILSEQ);
+        if (static_cast<long>(written) + need > n) return written;
         if (!counted && wc == 0) {
             nu_mbsterm(h, s + written);
             return written;
         }
-        if (SingleByte) {
-            if (written + 1 > n) return written;
-            if (wc > 0xFF) {
-                nus::set_error(h, NU_EILSEQ);
-                return -1;
-            }
-            s[written++] = static_cast<unsigned char>(wc);
-            continue;
-        }
-        const int need = encoded_length(wc, m);
-        if (written + need > n) return written;
-        if (h->single_byte) {
+        if (single) {
+            // The room was measured with the multibyte rule; one byte is stored: kept for
+            // compatibility.
             s[written++] = static_cast<unsigned char>(wc);
         } else {
             const int put = nus::encode(h, s + written, wc);
@@ -242,56 +206,74 @@ int wide_to_multibyte(nu_locale_rec *h, unsigned char *s, const nu_wchar *wcs, i
     return written;
 }
 
-} // namespace
-
-NU_EXPORT int _tsn_nu_full_wcstombs(nu_locale_t h, unsigned char *s, const nu_wchar *wcs,
-                                    int wlen, int n) {
-    return wide_to_multibyte<false>(h, s, wcs, wlen, n);
-}
-
 NU_EXPORT int nu_full_wcstombs(nu_locale_t h, unsigned char *s, const nu_wchar *wcs, int n) {
-    return wide_to_multibyte<false>(h, s, wcs, -1, n);
+    return _tsn_nu_full_wcstombs(h, s, wcs, -1, n);
 }
 
 NU_EXPORT int _tsn_nu_is_wcstombs(nu_locale_t h, unsigned char *s, const nu_wchar *wcs,
                                   int wlen, int n) {
-    return wide_to_multibyte<true>(h, s, wcs, wlen, n);
+    const bool counted = wlen != -1;
+    int written = 0;
+    for (int i = 0; !counted || i < wlen; ++i) {
+        if (written >= n) return written;
+        const nu_wchar wc = wcs[i];
+        if (!counted && wc == 0) {
+            nu_mbsterm(h, s + written);
+            return written;
+        }
+        if (wc > 0xFF) return fail(h, NU_EILSEQ);
+        s[written++] = static_cast<unsigned char>(wc);
+    }
+    return written;
 }
 
 NU_EXPORT int _nu_is_wcstombs(nu_locale_t h, unsigned char *s, const nu_wchar *wcs, int n) {
-    return wide_to_multibyte<true>(h, s, wcs, -1, n);
+    return _tsn_nu_is_wcstombs(h, s, wcs, -1, n);
 }
 
 // ---- measures -----------------------------------------------------------------------------
 
 NU_EXPORT int _nu_im_mbslen(nu_locale_t h, const unsigned char *s) {
+    if (s == nullptr) return 0;
+    const multi_t *table = h->ctype.class_table;
     int count = 0;
     for (;;) {
-        const int step = nu_full_mblen(h, s, 4);
-        if (step < 0) return -1;
-        if (step == 0) return count;
-        s += step;
+        const Walk w = nus::walk(table, s, 4);
+        if (w.status != 0) return fail(h, w.status);
+        if (w.wc == 0) return count;
+        s += w.length;
         ++count;
     }
 }
 
+// Characters in the span; a null character inside it counts as one character of the minimum
+// length. A character running past the end of the span is an illegal sequence.
 NU_EXPORT int _tsn_nu_im_mbfslen(nu_locale_t h, const unsigned char *s, int slen) {
+    if (s == nullptr) return 0;
     const int m = min_length(h);
     if (slen == -1) slen = nu_mbsbytes(h, s) - m;
     if (slen <= 0) return 0;
+    const multi_t *table = h->ctype.class_table;
+    const bool single = h->single_byte != 0;
     const unsigned char *end = s + slen;
     int count = 0;
     while (s < end) {
         int step;
-        if (h->single_byte) step = (s == nullptr || *s == 0) ? 0 : 1;
-        else step = nu_full_mblen(h, s, 4);
-        if (step < 0) return -1;
-        s += step == 0 ? m : step;   // a null character inside the span counts too
+        if (single) {
+            step = *s == 0 ? 0 : 1;
+        } else {
+            // At most 4 bytes, and never past the span: a character cut by the end fails
+            // below just as one that runs over it.
+            const long left = end - s;
+            const Walk w = nus::walk(table, s, left < 4 ? left : 4);
+            if (w.status == NU_EINVAL && left < 4) return fail(h, NU_EILSEQ);
+            if (w.status != 0) return fail(h, w.status);
+            step = w.wc == 0 ? 0 : w.length;
+        }
         ++count;
-    }
-    if (s > end) {
-        nus::set_error(h, NU_EILSEQ);
-        return -1;
+        if (step == 0) step = m > 0 ? m : 1;
+        if (step > end - s) return fail(h, NU_EILSEQ);
+        s += step;
     }
     return count;
 }
