@@ -2,7 +2,7 @@
 JOBS ?= $(shell nproc)
 TREES := build/32 build/64
 
-.PHONY: all deps build demo test bench clean
+.PHONY: all deps build demo test bench asan clean
 
 all: build
 
@@ -22,6 +22,16 @@ demo: build
 test: build
 	cd build/32 && ctest --output-on-failure -j $(JOBS)
 	cd build/64 && ctest --output-on-failure -j $(JOBS)
+
+# The 64-bit tests under AddressSanitizer and UndefinedBehaviorSanitizer (the checks of the
+# shipped object itself do not apply to an instrumented build).
+SANITIZE := -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=all
+asan: deps
+	cmake -S . -B build/asan -DNUS_BITS=64 -DCMAKE_BUILD_TYPE=Debug \
+	    -DCMAKE_C_FLAGS="$(SANITIZE)" -DCMAKE_CXX_FLAGS="$(SANITIZE)" \
+	    -DCMAKE_EXE_LINKER_FLAGS="$(SANITIZE)" -DCMAKE_SHARED_LINKER_FLAGS="$(SANITIZE)" >/dev/null
+	cmake --build build/asan -j $(JOBS)
+	cd build/asan && ASAN_OPTIONS=detect_leaks=1 LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp ctest --output-on-failure -j $(JOBS) -E '^build\.'
 
 # glibc locales the benchmarks compare with, compiled into the build tree (no system change).
 GLIBC_LOCALES := build/glibc-locales

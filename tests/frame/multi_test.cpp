@@ -20,8 +20,12 @@ struct FreeTable {
 using Table = std::unique_ptr<multi_t, FreeTable>;
 
 const uint16_t kDefault = 0xDEF0;
+// The default descriptor as bytes, long enough for every descriptor size the tests use.
+const unsigned char kDefaultBytes[16] = {0xF0, 0xDE};
 
-Table new_table(unsigned desc_size = 2) { return Table(_nu_create_multi(desc_size, 0, &kDefault)); }
+Table new_table(unsigned desc_size = 2) {
+    return Table(_nu_create_multi(desc_size, 0, kDefaultBytes));
+}
 
 multi_key key(std::initializer_list<int> bytes) {
     multi_key k{static_cast<int32_t>(bytes.size()), {}};
