@@ -467,3 +467,66 @@ TEST(LocaleBadInput, AllocationFailuresDuringLoad) {
         EXPECT_EQ(counter.live, 0) << "refusing allocation " << n;
     }
 }
+
+// A handle made from a directory reads its "default.lco" whole; without one it searches.
+TEST(LocaleCreate, DefaultLocaleFromDirectoryOrSearch) {
+    Installation install;
+    const std::string directory = (install.dir().path() / "nus/lc11/").string();
+    Handle h;
+    ASSERT_EQ(nu_createlocale2_4(&h.h, directory.c_str()), 0) << h.error();
+    EXPECT_EQ(query(h.h, NU_COLLATE), "default.lco");
+    EXPECT_STREQ(h.h->codeset[5], "8859-1");
+    EXPECT_EQ(h.h->wlocname[0][0], nu_wchar{'d'});
+    EXPECT_EQ(h.h->single_byte, 1);
+    EXPECT_STREQ(nu_localeconv(h.h)->decimal_point, ".");
+
+    Handle searched;
+    ASSERT_EQ(nu_createlocale_4(&searched.h), 0) << searched.error();
+    EXPECT_EQ(_nu_im_towupper(searched.h, 0xE9), nu_wchar{0xC9});
+
+    // A file whose last line has no newline is still whole.
+    std::string text = install.locale_text("xx_yy/0333.lco");
+    ASSERT_EQ(text.back(), '\n');
+    text.pop_back();
+    install.dir().write("nus/lc11/default.lco", text);
+    Handle unended;
+    EXPECT_EQ(nu_createlocale_4(&unended.h), 0) << unended.error();
+    EXPECT_STREQ(nu_nl_langinfo(unended.h, 58), "no");
+}
+
+TEST(LocaleLoad, SetLocaleLogsItsSteps) {
+    Installation install;
+    TempDir cwd_dir;
+    std::string log;
+    {
+        nus_test::CwdGuard cwd(cwd_dir.path());
+        EnvGuard on("NUSLOG", "on");
+        nus::reset_debug_state();
+        Handle h;
+        ASSERT_EQ(nu_create_null_locale_4(&h.h), 0);
+        nu_destroystring(nu_setlocale_4(h.h, NU_CTYPE, "xx_yy/0333.lco"));
+        EXPECT_EQ(nu_setlocale_4(h.h, NU_CTYPE, "absent.lco"), nullptr);
+        log = nus_test::read_file(cwd_dir.path() / "nus.log");
+    }
+    nus::reset_debug_state();
+    const std::string steps = "nu_setlocale: Begin\nnu_setlocale: Calling nu_init_nuu\n"
+                              "nu_setlocale: Calling set_categories\n";
+    EXPECT_NE(log.find(steps), std::string::npos) << log;
+    EXPECT_NE(log.find("nu_setlocale: retVal from set_categories\nxx_yy/0333.lco\n"
+                       "nu_setlocale: End\n"),
+              std::string::npos);
+    EXPECT_NE(log.find("nu_setlocale: retVal from set_categories\nNULL\nnu_setlocale: End\n"),
+              std::string::npos);
+}
+
+// NUMERIC cannot be widened without CTYPE: through a load the code sets disagree first.
+TEST(LocaleLoad, CategoriesNeedCtype) {
+    Installation install;
+    Handle h;
+    ASSERT_EQ(nu_create_null_locale_4(&h.h), 0);
+    EXPECT_EQ(nu_setlocale_4(h.h, NU_NUMERIC, "xx_yy/0333.lco"), nullptr);
+    EXPECT_EQ(h.error(), NU_ECATCODESET);
+    h.h->error = 0;
+    EXPECT_EQ(nus::init_numeric_info(h.h), 0);
+    EXPECT_EQ(h.error(), NU_ENOTLOADED);
+}
