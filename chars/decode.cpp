@@ -130,8 +130,16 @@ NU_EXPORT int nu_wclen(nu_locale_t h, nu_wchar wc) {
 NU_EXPORT int _tsn_nu_im_mbfstowcfs(nu_locale_t h, nu_wchar *wcs, const unsigned char *s,
                                     int slen, int n) {
     const multi_t *table = h->ctype.class_table;
+    // Characters of one byte end at the root: they are taken without a walk.
+    const unsigned char *root_flags =
+        table != nullptr && table->root != nullptr ? table->root->flag_arr : nullptr;
     if (slen == -1) {
         for (int i = 0; i < n; ++i) {
+            if (root_flags != nullptr && root_flags[*s] == MULTI_LAST) {
+                wcs[i] = *s;
+                if (*s++ == 0) return i;
+                continue;
+            }
             const Walk w = nus::walk(table, s, 4);
             if (w.status != 0) return fail(h, w.status);
             wcs[i] = w.wc;
@@ -144,10 +152,14 @@ NU_EXPORT int _tsn_nu_im_mbfstowcfs(nu_locale_t h, nu_wchar *wcs, const unsigned
     if (slen < 1) return 0;
     const unsigned char *end = s + slen;
     for (int i = 0; i < n; ++i) {
-        const Walk w = nus::walk(table, s, end - s);
-        if (w.status != 0) return fail(h, NU_EILSEQ);
-        wcs[i] = w.wc;
-        s += w.length;
+        if (root_flags != nullptr && root_flags[*s] == MULTI_LAST) {
+            wcs[i] = *s++;
+        } else {
+            const Walk w = nus::walk(table, s, end - s);
+            if (w.status != 0) return fail(h, NU_EILSEQ);
+            wcs[i] = w.wc;
+            s += w.length;
+        }
         if (s >= end) return i + 1;
     }
     return n + 1;
@@ -236,8 +248,16 @@ NU_EXPORT int _nu_is_wcstombs(nu_locale_t h, unsigned char *s, const nu_wchar *w
 NU_EXPORT int _nu_im_mbslen(nu_locale_t h, const unsigned char *s) {
     if (s == nullptr) return 0;
     const multi_t *table = h->ctype.class_table;
+    const unsigned char *root_flags =
+        table != nullptr && table->root != nullptr ? table->root->flag_arr : nullptr;
     int count = 0;
     for (;;) {
+        // Characters of one byte end at the root: they are counted without a walk.
+        if (root_flags != nullptr && root_flags[*s] == MULTI_LAST) {
+            if (*s++ == 0) return count;
+            ++count;
+            continue;
+        }
         const Walk w = nus::walk(table, s, 4);
         if (w.status != 0) return fail(h, w.status);
         if (w.wc == 0) return count;

@@ -75,20 +75,6 @@ void clear_names(nu_locale_rec *h, int category) {
 
 } // namespace
 
-namespace nus {
-
-// Widens each code-set and locale name byte by byte into its wide twin.
-void init_locale_info(nu_locale_rec *h) {
-    for (int i = 0; i < nus::kCategories; ++i) {
-        for (int k = 0; k < nus::kCodesetNameSize; ++k)
-            h->wcodeset[i][k] = static_cast<unsigned char>(h->codeset[i][k]);
-        for (int k = 0; k < nus::kLocaleNameSize; ++k)
-            h->wlocname[i][k] = static_cast<unsigned char>(h->locname[i][k]);
-    }
-}
-
-} // namespace nus
-
 namespace {
 
 void free_locale(nu_locale_rec *h) {
