@@ -32,15 +32,6 @@ multi_t *empty_table(nu_locale_rec *h) {
     return table;
 }
 
-void free_single_byte_tables(nu_locale_rec *h) {
-    _nu_free_ptr(h->sb_upper);
-    _nu_free_ptr(h->sb_lower);
-    _nu_free_ptr(h->sb_class);
-    h->sb_upper = nullptr;
-    h->sb_lower = nullptr;
-    h->sb_class = nullptr;
-}
-
 void free_ctype(nu_locale_rec *h) {
     nus::CtypeFields &ct = h->ctype;
     _nu_free_multi(ct.class_table);
@@ -75,6 +66,19 @@ void clear_names(nu_locale_rec *h, int category) {
 
 } // namespace
 
+namespace nus {
+
+void free_single_byte_tables(nu_locale_rec *h) {
+    _nu_free_ptr(h->sb_upper);
+    _nu_free_ptr(h->sb_lower);
+    _nu_free_ptr(h->sb_class);
+    h->sb_upper = nullptr;
+    h->sb_lower = nullptr;
+    h->sb_class = nullptr;
+}
+
+} // namespace nus
+
 namespace {
 
 void free_locale(nu_locale_rec *h) {
@@ -84,7 +88,7 @@ void free_locale(nu_locale_rec *h) {
     nu_message(text);
     for (int category = NU_CTYPE; category <= NU_MESSAGES; ++category)
         nu_free_category(h, category);
-    free_single_byte_tables(h);
+    nus::free_single_byte_tables(h);
     _nu_free_ptr(h);
 }
 
@@ -96,7 +100,7 @@ NU_EXPORT void nu_make_null_category(nu_locale_t h, int category) {
         h->ctype = {};
         h->ctype.class_table = empty_table(h);
         h->ctype.case_table = empty_table(h);
-        free_single_byte_tables(h);
+        nus::free_single_byte_tables(h);
         break;
     case NU_COLLATE:
         h->coll = {};
@@ -192,7 +196,7 @@ NU_EXPORT void nu_free_nonshared_loc(nu_locale_t h) {
     if (h == nullptr || is_static_handle(h)) return;
     for (int category = NU_CTYPE; category <= NU_MESSAGES; ++category)
         nu_free_category(h, category);
-    free_single_byte_tables(h);
+    nus::free_single_byte_tables(h);
     _nu_free_ptr(h);
 }
 

@@ -499,6 +499,9 @@ NU_API int nu_lc_load(nu_locale_t *handle, const char *spec, const char *registr
 NU_API int nu_copy_cat(nu_locale_t destination, nu_locale_t source, int category);
 /* Frees a handle that shares categories with another: its own parts only. */
 NU_API void nu_free_nonshared_loc(nu_locale_t handle);
+/* Prepares the companion Unicode library for a handle; without one (this build) it returns 0
+   and the handle stays table-driven. */
+NU_API int nu_init_nuu(nu_locale_t handle);
 
 /* The caller-visible conventions: each string with its wide twin, then the eight monetary
    values as characters (CHAR_MAX when not available). */

@@ -335,9 +335,7 @@ int build_single_byte_tables(nu_locale_rec *h) {
                                                          &length, &scratch_error);
         classes[b] = table_value(h->ctype.class_table, desc);
     }
-    _nu_free_ptr(h->sb_upper);
-    _nu_free_ptr(h->sb_lower);
-    _nu_free_ptr(h->sb_class);
+    free_single_byte_tables(h);
     h->sb_upper = upper;
     h->sb_lower = lower;
     h->sb_class = classes;

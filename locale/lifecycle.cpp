@@ -208,9 +208,16 @@ int update_locale(nu_locale_rec *h) {
 
 } // namespace nus
 
+// The companion Unicode library is not part of this build: every handle stays table-driven.
+NU_EXPORT int nu_init_nuu(nu_locale_t) { return 0; }
+
 NU_EXPORT char *nu_setlocale_4(nu_locale_t h, int category, const char *spec) {
     log_message("nu_setlocale: Begin");
     log_message("nu_setlocale: Calling nu_init_nuu");
+    if (nu_init_nuu(h) != 0) {
+        log_message("nu_setlocale: nu_init_nuu failed");
+        return nullptr;
+    }
     log_message("nu_setlocale: Calling set_categories");
     char *result = set_categories(h, category, spec, nullptr);
     log_message("nu_setlocale: retVal from set_categories");
@@ -229,6 +236,7 @@ NU_EXPORT int nu_lc_load(nu_locale_t *handle, const char *spec, const char *regi
         use = name;
     if (nu_create_null_locale_4(handle) != 0) return -1;
     nu_locale_t h = *handle;
+    if (nu_init_nuu(h) != 0) return -1;
     char *result = set_categories(h, NU_ALL, use != nullptr ? use : "", directory);
     nu_destroystring(result);
     return h->error != 0 ? -1 : 0;

@@ -38,7 +38,8 @@ int load_nuconv_monetary(nu_locale_rec *h);
 
 // The CTYPE section; 0 on success, the handle's error set otherwise.
 int read_ctype(FILE *stream, nu_locale_rec *h);
-// The single-byte upper, lower and class tables from the CTYPE tables.
+// The single-byte upper, lower and class tables from the CTYPE tables, and their release.
+void free_single_byte_tables(nu_locale_rec *h);
 int build_single_byte_tables(nu_locale_rec *h);
 
 // The locale object file: header, a whole file, one category's section.
