@@ -405,7 +405,7 @@ NU_API int _nu_all_decimal_digits(const char *text);
 /* The locale object file name of a specification ("de_de.8859-1@euro" gives
    "de_de/0333euro.lco"), or of a per-category specification ("NU_CTYPE = de_de.819 ; ..."
    keeps its structure, each item's file name preceded by `directory` and NU_PATH_MARK).
-   The specification counts up to its first 285 characters. 0, or -1 with NU_EINVAL. */
+   A locale specification counts up to its first 285 characters. 0, or -1 with NU_EINVAL. */
 NU_API int nu_lc_spec2lc_fname(void *handle, const char *spec, char *out, const char *registry,
                                const char *directory);
 /* Converts one "ll_tt.codeset[@mod]" piece at *spec into its file name at *out, stores the

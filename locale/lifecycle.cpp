@@ -56,7 +56,7 @@ int load_native_category(nu_locale_rec *h, int category, char *name_out,
     return read_category(h, category, stream);
 }
 
-// The name for one category: from the specification (its keyword's item, or the whole
+// The name for one category: from the locale specification (its keyword's item, or the whole
 // text), else from the environment.
 int load_category(nu_locale_rec *h, int category, const char *text, char *name_out,
                   const char *directory) {

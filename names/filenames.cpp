@@ -162,8 +162,8 @@ void pathcat_mark(char *out, const char *directory) {
 }
 
 // The piece is consumed in three steps: "ll_tt." (checked as a whole), the code-set name,
-// the modifier. On a fault the specification pointer stays after the last complete step,
-// so that callers can take the rest as a bare code-set name.
+// the modifier. On a fault the pointer into the locale specification stays after the last
+// complete step, so that callers can take the rest as a bare code-set name.
 NU_EXPORT int _nu_is_xopen_spec(void *handle, const char **spec, char **out,
                                 unsigned int *number, const char *registry) {
     if (spec == nullptr || *spec == nullptr || out == nullptr || *out == nullptr) return 0;

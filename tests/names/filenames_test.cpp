@@ -181,8 +181,8 @@ TEST_F(FileNames, XOpenPieceAdvancesBothPointers) {
     EXPECT_STREQ(spec, " ; NU_TIME");
     EXPECT_STREQ(buffer, "de_de/0333euro.lco");
     EXPECT_EQ(out, buffer + std::strlen(buffer));
-    // A fault in "ll_tt." leaves the specification where it was, a later one after the
-    // last complete step (for the bare-name reading of the code-set query).
+    // A fault in "ll_tt." leaves the pointer into the locale specification where it was, a
+    // later one after the last complete step (for the bare-name reading of the code-set query).
     for (auto [text, left] : {std::pair{"8859-1", 0}, {"de_de", 0}, {"de_de.nosuch", 6},
                               {"de_de.819@abcde", 9}}) {
         spec = text;
