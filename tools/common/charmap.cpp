@@ -1,0 +1,292 @@
+// Reading POSIX charmaps.
+#include "tools/common/charmap.h"
+
+#include <zlib.h>
+
+#include <cctype>
+#include <sstream>
+
+namespace nus::tools {
+
+namespace {
+
+constexpr uint32_t kMaxRange = 0x110000;
+
+struct Lines {
+    std::vector<std::string> lines;
+    std::vector<int> numbers;   // the file line each logical line starts on
+};
+
+// Splits text into logical lines: a line ending in the escape character continues on the
+// next one.
+Lines logical_lines(const std::string &text, char escape) {
+    Lines out;
+    std::string current;
+    int line = 1;
+    int start = 1;
+    size_t i = 0;
+    while (i <= text.size()) {
+        const size_t end = text.find('\n', i);
+        std::string piece = text.substr(i, end == std::string::npos ? std::string::npos : end - i);
+        if (!piece.empty() && piece.back() == '\r') piece.pop_back();
+        // The line that names the escape character ends in it without continuing.
+        const bool defines = piece.find("<escape_char>") != std::string::npos ||
+                             piece.find("<comment_char>") != std::string::npos;
+        const bool continued = !defines && !piece.empty() && piece.back() == escape &&
+                               (piece.size() < 2 || piece[piece.size() - 2] != escape);
+        if (current.empty()) start = line;
+        if (continued) {
+            piece.pop_back();
+            current += piece;
+        } else {
+            current += piece;
+            out.lines.push_back(current);
+            out.numbers.push_back(start);
+            current.clear();
+        }
+        if (end == std::string::npos) break;
+        i = end + 1;
+        ++line;
+    }
+    return out;
+}
+
+std::string trim(const std::string &s) {
+    size_t a = 0, b = s.size();
+    while (a < b && std::isspace(static_cast<unsigned char>(s[a]))) ++a;
+    while (b > a && std::isspace(static_cast<unsigned char>(s[b - 1]))) --b;
+    return s.substr(a, b - a);
+}
+
+// Reads "<name>" at position i; the name without brackets, or nothing.
+std::optional<std::string> symbol_at(const std::string &s, size_t &i, char escape) {
+    if (i >= s.size() || s[i] != '<') return std::nullopt;
+    std::string name;
+    for (size_t k = i + 1; k < s.size(); ++k) {
+        if (s[k] == escape && k + 1 < s.size()) {
+            name += s[++k];
+            continue;
+        }
+        if (s[k] == '>') {
+            i = k + 1;
+            return name;
+        }
+        name += s[k];
+    }
+    return std::nullopt;
+}
+
+// Reads byte escapes (/xNN, /dNNN, /oNNN) at position i.
+std::optional<std::string> bytes_at(const std::string &s, size_t &i, char escape) {
+    std::string bytes;
+    while (i + 1 < s.size() && s[i] == escape) {
+        const char kind = s[i + 1];
+        int base = kind == 'x' ? 16 : kind == 'd' ? 10 : kind == 'o' ? 8 : 0;
+        if (base == 0) return std::nullopt;
+        const int max_digits = base == 16 ? 2 : 3;
+        size_t k = i + 2;
+        int value = 0, digits = 0;
+        while (k < s.size() && digits < max_digits) {
+            const char c = static_cast<char>(std::tolower(static_cast<unsigned char>(s[k])));
+            int d = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : 99;
+            if (d >= base) break;
+            value = value * base + d;
+            ++digits;
+            ++k;
+        }
+        if (digits == 0 || value > 255) return std::nullopt;
+        bytes += static_cast<char>(value);
+        i = k;
+    }
+    if (bytes.empty() || bytes.size() > 4) return std::nullopt;
+    return bytes;
+}
+
+// A symbol as a prefix and a number, for ranges.
+struct Numbered {
+    std::string prefix;
+    uint32_t number;
+    int digits;
+    bool hex;
+};
+
+std::optional<Numbered> split_symbol(const std::string &symbol, bool hex) {
+    size_t k = symbol.size();
+    auto is_digit = [hex](char c) {
+        return hex ? std::isxdigit(static_cast<unsigned char>(c)) != 0
+                   : std::isdigit(static_cast<unsigned char>(c)) != 0;
+    };
+    while (k > 0 && is_digit(symbol[k - 1])) --k;
+    // <U...> names are hexadecimal whatever the range mark; keep the U out of the digits.
+    if (hex && k == 0 && !symbol.empty() && (symbol[0] == 'U' || symbol[0] == 'u')) k = 1;
+    if (k == symbol.size() || symbol.size() - k > 8) return std::nullopt;
+    Numbered n{symbol.substr(0, k), 0, static_cast<int>(symbol.size() - k), hex};
+    n.number = static_cast<uint32_t>(std::stoul(symbol.substr(k), nullptr, hex ? 16 : 10));
+    return n;
+}
+
+std::string numbered_symbol(const Numbered &n, uint32_t number) {
+    char digits[16];
+    std::snprintf(digits, sizeof digits, n.hex ? "%0*X" : "%0*u", n.digits, number);
+    return n.prefix + digits;
+}
+
+// Adds one to bytes taken as a big-endian number.
+void increment(std::string &bytes) {
+    for (size_t k = bytes.size(); k-- > 0;) {
+        auto b = static_cast<unsigned char>(bytes[k]);
+        bytes[k] = static_cast<char>(b + 1);
+        if (b != 0xFF) break;
+    }
+}
+
+} // namespace
+
+std::optional<uint32_t> ucs_of_symbol(const std::string &symbol) {
+    if (symbol.size() != 5 && symbol.size() != 9) return std::nullopt;
+    if (symbol[0] != 'U') return std::nullopt;
+    uint32_t value = 0;
+    for (size_t k = 1; k < symbol.size(); ++k) {
+        const char c = symbol[k];
+        if (!std::isxdigit(static_cast<unsigned char>(c))) return std::nullopt;
+        value = value * 16 + static_cast<uint32_t>(std::isdigit(static_cast<unsigned char>(c))
+                                                       ? c - '0'
+                                                       : std::tolower(c) - 'a' + 10);
+    }
+    return value;
+}
+
+bool read_text_file(const std::string &path, std::string &out) {
+    gzFile f = gzopen(path.c_str(), "rb");
+    if (f == nullptr) return false;
+    out.clear();
+    char buffer[65536];
+    int n;
+    while ((n = gzread(f, buffer, sizeof buffer)) > 0) out.append(buffer, static_cast<size_t>(n));
+    const bool ok = n == 0;
+    gzclose(f);
+    return ok;
+}
+
+const CharmapEntry *Charmap::find(const std::string &symbol) const {
+    auto it = by_symbol_.find(symbol);
+    return it == by_symbol_.end() ? nullptr : &entries[it->second];
+}
+
+const CharmapEntry *Charmap::find_ucs(uint32_t ucs) const {
+    auto it = by_ucs_.find(ucs);
+    return it == by_ucs_.end() ? nullptr : &entries[it->second];
+}
+
+int Charmap::width(uint32_t ucs) const {
+    auto it = widths_.upper_bound(ucs);
+    if (it == widths_.begin()) return default_width_;
+    --it;
+    return ucs <= it->second.first ? it->second.second : default_width_;
+}
+
+void Charmap::index() {
+    by_symbol_.clear();
+    by_ucs_.clear();
+    for (size_t i = 0; i < entries.size(); ++i) {
+        by_symbol_.emplace(entries[i].symbol, i);
+        if (entries[i].ucs) by_ucs_.emplace(*entries[i].ucs, i);
+    }
+}
+
+std::optional<Diagnostic> read_charmap(const std::string &path, Charmap &out) {
+    std::string text;
+    if (!read_text_file(path, text)) return Diagnostic{path, 0, "cannot read the charmap"};
+    char comment = '#';
+    char escape = '\\';
+    // The two special characters may be redefined on the first lines, before anything else.
+    {
+        std::istringstream head(text);
+        std::string line;
+        for (int k = 0; k < 10 && std::getline(head, line); ++k) {
+            std::istringstream words(line);
+            std::string key, value;
+            words >> key >> value;
+            if (key == "<comment_char>" && !value.empty()) comment = value[0];
+            if (key == "<escape_char>" && !value.empty()) escape = value[0];
+        }
+    }
+    const Lines lines = logical_lines(text, escape);
+    enum class Where { header, charmap, width, other } where = Where::header;
+    out = Charmap{};
+    auto fail = [&](size_t k, const std::string &message) {
+        return Diagnostic{path, lines.numbers[k], message};
+    };
+    for (size_t k = 0; k < lines.lines.size(); ++k) {
+        const std::string line = trim(lines.lines[k]);
+        if (line.empty() || line[0] == comment) continue;
+        if (line == "CHARMAP") {
+            where = Where::charmap;
+            continue;
+        }
+        if (line == "END CHARMAP" || line == "END WIDTH") {
+            where = Where::other;
+            continue;
+        }
+        if (line == "WIDTH") {
+            where = Where::width;
+            continue;
+        }
+        if (line.rfind("WIDTH_DEFAULT", 0) == 0) {
+            out.default_width_ = std::atoi(line.c_str() + 13);
+            continue;
+        }
+        if (where == Where::header) {
+            std::istringstream words(line);
+            std::string key, value;
+            words >> key >> value;
+            if (key == "<code_set_name>") out.code_set_name = value;
+            else if (key == "<mb_cur_min>") out.mb_cur_min = std::atoi(value.c_str());
+            else if (key == "<mb_cur_max>") out.mb_cur_max = std::atoi(value.c_str());
+            continue;
+        }
+        if (where == Where::other) continue;
+        size_t i = 0;
+        const auto first = symbol_at(line, i, escape);
+        if (!first) return fail(k, "expected a symbolic name in angle brackets");
+        std::optional<std::string> last;
+        bool hex = true;
+        if (line.compare(i, 3, "...") == 0 || line.compare(i, 2, "..") == 0) {
+            const bool three = line.compare(i, 3, "...") == 0;
+            i += three ? 3 : 2;
+            hex = !three || ucs_of_symbol(*first).has_value();
+            last = symbol_at(line, i, escape);
+            if (!last) return fail(k, "a range needs a second symbolic name");
+        }
+        while (i < line.size() && std::isspace(static_cast<unsigned char>(line[i]))) ++i;
+        if (where == Where::width) {
+            const int w = std::atoi(line.c_str() + i);
+            const auto a = ucs_of_symbol(*first);
+            const auto b = last ? ucs_of_symbol(*last) : a;
+            if (a && b && *a <= *b) out.widths_[*a] = {*b, w};
+            continue;
+        }
+        auto bytes = bytes_at(line, i, escape);
+        if (!bytes) return fail(k, "bad byte sequence for <" + *first + ">");
+        if (!last) {
+            out.entries.push_back({*first, *bytes, ucs_of_symbol(*first)});
+            continue;
+        }
+        const auto from = split_symbol(*first, hex);
+        const auto to = split_symbol(*last, hex);
+        if (!from || !to || from->prefix != to->prefix || to->number < from->number ||
+            to->number - from->number >= kMaxRange)
+            return fail(k, "bad range <" + *first + "> to <" + *last + ">");
+        for (uint32_t n = from->number;; ++n) {
+            const std::string symbol = numbered_symbol(*from, n);
+            out.entries.push_back({symbol, *bytes, ucs_of_symbol(symbol)});
+            if (n == to->number) break;
+            increment(*bytes);
+        }
+    }
+    if (out.entries.empty()) return Diagnostic{path, 0, "no CHARMAP section"};
+    out.index();
+    return std::nullopt;
+}
+
+} // namespace nus::tools
