@@ -1,0 +1,125 @@
+// nus-localedef: compiles a POSIX locale definition against a charmap into a locale object
+// file.
+//
+//   nus-localedef -i SOURCE -f CHARMAP [-c CODESET] [-o FILE.lco | --tree ROOT]
+//                 [--registry FILE] [--widths CHARMAP]
+//
+// SOURCE and CHARMAP are paths, or names looked up in /usr/share/i18n/locales and
+// /usr/share/i18n/charmaps. CODESET is the registry name written into the file (by default the
+// charmap's name in lower case, which the registry must know). With --tree the file goes to
+// ROOT/nus/lc11/<language>_<territory>/<code-set number><modifier>.lco.
+#include "tools/localedef/compile.h"
+
+#include "nus.h"
+
+#include <cctype>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+namespace fs = std::filesystem;
+using namespace nus::tools;
+
+namespace {
+
+int usage() {
+    std::fprintf(stderr, "usage: nus-localedef -i SOURCE -f CHARMAP [-c CODESET] "
+                         "[-o FILE.lco | --tree ROOT] [--registry FILE] [--widths CHARMAP]\n");
+    return 1;
+}
+
+int fail(const std::string &message) {
+    std::fprintf(stderr, "%s\n", message.c_str());
+    return 1;
+}
+
+std::string find_file(const std::string &name, const char *dir, const char *suffix) {
+    if (fs::exists(name)) return name;
+    for (const std::string &candidate : {std::string(dir) + name, std::string(dir) + name + suffix})
+        if (fs::exists(candidate)) return candidate;
+    return name;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    std::string source_arg, charmap_arg, codeset, output, tree, registry = NUS_DEFAULT_REGISTRY;
+    std::string widths_arg = "/usr/share/i18n/charmaps/UTF-8.gz";
+    for (int i = 1; i < argc; ++i) {
+        const std::string a = argv[i];
+        auto next = [&](std::string &to) {
+            if (i + 1 >= argc) return false;
+            to = argv[++i];
+            return true;
+        };
+        bool ok = true;
+        if (a == "-i") ok = next(source_arg);
+        else if (a == "-f") ok = next(charmap_arg);
+        else if (a == "-c") ok = next(codeset);
+        else if (a == "-o") ok = next(output);
+        else if (a == "--tree") ok = next(tree);
+        else if (a == "--registry") ok = next(registry);
+        else if (a == "--widths") ok = next(widths_arg);
+        else return usage();
+        if (!ok) return usage();
+    }
+    if (source_arg.empty() || charmap_arg.empty() || output.empty() == tree.empty()) return usage();
+    const auto started = std::chrono::steady_clock::now();
+
+    const std::string source_path = find_file(source_arg, "/usr/share/i18n/locales/", "");
+    const std::string charmap_path = find_file(charmap_arg, "/usr/share/i18n/charmaps/", ".gz");
+    Charmap charmap;
+    if (auto error = read_charmap(charmap_path, charmap)) return fail(error->text());
+    Charmap widths;
+    if (auto error = read_charmap(widths_arg, widths)) return fail(error->text());
+    SourceLocale source;
+    if (auto error = read_locale_source(source_path, source)) return fail(error->text());
+
+    if (codeset.empty()) {
+        for (char c : charmap.code_set_name) codeset += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+    int32_t error_slot = 0;
+    const unsigned number = nu_cs_name2cs_num(&error_slot, codeset.c_str(), registry.c_str());
+    if (number == 0xE000u)
+        return fail(charmap_path + ":1: the registry " + registry + " does not know the code set \"" + codeset + "\" (give -c)");
+
+    if (!tree.empty()) {
+        // The locale's name comes from the source file: language_territory[@modifier].
+        std::string name = fs::path(source_path).filename().string();
+        std::string modifier;
+        if (const size_t at = name.find('@'); at != std::string::npos) {
+            modifier = name.substr(at);
+            name = name.substr(0, at);
+        }
+        const std::string spec = name + "." + codeset + modifier;
+        char file[256];
+        if (nu_lc_spec2lc_fname(&error_slot, spec.c_str(), file, registry.c_str(), nullptr) != 0)
+            return fail(source_path + ":1: no locale file name for \"" + spec + "\"");
+        output = (fs::path(tree) / "nus" / ("lc" + std::string(nu_lc_version())) / file).string();
+    }
+    std::error_code ignored;
+    fs::create_directories(fs::path(output).parent_path(), ignored);
+    const std::string temporary = output + ".part";
+    FILE *out = std::fopen(temporary.c_str(), "w");
+    if (out == nullptr) return fail(output + ":1: cannot write");
+    CompileOptions options{codeset, fs::path(source_path).filename().string(), &widths};
+    CompileReport report;
+    const auto error = compile_locale(source, charmap, options, out, report);
+    const bool written = std::fclose(out) == 0;
+    if (error || !written) {
+        fs::remove(temporary, ignored);
+        return fail(source_path + ":1: " + (error ? *error : std::string("write error")));
+    }
+    fs::rename(temporary, output, ignored);
+    if (ignored) {
+        fs::remove(temporary, ignored);
+        return fail(output + ":1: cannot write");
+    }
+    for (const std::string &w : report.warnings)
+        std::fprintf(stderr, "%s: warning: %s\n", source_path.c_str(), w.c_str());
+    const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - started).count();
+    std::printf("%s: %zu characters, %zu case pairs, %.0f ms\n", output.c_str(), report.characters,
+                report.case_pairs, ms);
+    return 0;
+}
