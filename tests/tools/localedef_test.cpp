@@ -141,3 +141,24 @@ TEST(Localedef, MultibyteLocalesLoad) {
     EXPECT_STREQ(nu_localeconv(utf8)->currency_symbol, "$");
     nu_lc_unload(utf8);
 }
+
+// The generated data tree: every locale of the default set loads, and so does default.lco.
+TEST(Localedef, DefaultSetLoads) {
+    EnvGuard path("NU_PATH", std::nullopt);
+    EnvGuard root("TESSARONDIR", NUS_DATA_DIR);
+    nu_locale_t h = nullptr;
+    ASSERT_EQ(nu_createlocale_4(&h), 0) << *_nu_ext_errno(h);
+    EXPECT_STREQ(nu_localeconv(h)->decimal_point, ".");
+    nu_lc_unload(h);
+    const char *specs[] = {"en_us.8859-1", "de_de.8859-1", "fr_fr.8859-1", "es_es.8859-1",
+                           "cs_cz.8859-2", "ru_ru.8859-5", "el_gr.8859-7", "he_il.8859-8",
+                           "tr_tr.8859-9", "en_us.cp1252", "ja_jp.sjis",   "ja_jp.ujis",
+                           "ko_kr.euc-kr", "zh_cn.gb",     "zh_tw.big5",   "th_th.thai620",
+                           "en_us.utf8",   "de_de.utf8",   "ja_jp.utf8"};
+    for (const char *spec : specs) {
+        h = nullptr;
+        EXPECT_EQ(nu_lc_load(&h, spec, nullptr, nullptr), 0) << spec << " " << *_nu_ext_errno(h);
+        EXPECT_GT(nu_ctype(h, "alpha"), 0) << spec;
+        nu_lc_unload(h);
+    }
+}
