@@ -2,6 +2,7 @@
 // Character classes are those of the "C" locale whatever the process locale is.
 #include "frame/frame.h"
 
+#include <climits>
 #include <clocale>
 #include <cstdlib>
 
@@ -49,10 +50,27 @@ bool scan_decimal(FILE *stream, char (&text)[41]) {
 
 namespace nus {
 
+// Converts the kept text as strtol does in base 10 (an optional sign, digits, saturation at
+// the limits of long), without its locale and whitespace handling: data files are read often.
 bool read_decimal(FILE *stream, long *value) {
     char text[41];
-    bool digit = scan_decimal(stream, text);
-    *value = std::strtol(text, nullptr, 10);
+    const bool digit = scan_decimal(stream, text);
+    const bool negative = text[0] == '-';
+    const char *p = text + (negative || text[0] == '+' ? 1 : 0);
+    unsigned long magnitude = 0;
+    const unsigned long limit = negative ? 0UL - static_cast<unsigned long>(LONG_MIN)
+                                         : static_cast<unsigned long>(LONG_MAX);
+    bool saturated = false;
+    for (; c_isdigit(*p); ++p) {
+        const unsigned long d = static_cast<unsigned long>(*p - '0');
+        if (saturated || magnitude > (limit - d) / 10) {
+            saturated = true;
+            continue;
+        }
+        magnitude = magnitude * 10 + d;
+    }
+    if (saturated) magnitude = limit;
+    *value = negative ? static_cast<long>(0UL - magnitude) : static_cast<long>(magnitude);
     return digit && (c_isdigit(text[0]) || text[0] == '-' || text[0] == '+');
 }
 

@@ -33,15 +33,14 @@ bool skip_line(FILE *stream) {
     }
 }
 
-// Reads lines until one is exactly the category's marker, newline included. Lines are read
-// in chunks of at most `chunk_size` - 1 characters; only a chunk that starts a line can be a
-// marker, so a marker text at the end of a longer line does not count.
-bool find_marker(FILE *stream, int category, int chunk_size) {
+// Reads lines until one is exactly the category's marker, newline included. Only a chunk that
+// starts a line can be a marker, so a marker text at the end of a longer line does not count;
+// the chunks are large because the sections passed over can be long (a UTF-8 CTYPE table).
+bool find_marker(FILE *stream, int category) {
     const char *marker = category_markers[category];
-    char chunk[kHeaderLineSize];
-    if (chunk_size > kHeaderLineSize) chunk_size = kHeaderLineSize;
+    char chunk[4096];
     bool at_line_start = true;
-    while (_nu_ext_fgets(chunk, chunk_size, stream) != nullptr) {
+    while (_nu_ext_fgets(chunk, sizeof chunk, stream) != nullptr) {
         const size_t length = std::strlen(chunk);
         if (at_line_start && std::strcmp(chunk, marker) == 0) return true;
         at_line_start = length > 0 && chunk[length - 1] == '\n';
@@ -177,7 +176,7 @@ int read_locale_file(FILE *stream, nu_locale_rec *h) {
     }
     for (auto &name : h->codeset) std::memcpy(name, codeset, sizeof codeset);
     for (int category = NU_CTYPE; category <= NU_MESSAGES; ++category) {
-        if (!find_marker(stream, category, 32)) {
+        if (!find_marker(stream, category)) {
             set_error(h, NU_EBADFILE);
             return 1;
         }
@@ -200,7 +199,7 @@ int read_one_category(nu_locale_rec *h, int category, FILE *stream) {
         set_error(h, NU_ECATCODESET);
         return 1;
     }
-    if (!find_marker(stream, category, kHeaderLineSize)) {
+    if (!find_marker(stream, category)) {
         set_error(h, NU_EBADFILE);
         return 1;
     }
