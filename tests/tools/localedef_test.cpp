@@ -13,6 +13,9 @@
 #include <langinfo.h>
 #include <locale.h>
 #include <sys/wait.h>
+#include <climits>
+#include <cwchar>
+#include <cwctype>
 
 using namespace nus::tools;
 using nus_test::EnvGuard;
@@ -221,4 +224,86 @@ TEST(Localedef, CommandErrors) {
     EXPECT_FALSE(std::filesystem::exists(output));
     EXPECT_EQ(run("-i de_DE -f ISO-8859-1 -c 8859-1"), 0);
     EXPECT_TRUE(std::filesystem::exists(output));
+}
+
+// Multibyte locales of the default set against glibc's builds: every character of the code
+// set (every 13th for UTF-8), decoded by glibc's mbrtowc, classified and case-mapped by both.
+TEST(Localedef, MultibyteLocalesAgreeWithGlibc) {
+    struct Multi {
+        const char *source, *charmap, *codeset, *file, *spec;
+        size_t step;
+    };
+    const Multi locales[] = {
+        {"ja_JP", "EUC-JP", "ujis", "ja_jp/e007.lco", "ja_jp.ujis", 1},
+        {"ja_JP", "SHIFT_JIS", "sjis", "ja_jp/e006.lco", "ja_jp.sjis", 1},
+        {"ko_KR", "EUC-KR", "euc-kr", "ko_kr/03ca.lco", "ko_kr.euc-kr", 1},
+        {"zh_CN", "GB2312", "gb", "zh_cn/e00d.lco", "zh_cn.gb", 1},
+        {"zh_TW", "BIG5", "big5", "zh_tw/e008.lco", "zh_tw.big5", 1},
+        {"de_DE", "UTF-8", "utf8", "de_de/e01c.lco", "de_de.utf8", 13},
+    };
+    struct Class {
+        const char *name;
+        int (*test)(wint_t);
+    };
+    const Class classes[] = {{"upper", iswupper}, {"lower", iswlower}, {"alpha", iswalpha},
+                             {"digit", iswdigit}, {"space", iswspace}, {"cntrl", iswcntrl},
+                             {"punct", iswpunct}, {"graph", iswgraph}, {"print", iswprint},
+                             {"xdigit", iswxdigit}, {"blank", iswblank}};
+    Tree tree;
+    TempDir glibc_dir;
+    for (const Multi &l : locales) {
+        tree.compile(l.source, l.charmap, l.codeset, l.file);
+        nu_locale_t h = nullptr;
+        ASSERT_EQ(nu_lc_load(&h, l.spec, nullptr, nullptr), 0) << l.spec;
+        locale_t g = glibc_locale(glibc_dir, l.source, l.charmap);
+        if (g == static_cast<locale_t>(0)) {
+            nu_lc_unload(h);
+            ADD_FAILURE() << "glibc's localedef could not build " << l.spec;
+            continue;
+        }
+        const locale_t previous = uselocale(g);
+        Charmap map;
+        ASSERT_FALSE(read_charmap(kCharmaps + l.charmap + ".gz", map));
+        // The bytes of a wide character in the code set, through glibc.
+        auto glibc_bytes = [](wint_t wc) {
+            char out[MB_LEN_MAX];
+            mbstate_t state{};
+            const size_t n = wcrtomb(out, static_cast<wchar_t>(wc), &state);
+            return n == static_cast<size_t>(-1) ? std::string() : std::string(out, n);
+        };
+        auto ours_bytes = [](nu_wchar wc) {
+            std::string out;
+            for (int shift = 24; shift >= 0; shift -= 8)
+                if ((wc >> shift) != 0 || shift == 0) out += static_cast<char>(wc >> shift);
+            return out;
+        };
+        int differences = 0, compared = 0;
+        for (size_t i = 0; i < map.entries.size() && differences < 10; i += l.step) {
+            const CharmapEntry &e = map.entries[i];
+            wchar_t wc = 0;
+            mbstate_t state{};
+            if (mbrtowc(&wc, e.bytes.data(), e.bytes.size(), &state) != e.bytes.size()) continue;
+            ++compared;
+            nu_wchar ours = 0;
+            for (unsigned char b : e.bytes) ours = (ours << 8) | b;
+            for (const Class &c : classes) {
+                const bool a = _nu_im_iswctype(h, ours, nu_ctype(h, c.name)) != 0;
+                const bool b = c.test(static_cast<wint_t>(wc)) != 0;
+                if (a != b) ++differences;
+                EXPECT_EQ(a, b) << l.spec << ": " << c.name << " of <" << e.symbol << ">";
+            }
+            const std::string upper = glibc_bytes(towupper(static_cast<wint_t>(wc)));
+            const std::string lower = glibc_bytes(towlower(static_cast<wint_t>(wc)));
+            if (!upper.empty()) {
+                EXPECT_EQ(ours_bytes(_nu_im_towupper(h, ours)), upper) << l.spec << " <" << e.symbol << ">";
+            }
+            if (!lower.empty()) {
+                EXPECT_EQ(ours_bytes(_nu_im_towlower(h, ours)), lower) << l.spec << " <" << e.symbol << ">";
+            }
+        }
+        EXPECT_GT(compared, 100) << l.spec;
+        uselocale(previous);
+        freelocale(g);
+        nu_lc_unload(h);
+    }
 }
