@@ -4,6 +4,7 @@
 // one) from a temporary installation; glibc uses ja_JP.EUC-JP and de_DE.ISO-8859-1 compiled
 // into the directory named by LOCPATH (make bench does that).
 #include "nus.h"
+#include "bench/euc_text.h"
 
 #include <benchmark/benchmark.h>
 
@@ -37,31 +38,8 @@ const std::string &installation() {
     return root;
 }
 
-// 1 MiB of ASCII mixed with two-byte EUC characters of rows B0-CE, zero-terminated.
-struct Text {
-    std::vector<unsigned char> bytes;
-    int chars = 0;
-};
-
-const Text &euc_text() {
-    static const Text t = [] {
-        Text out;
-        std::mt19937 rng(4242);
-        const size_t size = size_t{1} << 20;
-        while (out.bytes.size() < size) {
-            if (out.bytes.size() + 2 <= size && rng() % 2 == 0) {
-                out.bytes.push_back(static_cast<unsigned char>(0xB0 + rng() % 31));
-                out.bytes.push_back(static_cast<unsigned char>(0xA1 + rng() % 94));
-            } else {
-                out.bytes.push_back(static_cast<unsigned char>(0x20 + rng() % 95));
-            }
-            ++out.chars;
-        }
-        out.bytes.push_back(0);
-        return out;
-    }();
-    return t;
-}
+using nus_bench::euc_text;
+using Text = nus_bench::EucText;
 
 nu_locale_t euc_locale() {
     static nu_locale_t h = [] {

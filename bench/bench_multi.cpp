@@ -6,6 +6,7 @@
 // compressed. The text is 1 MiB of ASCII mixed with two-byte characters from rows B0-CE,
 // which every EUC-JP decoder accepts.
 #include "nus.h"
+#include "bench/euc_text.h"
 
 #include <benchmark/benchmark.h>
 #include <unicode/ucnv.h>
@@ -20,33 +21,9 @@
 
 namespace {
 
-constexpr size_t kTextSize = size_t{1} << 20;
+using nus_bench::kTextSize;
 
-struct Text {
-    std::vector<unsigned char> bytes; // kTextSize bytes and a terminating zero
-    int64_t chars = 0;
-};
-
-const Text &text() {
-    static const Text t = [] {
-        Text out;
-        out.bytes.reserve(kTextSize + 1);
-        std::mt19937 rng(12345);
-        while (out.bytes.size() < kTextSize) {
-            const bool wide = out.bytes.size() + 2 <= kTextSize && rng() % 2 == 0;
-            if (wide) {
-                out.bytes.push_back(static_cast<unsigned char>(0xB0 + rng() % (0xCE - 0xB0 + 1)));
-                out.bytes.push_back(static_cast<unsigned char>(0xA1 + rng() % 94));
-            } else {
-                out.bytes.push_back(static_cast<unsigned char>(0x20 + rng() % 95));
-            }
-            ++out.chars;
-        }
-        out.bytes.push_back(0);
-        return out;
-    }();
-    return t;
-}
+const nus_bench::EucText &text() { return nus_bench::euc_text(); }
 
 struct FreeTable {
     void operator()(multi_t *t) const { _nu_free_multi(t); }

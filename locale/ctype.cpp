@@ -28,24 +28,24 @@ int ub2_reader(FILE *stream, void *dest, unsigned int) {
     return value > 0xFFFF ? -1 : 0;
 }
 
-uint16_t table_value(const multi_t *table, const void *desc) {
+// The 16-bit value a table lookup found, 0 when it found none.
+uint16_t table_value(const void *desc) {
     uint16_t value = 0;
     if (desc != nullptr) std::memcpy(&value, desc, sizeof value);
-    (void)table;
     return value;
 }
 
 // The class-table value of a wide character, 0 when the table has none.
 uint16_t class_of(nu_locale_rec *h, nu_wchar wc) {
     int32_t scratch = 0;
-    return table_value(h->ctype.class_table,
-                       _nu_retrieve_wchar_multi_nl(&scratch, wc, h->ctype.class_table));
+    return table_value(
+        _nu_retrieve_wchar_multi_nl(&scratch, wc, h->ctype.class_table));
 }
 
 uint16_t case_index(nu_locale_rec *h, nu_wchar wc) {
     int32_t scratch = 0;
-    return table_value(h->ctype.case_table,
-                       _nu_retrieve_wchar_multi_nl(&scratch, wc, h->ctype.case_table));
+    return table_value(
+        _nu_retrieve_wchar_multi_nl(&scratch, wc, h->ctype.case_table));
 }
 
 // White space, then up to eight hexadecimal digits; false when there is none.
@@ -333,7 +333,7 @@ int build_single_byte_tables(nu_locale_rec *h) {
         int length = 0;
         const void *desc = _nu_retrieve_text_multi_limit(&byte, h->ctype.class_table, 1,
                                                          &length, &scratch_error);
-        classes[b] = table_value(h->ctype.class_table, desc);
+        classes[b] = table_value(desc);
     }
     free_single_byte_tables(h);
     h->sb_upper = upper;
