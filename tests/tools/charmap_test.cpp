@@ -2,7 +2,12 @@
 #include "tools/common/charmap.h"
 #include "support/support.h"
 
+#include "nus.h"
+
 #include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
 
 using nus::tools::Charmap;
 using nus::tools::read_charmap;
@@ -86,4 +91,43 @@ TEST(Charmap, BrokenFilesAreReportedWithTheirLine) {
     ASSERT_EQ(map.entries.size(), 4u);
     EXPECT_EQ(map.find("j0103")->bytes, "C");
     EXPECT_EQ(map.find("U00E9")->bytes, "\xc3\xa9");
+}
+
+// The names file maps charmap names to registry names, without regard to case; every name it
+// gives is one the registry knows.
+TEST(Charmap, RegistryNamesOfCharmaps) {
+    const std::string names = std::string(NUS_SOURCE_DIR) + "/data/charmap-names";
+    std::string name;
+    ASSERT_FALSE(nus::tools::registry_name_of_charmap(names, "ISO-8859-1", name));
+    EXPECT_EQ(name, "8859-1");
+    ASSERT_FALSE(nus::tools::registry_name_of_charmap(names, "shift_jis", name));
+    EXPECT_EQ(name, "sjis");
+    ASSERT_FALSE(nus::tools::registry_name_of_charmap(names, "EUC-JP", name));
+    EXPECT_EQ(name, "ujis");
+    ASSERT_FALSE(nus::tools::registry_name_of_charmap(names, "NO-SUCH-CHARMAP", name));
+    EXPECT_EQ(name, "");
+
+    std::string text;
+    ASSERT_TRUE(nus::tools::read_text_file(names, text));
+    const std::string registry = std::string(NUS_SOURCE_DIR) + "/data/registry";
+    std::istringstream lines(text);
+    std::string line;
+    int listed = 0;
+    while (std::getline(lines, line)) {
+        std::istringstream words(line);
+        std::string charmap, codeset;
+        if (!(words >> charmap >> codeset) || charmap[0] == '#') continue;
+        ++listed;
+        int32_t error = 0;
+        EXPECT_NE(nu_cs_name2cs_num(&error, codeset.c_str(), registry.c_str()), 0xE000u) << codeset;
+        EXPECT_TRUE(std::filesystem::exists(kCharmaps + charmap + ".gz")) << charmap;
+    }
+    EXPECT_GT(listed, 40);
+
+    nus_test::TempDir dir;
+    const auto broken = dir.write("names", "# fine\nUTF-8 utf8\nLATIN1 8859-1 extra\n");
+    const auto error = nus::tools::registry_name_of_charmap(broken.string(), "LATIN1", name);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->line, 3);
+    EXPECT_TRUE(nus::tools::registry_name_of_charmap((dir.path() / "absent").string(), "X", name));
 }

@@ -55,6 +55,39 @@ TEST(LocaleSource, GermanThroughItsCopies) {
         EXPECT_NE(std::find(de.present.begin(), de.present.end(), c), de.present.end()) << c;
 }
 
+// Transliterations: the locale's own entries win over included files, included files are
+// followed (also from a copied category), and alternatives keep their order.
+TEST(LocaleSource, Transliterations) {
+    SourceLocale de;
+    ASSERT_FALSE(read_locale_source(kLocales + "de_DE", de));
+    // de_DE's own block includes translit_combining; i18n's includes translit_neutral, which
+    // includes translit_compat and others.
+    ASSERT_TRUE(de.translit.count(0x20AC));
+    EXPECT_EQ(de.translit[0x20AC].front(), u("EUR"));
+    ASSERT_TRUE(de.translit.count(0x202F));
+    EXPECT_EQ(de.translit[0x202F], (std::vector<UString>{{0xA0}, {0x20}}));
+    EXPECT_TRUE(de.translit.count(0x0300));   // translit_combining: an accent omitted
+
+    nus_test::TempDir dir;
+    dir.write("xx_inc", "LC_CTYPE\ntranslit_start\n<U0041> \"inc\"\n<U0042> \"b\";<U0062>\n"
+                        "translit_end\nEND LC_CTYPE\n");
+    const auto file = dir.write("xx_XX", "comment_char %\nescape_char /\nLC_CTYPE\n"
+                                         "translit_start\ninclude \"xx_inc\";\"\"\n"
+                                         "<U0041> \"own\" % a comment\n"
+                                         "\"<U0043><U0044>\" \"cd\"\ntranslit_end\nEND LC_CTYPE\n");
+    SourceLocale l;
+    const auto error = read_locale_source(file.string(), l, dir.str());
+    ASSERT_FALSE(error) << error->text();
+    EXPECT_EQ(l.translit[0x41], std::vector<UString>{u("own")});
+    EXPECT_EQ(l.translit[0x42], (std::vector<UString>{u("b"), u("b")}));
+    EXPECT_EQ(l.translit.size(), 2u);   // the sequence source "CD" is passed over
+    const auto missing = dir.write("xx_YY", "LC_CTYPE\ntranslit_start\ninclude \"nowhere\";\"\"\n"
+                                            "translit_end\nEND LC_CTYPE\n");
+    const auto broken = read_locale_source(missing.string(), l, dir.str());
+    ASSERT_TRUE(broken);
+    EXPECT_EQ(broken->line, 3);
+}
+
 TEST(LocaleSource, EveryDebianSourceReads) {
     int count = 0;
     for (const auto &entry : std::filesystem::directory_iterator(kLocales)) {

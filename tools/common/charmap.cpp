@@ -1,5 +1,6 @@
 // Reading POSIX charmaps.
 #include "tools/common/charmap.h"
+#include "tools/common/lines.h"
 
 #include <zlib.h>
 
@@ -11,45 +12,6 @@ namespace nus::tools {
 namespace {
 
 constexpr uint32_t kMaxRange = 0x110000;
-
-struct Lines {
-    std::vector<std::string> lines;
-    std::vector<int> numbers;   // the file line each logical line starts on
-};
-
-// Splits text into logical lines: a line ending in the escape character continues on the
-// next one.
-Lines logical_lines(const std::string &text, char escape) {
-    Lines out;
-    std::string current;
-    int line = 1;
-    int start = 1;
-    size_t i = 0;
-    while (i <= text.size()) {
-        const size_t end = text.find('\n', i);
-        std::string piece = text.substr(i, end == std::string::npos ? std::string::npos : end - i);
-        if (!piece.empty() && piece.back() == '\r') piece.pop_back();
-        // The line that names the escape character ends in it without continuing.
-        const bool defines = piece.find("<escape_char>") != std::string::npos ||
-                             piece.find("<comment_char>") != std::string::npos;
-        const bool continued = !defines && !piece.empty() && piece.back() == escape &&
-                               (piece.size() < 2 || piece[piece.size() - 2] != escape);
-        if (current.empty()) start = line;
-        if (continued) {
-            piece.pop_back();
-            current += piece;
-        } else {
-            current += piece;
-            out.lines.push_back(current);
-            out.numbers.push_back(start);
-            current.clear();
-        }
-        if (end == std::string::npos) break;
-        i = end + 1;
-        ++line;
-    }
-    return out;
-}
 
 std::string trim(const std::string &s) {
     size_t a = 0, b = s.size();
@@ -199,26 +161,14 @@ std::optional<Diagnostic> read_charmap(const std::string &path, Charmap &out) {
     if (!read_text_file(path, text)) return Diagnostic{path, 0, "cannot read the charmap"};
     char comment = '#';
     char escape = '\\';
-    // The two special characters may be redefined on the first lines, before anything else.
-    {
-        std::istringstream head(text);
-        std::string line;
-        for (int k = 0; k < 10 && std::getline(head, line); ++k) {
-            std::istringstream words(line);
-            std::string key, value;
-            words >> key >> value;
-            if (key == "<comment_char>" && !value.empty()) comment = value[0];
-            if (key == "<escape_char>" && !value.empty()) escape = value[0];
-        }
-    }
-    const Lines lines = logical_lines(text, escape);
+    const std::vector<LogicalLine> lines = logical_lines(text, comment, escape);
     enum class Where { header, charmap, width, other } where = Where::header;
     out = Charmap{};
     auto fail = [&](size_t k, const std::string &message) {
-        return Diagnostic{path, lines.numbers[k], message};
+        return Diagnostic{path, lines[k].number, message};
     };
-    for (size_t k = 0; k < lines.lines.size(); ++k) {
-        const std::string line = trim(lines.lines[k]);
+    for (size_t k = 0; k < lines.size(); ++k) {
+        const std::string line = trim(lines[k].text);
         if (line.empty() || line[0] == comment) continue;
         if (line == "CHARMAP") {
             where = Where::charmap;
@@ -286,6 +236,33 @@ std::optional<Diagnostic> read_charmap(const std::string &path, Charmap &out) {
     }
     if (out.entries.empty()) return Diagnostic{path, 0, "no CHARMAP section"};
     out.index();
+    return std::nullopt;
+}
+
+std::optional<Diagnostic> registry_name_of_charmap(const std::string &names_file,
+                                                  const std::string &charmap_name,
+                                                  std::string &name) {
+    name.clear();
+    std::string text;
+    if (!read_text_file(names_file, text)) return Diagnostic{names_file, 0, "cannot read the charmap names"};
+    auto lower = [](std::string s) {
+        for (char &c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        return s;
+    };
+    const std::string wanted = lower(charmap_name);
+    std::istringstream lines(text);
+    std::string line;
+    for (int number = 1; std::getline(lines, line); ++number) {
+        std::istringstream words(line);
+        std::string key, value, extra;
+        if (!(words >> key) || key[0] == '#') continue;
+        if (!(words >> value) || (words >> extra))
+            return Diagnostic{names_file, number, "expected a charmap name and a registry name"};
+        if (lower(key) == wanted) {
+            name = value;
+            return std::nullopt;
+        }
+    }
     return std::nullopt;
 }
 

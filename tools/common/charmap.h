@@ -54,6 +54,13 @@ std::optional<Diagnostic> read_charmap(const std::string &path, Charmap &out);
 // Reads a whole file, gunzipping it when it is compressed; false when it cannot be read.
 bool read_text_file(const std::string &path, std::string &out);
 
+// The registry name of a charmap's code set, from a names file (lines "CHARMAP-NAME
+// registry-name", '#' comments; charmap names compared without regard to case). `name` is left
+// empty when the file does not list the charmap.
+std::optional<Diagnostic> registry_name_of_charmap(const std::string &names_file,
+                                                  const std::string &charmap_name,
+                                                  std::string &name);
+
 // The code point of a symbol of the form Uxxxx or Uxxxxxxxx.
 std::optional<uint32_t> ucs_of_symbol(const std::string &symbol);
 

@@ -1,5 +1,6 @@
 // Reading POSIX locale definitions.
 #include "tools/common/source.h"
+#include "tools/common/lines.h"
 
 #include <cctype>
 #include <filesystem>
@@ -10,6 +11,7 @@ namespace nus::tools {
 namespace {
 
 constexpr int kMaxCopyDepth = 16;
+constexpr size_t kMaxIncludes = 256;
 constexpr uint32_t kMaxRange = 0x110000;
 
 const std::set<std::string> kStandardClasses = {"upper", "lower", "alpha", "digit", "space",
@@ -46,45 +48,11 @@ public:
         std::string text;
         if (!read_text_file(path, text)) return Diagnostic{path, 0, "cannot read the file"};
         char comment = '#', escape = '\\';
-        std::vector<std::pair<int, std::string>> lines;   // logical lines with their numbers
-        {
-            size_t i = 0;
-            int number = 0;
-            std::string current;
-            int start = 0;
-            while (i <= text.size()) {
-                size_t end = text.find('\n', i);
-                std::string line = text.substr(i, end == std::string::npos ? std::string::npos : end - i);
-                ++number;
-                // The directives come first and name the characters used below.
-                std::string head = line.substr(0, line.find_first_of(" \t"));
-                const size_t first = line.find_first_not_of(" \t");
-                if (first != std::string::npos && line[first] == comment &&
-                    !inside_string(current, escape)) {
-                    // A comment line is dropped, even inside a continued line (but a string
-                    // continued onto it goes on).
-                } else if (current.empty() && (head == "comment_char" || head == "escape_char")) {
-                    const size_t v = line.find_first_not_of(" \t", head.size());
-                    if (v != std::string::npos) (head == "comment_char" ? comment : escape) = line[v];
-                } else {
-                    if (current.empty()) start = number;
-                    if (!line.empty() && line.back() == escape) {
-                        line.pop_back();
-                        current += line;
-                    } else {
-                        current += line;
-                        lines.emplace_back(start, current);
-                        current.clear();
-                    }
-                }
-                if (end == std::string::npos) break;
-                i = end + 1;
-            }
-        }
+        const std::vector<LogicalLine> lines = logical_lines(text, comment, escape);
         std::string category;
         int category_line = 0;
         bool translit = false;
-        for (auto &[number, line] : lines) {
+        for (const auto &[number, line] : lines) {
             // Categories the library does not read (LC_COLLATE until the collation compiler
             // exists, LC_ADDRESS and the like) are passed over to their END line.
             if (!category.empty() && !is_read(category)) {
@@ -122,7 +90,11 @@ public:
                 translit = false;
                 continue;
             }
-            if (translit) continue;
+            if (translit) {
+                if (auto error = translit_line(path, tokens)) return Diagnostic{path, number, *error};
+                continue;
+            }
+            if (translit_only_) continue;
             if (first == "copy") {
                 if (tokens.size() < 2 || tokens[1].kind != Kind::string)
                     return Diagnostic{path, number, "copy needs a file name in quotes"};
@@ -142,16 +114,6 @@ public:
     }
 
 private:
-    // Whether text ends inside a string literal.
-    static bool inside_string(const std::string &text, char escape) {
-        bool inside = false;
-        for (size_t k = 0; k < text.size(); ++k) {
-            if (text[k] == escape) ++k;
-            else if (text[k] == '"') inside = !inside;
-        }
-        return inside;
-    }
-
     static bool is_read(const std::string &category) {
         return category == "LC_CTYPE" || category == "LC_NUMERIC" || category == "LC_MONETARY" ||
                category == "LC_MESSAGES" || category == "LC_TIME";
@@ -326,8 +288,59 @@ private:
         return std::nullopt;
     }
 
+    // One line of a transliteration block: an include of another file's transliterations, or
+    // a character with its replacements (symbols or strings separated by ";"). Entries whose
+    // source is a sequence of characters, and the directives (translit_ignore,
+    // default_missing), do not matter to a compiler of single strings and are passed over.
+    std::optional<std::string> translit_line(const std::string &path, const std::vector<Token> &t) {
+        if (t[0].kind == Kind::word && t[0].text == "include") {
+            if (t.size() < 2 || t[1].kind != Kind::string)
+                return "include needs a file name in quotes";
+            const std::string name = narrow(t[1].chars);
+            const std::string file = locate(path, name);
+            if (file.empty()) return "cannot find \"" + name + "\" to include";
+            includes_.push_back(file);
+            return std::nullopt;
+        }
+        if (t[0].kind != Kind::symbol || t.size() < 2) return std::nullopt;
+        const auto from = ucs_of_symbol(t[0].text);
+        if (!from || out_.translit.count(*from)) return std::nullopt;
+        std::vector<UString> alternatives;
+        for (size_t i = 1; i < t.size(); ++i) {
+            if (t[i].kind == Kind::punct && t[i].text == ";") continue;
+            if (t[i].kind == Kind::string) {
+                alternatives.push_back(t[i].chars);
+            } else if (t[i].kind == Kind::symbol) {
+                const auto c = ucs_of_symbol(t[i].text);
+                if (!c) return std::nullopt;
+                alternatives.push_back({*c});
+            } else {
+                return std::nullopt;   // a sequence as the source: not a single character
+            }
+        }
+        out_.translit.emplace(*from, std::move(alternatives));
+        return std::nullopt;
+    }
+
+public:
+    // Reads the files that transliteration blocks included, breadth first: entries already
+    // known keep their place. A file is read once.
+    std::optional<Diagnostic> read_includes() {
+        std::set<std::string> seen;
+        translit_only_ = true;
+        for (size_t k = 0; k < includes_.size() && k < kMaxIncludes; ++k) {
+            const std::string file = includes_[k];   // a copy: reading appends to the list
+            if (!seen.insert(file).second) continue;
+            if (auto error = read(file, "LC_CTYPE", 0)) return error;
+        }
+        return std::nullopt;
+    }
+
+private:
     std::string search_dir_;
     SourceLocale &out_;
+    std::vector<std::string> includes_;
+    bool translit_only_ = false;
 };
 
 } // namespace
@@ -343,7 +356,9 @@ const std::vector<Value> *SourceLocale::values(const std::string &category,
 std::optional<Diagnostic> read_locale_source(const std::string &path, SourceLocale &out,
                                              const std::string &search_dir) {
     out = SourceLocale{};
-    return Reader(search_dir, out).read(path, "", 0);
+    Reader reader(search_dir, out);
+    if (auto error = reader.read(path, "", 0)) return error;
+    return reader.read_includes();
 }
 
 } // namespace nus::tools

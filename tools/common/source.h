@@ -29,6 +29,10 @@ struct SourceLocale {
     std::vector<std::string> own_classes;
     std::vector<std::pair<uint32_t, uint32_t>> toupper;
     std::vector<std::pair<uint32_t, uint32_t>> tolower;
+    // Transliterations (translit_start ... translit_end, with the files they include): for a
+    // character, the replacements to try in order. The locale's own entries come first, then
+    // those of included files in the order the includes were met.
+    std::map<uint32_t, std::vector<UString>> translit;
     // The other categories: keyword -> values, as written.
     std::map<std::string, std::map<std::string, std::vector<Value>>> categories;
     // Categories that were present.

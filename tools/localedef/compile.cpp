@@ -60,13 +60,37 @@ std::optional<std::string> write_table(FILE *out, const Charmap &charmap,
     return std::nullopt;
 }
 
-// A string in the code set, or nothing when a character is missing from it.
-std::optional<std::string> encode(const Charmap &charmap, const UString &text) {
+// A string in the code set, or nothing when a character is missing from it. A character the
+// code set lacks is replaced by the first of its transliterations whose characters it has all
+// (EUR for the euro sign, a no-break space for a narrow one), as glibc's localedef does.
+std::optional<std::string> encode(const Charmap &charmap, const SourceLocale &source,
+                                  const UString &text) {
     std::string bytes;
     for (uint32_t c : text) {
-        const CharmapEntry *e = charmap.find_ucs(c);
-        if (e == nullptr) return std::nullopt;
-        bytes += e->bytes;
+        if (const CharmapEntry *e = charmap.find_ucs(c)) {
+            bytes += e->bytes;
+            continue;
+        }
+        const auto found = source.translit.find(c);
+        if (found == source.translit.end()) return std::nullopt;
+        bool replaced = false;
+        for (const UString &alternative : found->second) {
+            std::string piece;
+            replaced = true;
+            for (uint32_t a : alternative) {
+                const CharmapEntry *e = charmap.find_ucs(a);
+                if (e == nullptr) {
+                    replaced = false;
+                    break;
+                }
+                piece += e->bytes;
+            }
+            if (replaced) {
+                bytes += piece;
+                break;
+            }
+        }
+        if (!replaced) return std::nullopt;
     }
     return bytes;
 }
@@ -90,7 +114,7 @@ public:
     std::string text(const char *category, const char *key) {
         const auto *values = source.values(category, key);
         if (values == nullptr || values->empty() || !values->front().is_string) return {};
-        auto bytes = encode(charmap, values->front().text);
+        auto bytes = encode(charmap, source, values->front().text);
         if (!bytes) {
             report.warnings.push_back(std::string(category) + " " + key +
                                       ": a character is not in the code set; left empty");
@@ -122,7 +146,7 @@ public:
         const size_t count = values == nullptr ? 0 : values->size();
         std::fprintf(out, "%zu\n", count);
         for (size_t i = 0; i < count; ++i) {
-            const auto bytes = (*values)[i].is_string ? encode(charmap, (*values)[i].text)
+            const auto bytes = (*values)[i].is_string ? encode(charmap, source, (*values)[i].text)
                                                       : std::optional<std::string>{};
             write_string(out, bytes.value_or(std::string()));
         }
@@ -135,16 +159,36 @@ public:
 };
 
 std::optional<std::string> write_ctype(Writer &w, const CompileOptions &options) {
-    const SourceLocale &source = w.source;
-    const Charmap &charmap = w.charmap;
+    CtypeTables tables;
+    if (auto error = build_ctype(w.source, w.charmap, options, tables, w.report)) return error;
+    if (auto error = write_table(w.out, w.charmap, tables.classes, w.report, true)) return error;
+    std::fprintf(w.out, "%zu\n", tables.own_classes.size());
+    for (size_t n = 0; n < tables.own_classes.size(); ++n)
+        std::fprintf(w.out, "%zu %s\n", n, tables.own_classes[n].c_str());
+    if (auto error = write_table(w.out, w.charmap, tables.case_of, w.report, false)) return error;
+    // The expansion factor ends the line of the last pair (or of the count).
+    std::fprintf(w.out, "%zu", tables.pairs.size());
+    for (const auto &p : tables.pairs) std::fprintf(w.out, "\n%x %x", p.first, p.second);
+    std::fprintf(w.out, " %g\n", tables.expansion);
+    w.report.case_pairs = tables.pairs.size();
+    w.report.expansion = tables.expansion;
+    return std::nullopt;
+}
+
+} // namespace
+
+std::optional<std::string> build_ctype(const SourceLocale &source, const Charmap &charmap,
+                                       const CompileOptions &options, CtypeTables &tables,
+                                       CompileReport &report) {
+    tables = CtypeTables{};
     // The locale's own classes: full_width first (from display widths), then those the
     // definition names, as long as their bits fit.
-    std::vector<std::string> own;
-    const Charmap *widths = options.width_map != nullptr ? options.width_map : nullptr;
+    std::vector<std::string> &own = tables.own_classes;
+    const Charmap *widths = options.width_map;
     if (widths != nullptr) own.push_back("full_width");
     for (const std::string &name : source.own_classes) {
         if (static_cast<int>(own.size()) < kOwnClassLimit) own.push_back(name);
-        else w.report.warnings.push_back("class \"" + name + "\" left out: only five classes of a locale's own fit");
+        else report.warnings.push_back("class \"" + name + "\" left out: only five classes of a locale's own fit");
     }
     std::map<uint32_t, uint16_t> masks;
     for (size_t k = 0; k < std::size(kStandardNames); ++k) {
@@ -163,25 +207,21 @@ std::optional<std::string> write_ctype(Writer &w, const CompileOptions &options)
         if (it != source.classes.end())
             for (uint32_t c : it->second) masks[c] |= bit;
     }
-    std::map<std::string, uint16_t> by_bytes;
+    std::map<std::string, uint16_t> &by_bytes = tables.classes;
     for (const CharmapEntry &e : charmap.entries)
         if (e.ucs) {
             auto it = masks.find(*e.ucs);
             if (it != masks.end()) by_bytes[e.bytes] = it->second;
         }
-    if (auto error = write_table(w.out, charmap, by_bytes, w.report, true)) return error;
-    std::fprintf(w.out, "%zu\n", own.size());
-    for (size_t n = 0; n < own.size(); ++n) std::fprintf(w.out, "%zu %s\n", n, own[n].c_str());
-
     // Case: each character points at the pair of its upper and lower forms (itself where
     // unmapped), so a letter and its partner share one pair and odd mappings get their own.
     std::map<uint32_t, uint32_t> upper, lower;
     for (auto [from, to] : source.toupper) upper[from] = to;
     for (auto [from, to] : source.tolower) lower[from] = to;
     std::map<std::pair<nu_wchar, nu_wchar>, uint16_t> pair_index;
-    std::vector<std::pair<nu_wchar, nu_wchar>> pairs;
-    std::map<std::string, uint16_t> case_of;
-    double expansion = 1.0;
+    auto &pairs = tables.pairs;
+    auto &case_of = tables.case_of;
+    double &expansion = tables.expansion;
     for (const CharmapEntry &e : charmap.entries) {
         if (!e.ucs) continue;
         const CharmapEntry *up = nullptr, *low = nullptr;
@@ -201,17 +241,8 @@ std::optional<std::string> write_ctype(Writer &w, const CompileOptions &options)
         }
         case_of[e.bytes] = it->second;
     }
-    if (auto error = write_table(w.out, charmap, case_of, w.report, false)) return error;
-    // The expansion factor ends the line of the last pair (or of the count).
-    std::fprintf(w.out, "%zu", pairs.size());
-    for (const auto &p : pairs) std::fprintf(w.out, "\n%x %x", p.first, p.second);
-    std::fprintf(w.out, " %g\n", expansion);
-    w.report.case_pairs = pairs.size();
-    w.report.expansion = expansion;
     return std::nullopt;
 }
-
-} // namespace
 
 std::optional<std::string> compile_locale(const SourceLocale &source, const Charmap &charmap,
                                           const CompileOptions &options, FILE *out,

@@ -4,7 +4,9 @@
 #include "tools/common/charmap.h"
 #include "tools/common/source.h"
 
+#include <cstdint>
 #include <cstdio>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,6 +25,20 @@ struct CompileReport {
     size_t case_pairs = 0;
     double expansion = 1.0;
 };
+
+// The CTYPE tables as the compiler holds them before writing: keyed by the bytes of each
+// character of the charmap (characters absent from a map have the value 0).
+struct CtypeTables {
+    std::map<std::string, uint16_t> classes;    // class bits: 1 upper ... 1024 blank, 2048 << n own
+    std::vector<std::string> own_classes;       // the locale's own classes, bit order
+    std::map<std::string, uint16_t> case_of;    // 1-based index into pairs
+    std::vector<std::pair<uint32_t, uint32_t>> pairs;   // (upper, lower) as wide characters
+    double expansion = 1.0;                     // largest byte growth of a case mapping
+};
+
+std::optional<std::string> build_ctype(const SourceLocale &source, const Charmap &charmap,
+                                       const CompileOptions &options, CtypeTables &tables,
+                                       CompileReport &report);
 
 // Writes the locale object file for `source` in the code set of `charmap` to `out`. Fails
 // (with the message) on what cannot be represented at all.

@@ -2,11 +2,12 @@
 // file.
 //
 //   nus-localedef -i SOURCE -f CHARMAP [-c CODESET] [-o FILE.lco | --tree ROOT]
-//                 [--registry FILE] [--widths CHARMAP]
+//                 [--registry FILE] [--names FILE] [--widths CHARMAP]
 //
 // SOURCE and CHARMAP are paths, or names looked up in /usr/share/i18n/locales and
-// /usr/share/i18n/charmaps. CODESET is the registry name written into the file (by default the
-// charmap's name in lower case, which the registry must know). With --tree the file goes to
+// /usr/share/i18n/charmaps. CODESET is the registry name written into the file; by default it comes
+// from the charmap names file (data/charmap-names), else it is the charmap's name in lower case,
+// which the registry must know. With --tree the file goes to
 // ROOT/nus/lc11/<language>_<territory>/<code-set number><modifier>.lco.
 #include "tools/localedef/compile.h"
 
@@ -25,7 +26,7 @@ namespace {
 
 int usage() {
     std::fprintf(stderr, "usage: nus-localedef -i SOURCE -f CHARMAP [-c CODESET] "
-                         "[-o FILE.lco | --tree ROOT] [--registry FILE] [--widths CHARMAP]\n");
+                         "[-o FILE.lco | --tree ROOT] [--registry FILE] [--names FILE] [--widths CHARMAP]\n");
     return 1;
 }
 
@@ -45,6 +46,7 @@ std::string find_file(const std::string &name, const char *dir, const char *suff
 
 int main(int argc, char **argv) {
     std::string source_arg, charmap_arg, codeset, output, tree, registry = NUS_DEFAULT_REGISTRY;
+    std::string names = NUS_DEFAULT_CHARMAP_NAMES;
     std::string widths_arg = "/usr/share/i18n/charmaps/UTF-8.gz";
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
@@ -60,6 +62,7 @@ int main(int argc, char **argv) {
         else if (a == "-o") ok = next(output);
         else if (a == "--tree") ok = next(tree);
         else if (a == "--registry") ok = next(registry);
+        else if (a == "--names") ok = next(names);
         else if (a == "--widths") ok = next(widths_arg);
         else return usage();
         if (!ok) return usage();
@@ -76,6 +79,10 @@ int main(int argc, char **argv) {
     SourceLocale source;
     if (auto error = read_locale_source(source_path, source)) return fail(error->text());
 
+    if (codeset.empty()) {
+        if (auto error = registry_name_of_charmap(names, charmap.code_set_name, codeset))
+            return fail(error->text());
+    }
     if (codeset.empty()) {
         for (char c : charmap.code_set_name) codeset += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     }
