@@ -12,6 +12,7 @@ struct Walk {
     int length;      // bytes taken
     nu_wchar wc;     // the bytes concatenated big-endian; 0 exactly for the null character
     int status;      // 0, NU_EILSEQ, or NU_EINVAL when the budget ended inside a character
+    const multi_arr_t *leaf;   // the node of the last byte (status 0 only)
 };
 
 // Decodes the character at s taking at most `budget` bytes; never reads past the budget.
@@ -20,7 +21,7 @@ struct Walk {
 // byte, no call.
 [[gnu::always_inline]] inline Walk walk(const multi_t *table, const unsigned char *s,
                                         long budget) {
-    Walk w{0, 0, 0};
+    Walk w{0, 0, 0, nullptr};
     if (budget < 1) {
         w.status = NU_EINVAL;
         return w;
@@ -31,7 +32,10 @@ struct Walk {
         w.wc = (w.wc << 8) | b;
         const unsigned char flag =
             node != nullptr && node->flag_arr != nullptr ? node->flag_arr[b] : MULTI_INVALID;
-        if (flag == MULTI_LAST) return w;
+        if (flag == MULTI_LAST) {
+            w.leaf = node;
+            return w;
+        }
         if (flag != MULTI_MORE || w.length == MULTI_MAX_DEPTH) {
             w.status = NU_EILSEQ;
             return w;
@@ -42,6 +46,17 @@ struct Walk {
         }
         node = node->next_arr[node->offset_arr[b]];
     }
+}
+
+// The 16-bit value (class mask, case index) that a table of 16-bit descriptors holds for the
+// character a successful walk over that table ended on.
+inline uint16_t leaf_value(const multi_t *table, const Walk &w) {
+    const unsigned char *p = w.leaf->data_arr != nullptr
+                                 ? w.leaf->data_arr + (size_t{w.wc & 0xFFu} << table->shift)
+                                 : table->default_desc;
+    uint16_t value = 0;
+    if (p != nullptr) __builtin_memcpy(&value, p, sizeof value);
+    return value;
 }
 
 // Bytes that wc takes in a code set whose shortest character has m bytes: m below 256, at
@@ -59,3 +74,9 @@ constexpr int encoded_length(nu_wchar wc, int m) {
 int encode(nu_locale_rec *h, unsigned char *out, nu_wchar wc);
 
 } // namespace nus
+
+// The characters of a null-terminated multibyte string as a wide array with a wide null after
+// them, in a block from the library's allocator that starts with room for one character and
+// doubles when full; the caller frees it. Null after a decoding or allocation failure (error
+// stored).
+nu_wchar *nu_mbstowcslen(nu_locale_t h, const unsigned char *s, int *count);

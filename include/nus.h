@@ -597,6 +597,115 @@ NU_API int nu_towcslower(nu_locale_t handle, nu_wchar *out, const nu_wchar *in);
 /* The output size to provide for case-converting `length` bytes. */
 NU_API int nu_case_conv_outbuflen(nu_locale_t handle, int length);
 
+/* ---------------------------------------------------------------------------------------- */
+/* String operations                                                                         */
+/* ---------------------------------------------------------------------------------------- */
+
+/* Forms: nu_ and nu_full_ take null-terminated strings; _tsn_nu_ take each string with a
+   length (bytes for multibyte strings, characters for wide ones), -1 meaning null-terminated.
+   Two lengths must both be -1 or both be given (else NU_ELENGTHS); a length below -1 is
+   NU_EBADVAL; a null string is NU_EBADARG. Searches that find nothing clear the error slot,
+   so that 0 there tells absence from failure. */
+
+/* Stepping and positions. */
+NU_API unsigned char *nu_full_mbsnext(nu_locale_t handle, const unsigned char *s);
+NU_API unsigned char *_tsn_nu_full_mbsnext(nu_locale_t handle, const unsigned char *s, int n);
+NU_API unsigned char *nu_full_mbsprev(nu_locale_t handle, const unsigned char *start,
+                                      const unsigned char *pos);
+NU_API unsigned char *nu_full_getmbsi(nu_locale_t handle, const unsigned char *s, int i);
+NU_API unsigned char *nu_getmbsinull(nu_locale_t handle, const unsigned char *s, int i);
+NU_API unsigned char *nu_full_putmbsi(nu_locale_t handle, unsigned char *s, int i,
+                                      const unsigned char *c);
+NU_API unsigned char *nu_mbcreplace(nu_locale_t handle, unsigned char *p, const unsigned char *c);
+NU_API int nu_ismbsterm(nu_locale_t handle, const unsigned char *p);
+NU_API int nu_mbsbytes_nt(nu_locale_t handle, const unsigned char *s);
+
+/* Lengths without trailing blanks, display widths, truncation. */
+NU_API int nu_mbsntslen(nu_locale_t handle, const unsigned char *s);
+NU_API int _tsn_nu_mbsntslen(nu_locale_t handle, const unsigned char *s, int n);
+NU_API int nu_mbsntsbytes(nu_locale_t handle, const unsigned char *s);
+NU_API int _tsn_nu_mbsntsbytes(nu_locale_t handle, const unsigned char *s, int n);
+NU_API int nu_wcsntslen(nu_locale_t handle, const nu_wchar *ws);
+NU_API int _tsn_nu_wcsntslen(nu_locale_t handle, const nu_wchar *ws, int n);
+NU_API nu_wchar *nu_wcsntstrunc(nu_locale_t handle, nu_wchar *ws);
+NU_API unsigned char *nu_mbsp(nu_locale_t handle, const unsigned char *s);
+NU_API unsigned char *nu_mbsntstrunc(nu_locale_t handle, unsigned char *s);
+NU_API int nu_wcwidth(nu_locale_t handle, nu_wchar wc);
+NU_API int nu_mbwidth(nu_locale_t handle, const unsigned char *s);
+NU_API int nu_wcswidth(nu_locale_t handle, const nu_wchar *ws, int n);
+NU_API int nu_mbswidth(nu_locale_t handle, const unsigned char *s, int n);
+NU_API int nu_wcspwidth(nu_locale_t handle, const nu_wchar *start, const nu_wchar *end);
+NU_API int nu_mbspwidth(nu_locale_t handle, const unsigned char *start, const unsigned char *end);
+
+/* Copy and concatenate. The counted forms return bytes (characters for wide strings). */
+NU_API unsigned char *nu_full_mbscpy(nu_locale_t handle, unsigned char *d, const unsigned char *s);
+NU_API int _tsn_nu_mbscpy(nu_locale_t handle, unsigned char *d, const unsigned char *s, int n);
+NU_API unsigned char *nu_full_mbscat(nu_locale_t handle, unsigned char *d, const unsigned char *s);
+NU_API int _tsn_nu_mbscat(nu_locale_t handle, unsigned char *d, int dn, const unsigned char *s,
+                          int sn);
+NU_API unsigned char *nu_mbsncpy(nu_locale_t handle, unsigned char *d, const unsigned char *s,
+                                 int n);
+NU_API int _tsn_nu_mbsncpy(nu_locale_t handle, unsigned char *d, const unsigned char *s, int sn,
+                           int n);
+NU_API unsigned char *nu_mbsncat(nu_locale_t handle, unsigned char *d, const unsigned char *s,
+                                 int n);
+NU_API int _tsn_nu_mbsncat(nu_locale_t handle, unsigned char *d, int dn, const unsigned char *s,
+                           int sn, int n);
+NU_API nu_wchar *nu_wcscpy(nu_wchar *d, const nu_wchar *s);
+NU_API int _tsn_nu_wcscpy(nu_locale_t handle, nu_wchar *d, const nu_wchar *s, int n);
+NU_API nu_wchar *nu_wcscat(nu_wchar *d, const nu_wchar *s);
+NU_API int _tsn_nu_wcscat(nu_locale_t handle, nu_wchar *d, int dn, const nu_wchar *s, int sn);
+NU_API nu_wchar *nu_wcsncpy(nu_wchar *d, const nu_wchar *s, int n);
+NU_API int _tsn_nu_wcsncpy(nu_locale_t handle, nu_wchar *d, const nu_wchar *s, int sn, int n);
+NU_API nu_wchar *nu_wcsncat(nu_wchar *d, const nu_wchar *s, int n);
+NU_API int _tsn_nu_wcsncat(nu_locale_t handle, nu_wchar *d, int dn, const nu_wchar *s, int sn,
+                           int n);
+
+/* Search and span. */
+NU_API unsigned char *nu_full_mbschr(nu_locale_t handle, const unsigned char *s,
+                                     const unsigned char *c);
+NU_API unsigned char *_tsn_nu_mbschr(nu_locale_t handle, const unsigned char *s, int sn,
+                                     const unsigned char *c, int cn);
+NU_API unsigned char *nu_full_mbsrchr(nu_locale_t handle, const unsigned char *s,
+                                      const unsigned char *c);
+NU_API unsigned char *_tsn_nu_mbsrchr(nu_locale_t handle, const unsigned char *s, int sn,
+                                      const unsigned char *c, int cn);
+NU_API unsigned char *nu_full_mbsmbs(nu_locale_t handle, const unsigned char *s,
+                                     const unsigned char *t);
+NU_API unsigned char *_tsn_nu_mbsmbs(nu_locale_t handle, const unsigned char *s, int sn,
+                                     const unsigned char *t, int tn);
+NU_API int nu_full_mbsspn(nu_locale_t handle, const unsigned char *s, const unsigned char *set);
+NU_API int nu_full_mbscspn(nu_locale_t handle, const unsigned char *s, const unsigned char *set);
+NU_API unsigned char *nu_full_mbspbrk(nu_locale_t handle, const unsigned char *s,
+                                      const unsigned char *set);
+NU_API int _tsn_nu_mbsspn(nu_locale_t handle, const unsigned char *s, int sn,
+                          const unsigned char *set, int setn);
+NU_API int _tsn_nu_mbscspn(nu_locale_t handle, const unsigned char *s, int sn,
+                           const unsigned char *set, int setn);
+NU_API unsigned char *_tsn_nu_mbspbrk(nu_locale_t handle, const unsigned char *s, int sn,
+                                      const unsigned char *set, int setn);
+NU_API nu_wchar *nu_wcschr(nu_locale_t handle, const nu_wchar *ws, nu_wchar wc);
+NU_API nu_wchar *nu_wcsrchr(nu_locale_t handle, const nu_wchar *ws, nu_wchar wc);
+NU_API nu_wchar *_tsn_nu_wcschr(nu_locale_t handle, const nu_wchar *ws, int n, nu_wchar wc);
+NU_API nu_wchar *_tsn_nu_wcsrchr(nu_locale_t handle, const nu_wchar *ws, int n, nu_wchar wc);
+NU_API int nu_wcsspn(nu_locale_t handle, const nu_wchar *ws, const nu_wchar *set);
+NU_API int nu_wcscspn(nu_locale_t handle, const nu_wchar *ws, const nu_wchar *set);
+NU_API nu_wchar *nu_wcswcs(nu_locale_t handle, const nu_wchar *ws, const nu_wchar *set);
+NU_API nu_wchar *nu_wcspbrk(nu_locale_t handle, const nu_wchar *ws, const nu_wchar *set);
+NU_API int _tsn_nu_wcsspn(nu_locale_t handle, const nu_wchar *ws, int n, const nu_wchar *set,
+                          int setn);
+NU_API int _tsn_nu_wcscspn(nu_locale_t handle, const nu_wchar *ws, int n, const nu_wchar *set,
+                           int setn);
+NU_API nu_wchar *_tsn_nu_wcswcs(nu_locale_t handle, const nu_wchar *ws, int n,
+                                const nu_wchar *set, int setn);
+NU_API nu_wchar *_tsn_nu_wcspbrk(nu_locale_t handle, const nu_wchar *ws, int n,
+                                 const nu_wchar *set, int setn);
+
+/* Code-order comparisons of wide strings. */
+NU_API int nu_wcscmp(const nu_wchar *ws1, const nu_wchar *ws2);
+NU_API int _tsn_nu_wcfscmp(const nu_wchar *ws1, int len1, const nu_wchar *ws2, int len2);
+NU_API int nu_wcsncmp(const nu_wchar *ws1, const nu_wchar *ws2, int n);
+
 #ifdef __cplusplus
 }
 #endif

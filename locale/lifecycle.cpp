@@ -38,10 +38,11 @@ FILE *open_locale(nu_locale_rec *h, const char *name, const char *directory) {
 }
 
 // Empties the category and reads its section from the stream, which is closed.
-int read_category(nu_locale_rec *h, int category, FILE *stream) {
+int read_category(nu_locale_rec *h, int category, FILE *stream,
+                  nus::SectionResume *resume = nullptr, const char *name = nullptr) {
     nu_free_category(h, category);
     nu_make_null_category(h, category);
-    const int result = nus::read_one_category(h, category, stream);
+    const int result = nus::read_one_category(h, category, stream, resume, name);
     _nu_ext_fclose(stream);
     return result;
 }
@@ -59,7 +60,7 @@ int load_native_category(nu_locale_rec *h, int category, char *name_out,
 // The name for one category: from the locale specification (its keyword's item, or the whole
 // text), else from the environment.
 int load_category(nu_locale_rec *h, int category, const char *text, char *name_out,
-                  const char *directory) {
+                  const char *directory, nus::SectionResume *resume) {
     char name[kNameSize + 1];
     if (text[0] != '\0') {
         const char *keyword = std::strstr(text, category_params[category]);
@@ -90,7 +91,7 @@ int load_category(nu_locale_rec *h, int category, const char *text, char *name_o
     FILE *stream = open_locale(h, name, directory);
     if (stream == nullptr) return 1;
     // Without a companion library every category is table-driven.
-    return read_category(h, category, stream);
+    return read_category(h, category, stream, resume, name);
 }
 
 char *query_locname(nu_locale_rec *h, int category, char *buffer) {
@@ -126,10 +127,11 @@ char *set_categories(nu_locale_rec *h, int category, const char *spec, const cha
     std::memcpy(text, spec, length + 1);
     const int first = category == NU_ALL ? NU_CTYPE : category;
     const int last = category == NU_ALL ? NU_MESSAGES : category;
+    nus::SectionResume resume{};
     for (int c = first; c <= last; ++c) {
         char name[kNameSize];
         name[0] = '\0';
-        if (load_category(h, c, text, name, directory) != 0) {
+        if (load_category(h, c, text, name, directory, &resume) != 0) {
             if (h->error == 0) nus::set_error(h, NU_ELOAD);
             return nullptr;
         }

@@ -5,6 +5,8 @@
 
 namespace nus {
 
+inline constexpr size_t kResumeNameSize = 512;
+
 // Empty states and releases of the NUMERIC, MONETARY and MESSAGES fields and of the
 // caller-visible conventions record.
 void init_numeric(nu_locale_rec *h);
@@ -45,7 +47,15 @@ int build_single_byte_tables(nu_locale_rec *h);
 // The locale object file: header, a whole file, one category's section.
 int read_file_header(FILE *stream, char *codeset_out, int *error);
 int read_locale_file(FILE *stream, nu_locale_rec *h);
-int read_one_category(nu_locale_rec *h, int category, FILE *stream);
+// Where the sections of a locale file read during one load end, so that loading its later
+// categories starts after them instead of passing over long sections (a UTF-8 CTYPE table)
+// again. A resume position is checked on use: the marker must follow it.
+struct SectionResume {
+    char name[kResumeNameSize];   // the name the file was opened by, "" when none yet
+    long after[kCategories];      // offset after each category's section, 0 when unknown
+};
+int read_one_category(nu_locale_rec *h, int category, FILE *stream,
+                      SectionResume *resume = nullptr, const char *name = nullptr);
 
 // Derived state after every load or copy.
 int update_locale(nu_locale_rec *h);

@@ -2,6 +2,9 @@
 // or of one category's section into a handle.
 #include "locale/locale.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace {
 
 constexpr const char kFileType[] = "FILE_TYPE=locale_object";
@@ -185,7 +188,8 @@ int read_locale_file(FILE *stream, nu_locale_rec *h) {
     return 0;
 }
 
-int read_one_category(nu_locale_rec *h, int category, FILE *stream) {
+int read_one_category(nu_locale_rec *h, int category, FILE *stream, SectionResume *resume,
+                      const char *name) {
     const bool known = category >= NU_CTYPE && category <= NU_MESSAGES;
     char scratch[kCodesetFieldSize];
     char *codeset = known ? h->codeset[cat_index(category)] : scratch;
@@ -199,11 +203,31 @@ int read_one_category(nu_locale_rec *h, int category, FILE *stream) {
         set_error(h, NU_ECATCODESET);
         return 1;
     }
-    if (!find_marker(stream, category)) {
+    // Sections come in category order: start after the last earlier section of this file
+    // that this load has read, if the marker follows there; else search from the header on.
+    const bool same_file = resume != nullptr && name != nullptr &&
+                           std::strncmp(resume->name, name, sizeof resume->name) == 0;
+    long start = 0;
+    if (same_file)
+        for (int c = NU_CTYPE; c < category; ++c) start = std::max(start, resume->after[cat_index(c)]);
+    const long header_end = start > 0 ? _nu_ext_ftell(stream) : 0;
+    bool found = start > 0 && _nu_ext_fseek(stream, start, SEEK_SET) == 0 && find_marker(stream, category);
+    if (!found && start > 0) found = _nu_ext_fseek(stream, header_end, SEEK_SET) == 0 && find_marker(stream, category);
+    if (!found && start == 0) found = find_marker(stream, category);
+    if (!found) {
         set_error(h, NU_EBADFILE);
         return 1;
     }
-    return read_section(stream, h, category, true);
+    const int result = read_section(stream, h, category, true);
+    if (result == 0 && resume != nullptr && name != nullptr && std::strlen(name) < sizeof resume->name) {
+        if (!same_file) {
+            std::memset(resume, 0, sizeof *resume);
+            std::memcpy(resume->name, name, std::strlen(name) + 1);
+        }
+        const long end = _nu_ext_ftell(stream);
+        resume->after[cat_index(category)] = end > 0 ? end : 0;
+    }
+    return result;
 }
 
 } // namespace nus

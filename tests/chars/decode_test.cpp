@@ -82,25 +82,7 @@ private:
     nu_locale_t h_ = nullptr;
 };
 
-// Bytes at the very end of a readable page.
-class Guarded {
-public:
-    explicit Guarded(const std::string &bytes) : page_(static_cast<size_t>(sysconf(_SC_PAGESIZE))) {
-        void *p = mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS,
-                       -1, 0);
-        if (p == MAP_FAILED) std::abort();
-        mem_ = static_cast<unsigned char *>(p);
-        mprotect(mem_ + page_, page_, PROT_NONE);
-        std::memcpy(mem_ + page_ - bytes.size(), bytes.data(), bytes.size());
-        data = mem_ + page_ - bytes.size();
-    }
-    ~Guarded() { munmap(mem_, 2 * page_); }
-    const unsigned char *data;
-
-private:
-    size_t page_;
-    unsigned char *mem_;
-};
+using nus_test::Guarded;
 
 const unsigned char *u(const char *s) { return reinterpret_cast<const unsigned char *>(s); }
 using Bytes = std::vector<unsigned char>;

@@ -530,3 +530,34 @@ TEST(LocaleLoad, CategoriesNeedCtype) {
     EXPECT_EQ(nus::init_numeric_info(h.h), 0);
     EXPECT_EQ(h.error(), NU_ENOTLOADED);
 }
+
+// Later categories of a file start after the sections read before them in the same load; a
+// remembered position that the marker does not follow (another file, a rewritten one) falls
+// back to the search from the header.
+TEST(LocaleLoad, SectionResumePositionsAreChecked) {
+    Installation installation;
+    const std::string file = (installation.dir().path() / "nus/lc11/de_de/0333.lco").string();
+    const long size = static_cast<long>(std::filesystem::file_size(file));
+    for (const long bogus : {0L, 1L, size - 2, size + 100}) {
+        Handle h;
+        ASSERT_EQ(nu_create_null_locale_4(&h.h), 0);
+        nus::SectionResume resume{};
+        FILE *stream = std::fopen(file.c_str(), "r");
+        ASSERT_EQ(nus::read_one_category(h.h, NU_CTYPE, stream, &resume, "x"), 0);
+        std::fclose(stream);
+        EXPECT_STREQ(resume.name, "x");
+        EXPECT_GT(resume.after[0], 0);
+        if (bogus != 0) resume.after[0] = bogus;
+        stream = std::fopen(file.c_str(), "r");
+        ASSERT_EQ(nus::read_one_category(h.h, NU_NUMERIC, stream, &resume, "x"), 0) << bogus;
+        std::fclose(stream);
+        EXPECT_STREQ(nu_nl_langinfo(h.h, 55), ",") << bogus;
+        // Another file name starts from the header and forgets the positions.
+        stream = std::fopen(file.c_str(), "r");
+        ASSERT_EQ(nus::read_one_category(h.h, NU_MONETARY, stream, &resume, "y"), 0) << bogus;
+        std::fclose(stream);
+        EXPECT_STREQ(resume.name, "y");
+        EXPECT_EQ(resume.after[0], 0);
+        EXPECT_GT(resume.after[nus::cat_index(NU_MONETARY)], 0);
+    }
+}

@@ -10,7 +10,9 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <sys/mman.h>
 #include <unistd.h>
+#include <cstring>
 
 namespace nus_test {
 
@@ -127,6 +129,28 @@ private:
     long fail_from_ = 0;
 };
 
+// Bytes at the very end of a readable page: a read past them faults.
+class Guarded {
+public:
+    explicit Guarded(const std::string &bytes) : page_(static_cast<size_t>(sysconf(_SC_PAGESIZE))) {
+        void *p = mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS,
+                       -1, 0);
+        if (p == MAP_FAILED) std::abort();
+        mem_ = static_cast<unsigned char *>(p);
+        mprotect(mem_ + page_, page_, PROT_NONE);
+        std::memcpy(mem_ + page_ - bytes.size(), bytes.data(), bytes.size());
+        data = mem_ + page_ - bytes.size();
+    }
+    ~Guarded() { munmap(mem_, 2 * page_); }
+    Guarded(const Guarded &) = delete;
+    Guarded &operator=(const Guarded &) = delete;
+    unsigned char *data;
+
+private:
+    size_t page_;
+    unsigned char *mem_;
+};
+
 // A read stream over a string (the string must outlive the stream).
 inline FILE *text_stream(const std::string &text) {
     return fmemopen(const_cast<char *>(text.data()), text.size(), "r");
@@ -146,5 +170,35 @@ inline std::string read_file(const std::filesystem::path &file) {
     s << in.rdbuf();
     return s.str();
 }
+
+// A locale loaded for a test and unloaded at the end of the scope: a specification
+// ("ja_jp.sjis") looked up in the generated data tree the build compiles, or the file name of
+// a hand-made fixture in tests/data/lc11 ("uc_uc/e005.lco"). `h` is null when it cannot be
+// loaded, e.g. when the 64-bit tree has not compiled the data yet; tests skip then.
+class TestLocale {
+public:
+    explicit TestLocale(const std::string &what) {
+        const bool fixture = what.size() > 4 && what.compare(what.size() - 4, 4, ".lco") == 0;
+        EnvGuard path("NU_PATH", fixture ? std::optional<std::string>(std::string(NUS_SOURCE_DIR) +
+                                                                      "/tests/data/lc11")
+                                         : std::nullopt);
+        EnvGuard root("TESSARONDIR", std::string(NUS_DATA_DIR));
+        if (nu_lc_load(&h, what.c_str(), nullptr, nullptr) != 0) {
+            nu_lc_unload(h);
+            h = nullptr;
+        }
+    }
+    ~TestLocale() { nu_lc_unload(h); }
+    TestLocale(const TestLocale &) = delete;
+    TestLocale &operator=(const TestLocale &) = delete;
+    operator nu_locale_t() const { return h; }
+    int error() const { return *_nu_ext_errno(h); }
+
+    nu_locale_t h = nullptr;
+};
+
+#define NUS_LOAD_OR_SKIP(var, what)                                                          \
+    nus_test::TestLocale var(what);                                                          \
+    if (var.h == nullptr) GTEST_SKIP() << "locale " << (what) << " not available (build the 64-bit tree)"
 
 } // namespace nus_test
