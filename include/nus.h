@@ -706,6 +706,64 @@ NU_API int nu_wcscmp(const nu_wchar *ws1, const nu_wchar *ws2);
 NU_API int _tsn_nu_wcfscmp(const nu_wchar *ws1, int len1, const nu_wchar *ws2, int len2);
 NU_API int nu_wcsncmp(const nu_wchar *ws1, const nu_wchar *ws2, int n);
 
+/* ---------------------------------------------------------------------------------------- */
+/* Characters on streams                                                                     */
+/* ---------------------------------------------------------------------------------------- */
+
+/* Byte sources and sinks of the generic reader and writer: a byte (0 to 255) or -1. */
+typedef int (*nu_getbyte_fn)(void *stream);
+typedef int (*nu_putbyte_fn)(int byte, void *stream);
+
+NU_API int nu_getmb(nu_locale_t handle, unsigned char *buf, nu_getbyte_fn getbyte, void *stream,
+                    int *len);
+NU_API int nu_full_fgetmb(nu_locale_t handle, unsigned char *buf, FILE *stream);
+/* The character read, or (nu_wchar)-1 on failure. */
+NU_API nu_wchar nu_full_fgetwc(nu_locale_t handle, FILE *stream);
+NU_API unsigned char *nu_fgetmbs(nu_locale_t handle, unsigned char *buf, int size, FILE *stream);
+NU_API nu_wchar *nu_fgetwcs(nu_locale_t handle, nu_wchar *ws, int size, FILE *stream);
+NU_API int nu_putmb(nu_locale_t handle, const unsigned char *s, int n, nu_putbyte_fn putbyte,
+                    void *stream, int *written);
+NU_API int _tsn_nu_putmb(nu_locale_t handle, const unsigned char *s, int n,
+                         nu_putbyte_fn putbyte, void *stream, int *written);
+NU_API const unsigned char *nu_fputmb(nu_locale_t handle, const unsigned char *s, FILE *stream);
+/* wc, or (nu_wchar)-1 on failure. */
+NU_API nu_wchar nu_fputwc(nu_locale_t handle, nu_wchar wc, FILE *stream);
+NU_API int nu_fputmbs(nu_locale_t handle, const unsigned char *s, FILE *stream);
+NU_API int nu_fputwcs(nu_locale_t handle, const nu_wchar *ws, FILE *stream);
+NU_API int nu_full_charoffset(nu_locale_t handle, const unsigned char *s, const unsigned char *p,
+                              int *len);
+
+/* ---------------------------------------------------------------------------------------- */
+/* Validation caches: case-insensitive prefix lookups of a locale's strings                  */
+/* ---------------------------------------------------------------------------------------- */
+
+typedef struct nu_mb_cache_node {
+    uint8_t key;                        /* a byte of a lower-cased character */
+    uint32_t value;                     /* the caller's value of the string ending here */
+    int32_t terminal;                   /* 1 when a cached string ends here */
+    struct nu_mb_cache_node *across;    /* next position */
+    struct nu_mb_cache_node *down;      /* next alternative at this position */
+} nu_mb_cache_node;
+
+typedef struct nu_wc_cache_node {
+    uint32_t key;                       /* a lower-cased wide character */
+    uint32_t value;
+    int32_t terminal;
+    struct nu_wc_cache_node *across;
+    struct nu_wc_cache_node *down;
+} nu_wc_cache_node;
+
+NU_API int _nu_cache_mb_string(nu_locale_t handle, nu_mb_cache_node **root,
+                               const unsigned char *s, uint32_t value);
+NU_API int _nu_cache_wc_string(nu_locale_t handle, nu_wc_cache_node **root,
+                               const unsigned char *s, uint32_t value);
+NU_API int _nu_validate_mb_string(nu_locale_t handle, const nu_mb_cache_node *root,
+                                  const unsigned char *s, int *len, uint32_t *value);
+NU_API int _nu_validate_wc_string(nu_locale_t handle, const nu_wc_cache_node *root,
+                                  const nu_wchar *ws, int *len, uint32_t *value);
+NU_API void _nu_free_mb_cache(nu_locale_t handle, nu_mb_cache_node *root);
+NU_API void _nu_free_wc_cache(nu_locale_t handle, nu_wc_cache_node *root);
+
 #ifdef __cplusplus
 }
 #endif
