@@ -111,17 +111,18 @@ bool lengths_ok(nu_locale_rec *h, const void *a, long an, const void *b, long bn
 
 bool length_ok(nu_locale_rec *h, const void *a, long an) { return lengths_ok(h, a, an, a, an); }
 
-// Class test of a wide character: the byte table of a single-byte handle (a character above
-// 255 is outside every class there, with error 1), the multi-level class table otherwise.
-bool wide_in_class(nu_locale_rec *h, nu_wchar wc, int mask) {
+// The classes of a wide character: from the byte table of a single-byte handle (a character
+// above 255 is outside every class there, with error 1), from the multi-level class table
+// otherwise.
+int wide_mask(nu_locale_rec *h, nu_wchar wc) {
     if (h->single_byte && h->sb_class != nullptr) {
         if (wc > 0xFF) {
             nus::set_error(h, NU_EILSEQ);
-            return false;
+            return 0;
         }
-        return (h->sb_class[wc] & mask) != 0;
+        return h->sb_class[wc];
     }
-    return _nu_im_iswctype(h, wc, mask) != 0;
+    return _nu_im_iswctype(h, wc, 0xFFFF);
 }
 
 } // namespace
@@ -278,7 +279,8 @@ int length_without_blanks(nu_locale_rec *h, Text t, bool in_bytes) {
 int wide_length_without_blanks(nu_locale_rec *h, const nu_wchar *ws, long n) {
     long count = 0, pending = 0;
     for (long i = 0; n == -1 ? ws[i] != 0 : i < n; ++i) {
-        if (wide_in_class(h, ws[i], kSpace) && !wide_in_class(h, ws[i], kCntrl)) {
+        const int mask = wide_mask(h, ws[i]);
+        if ((mask & kSpace) != 0 && (mask & kCntrl) == 0) {
             ++pending;
         } else {
             count += 1 + pending;
@@ -321,7 +323,7 @@ NU_EXPORT nu_wchar *nu_wcsntstrunc(nu_locale_t h, nu_wchar *ws) {
     }
     nu_wchar *run = nullptr;
     for (nu_wchar *p = ws; *p != 0; ++p) {
-        if (wide_in_class(h, *p, kSpace)) {
+        if ((wide_mask(h, *p) & kSpace) != 0) {
             if (run == nullptr) run = p;
         } else {
             run = nullptr;
@@ -367,17 +369,6 @@ int width_of(nu_locale_rec *h, int mask, int full_width) {
         return -1;
     }
     return full_width != 0 && (mask & full_width) != 0 ? 2 : 1;
-}
-
-int wide_mask(nu_locale_rec *h, nu_wchar wc) {
-    if (h->single_byte && h->sb_class != nullptr) {
-        if (wc > 0xFF) {
-            nus::set_error(h, NU_EILSEQ);
-            return 0;
-        }
-        return h->sb_class[wc];
-    }
-    return _nu_im_iswctype(h, wc, 0xFFFF);
 }
 
 // Sum of the widths of the characters from s, at most `count` of them (-1: no limit), up to
@@ -722,6 +713,7 @@ bool starts_with(const unsigned char *p, const unsigned char *t, long n) {
 // The first (or last) character of the text equal to the character c: a byte compare of
 // characters of c's length. Null when absent (the error slot cleared) or after a failure.
 unsigned char *find_char(nu_locale_rec *h, Text t, const unsigned char *c, long cn, bool last) {
+    if (!lengths_ok(h, t.s, t.length, c, cn)) return nullptr;
     const Reader r(h);
     Char sought;
     if (!r.at(c, cn == -1 ? 4 : cn, sought)) return nullptr;
@@ -767,7 +759,6 @@ NU_EXPORT unsigned char *nu_full_mbschr(nu_locale_t h, const unsigned char *s,
 
 NU_EXPORT unsigned char *_tsn_nu_mbschr(nu_locale_t h, const unsigned char *s, int sn,
                                         const unsigned char *c, int cn) {
-    if (!lengths_ok(h, s, sn, c, cn)) return nullptr;
     return find_char(h, {s, sn}, c, cn, false);
 }
 
@@ -780,7 +771,6 @@ NU_EXPORT unsigned char *nu_full_mbsrchr(nu_locale_t h, const unsigned char *s,
 
 NU_EXPORT unsigned char *_tsn_nu_mbsrchr(nu_locale_t h, const unsigned char *s, int sn,
                                          const unsigned char *c, int cn) {
-    if (!lengths_ok(h, s, sn, c, cn)) return nullptr;
     return find_char(h, {s, sn}, c, cn, true);
 }
 
