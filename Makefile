@@ -40,7 +40,7 @@ $(GLIBC_LOCALES)/%:
 	localedef -i $(word 1,$(subst ., ,$*)) -f $(word 2,$(subst ., ,$*)) $@ 2>/dev/null || test -d $@
 
 bench: deps build/64/CMakeCache.txt $(GLIBC_LOCALES)/ja_JP.EUC-JP $(GLIBC_LOCALES)/de_DE.ISO-8859-1 \
-       $(GLIBC_LOCALES)/ja_JP.SHIFT_JIS $(GLIBC_LOCALES)/en_US.UTF-8
+       $(GLIBC_LOCALES)/ja_JP.SHIFT_JIS $(GLIBC_LOCALES)/en_US.UTF-8 $(GLIBC_LOCALES)/de_DE.UTF-8
 	cmake --build build/64 -j $(JOBS) --target nus-bench
 	LOCPATH=$(GLIBC_LOCALES) build/64/bench/nus-bench --benchmark_counters_tabular=true
 

@@ -69,6 +69,29 @@ constexpr int encoded_length(nu_wchar wc, int m) {
     return length >= 1 && length <= 4 ? length : 0;
 }
 
+// Encodes wc by the byte structure of `table` into out (at most 4 bytes): every byte but the
+// last must lead on in its node, the last must end the character. The length, with the node
+// of the last byte in *leaf, or 0 when the table has no such character.
+inline int encode_in(const multi_t *table, unsigned char *out, nu_wchar wc,
+                     const multi_arr_t **leaf) {
+    const int length = table != nullptr ? encoded_length(wc, table->min_length) : 0;
+    if (length == 0) return 0;
+    const multi_arr_t *node = table->root;
+    for (int i = 0; i < length - 1; ++i) {
+        const auto b = static_cast<unsigned char>(wc >> (8 * (length - 1 - i)));
+        if (node == nullptr || node->flag_arr == nullptr || node->flag_arr[b] != MULTI_MORE)
+            return 0;
+        out[i] = b;
+        node = node->next_arr[node->offset_arr[b]];
+    }
+    const auto last = static_cast<unsigned char>(wc);
+    out[length - 1] = last;
+    if (node == nullptr || node->flag_arr == nullptr || node->flag_arr[last] != MULTI_LAST)
+        return 0;
+    *leaf = node;
+    return length;
+}
+
 // Encodes wc in the handle's code set into out (at most 4 bytes); the length, or -1 with
 // NU_EILSEQ stored.
 int encode(nu_locale_rec *h, unsigned char *out, nu_wchar wc);

@@ -19,25 +19,9 @@ int fail(nu_locale_rec *h, int status) {
 namespace nus {
 
 int encode(nu_locale_rec *h, unsigned char *out, nu_wchar wc) {
-    const multi_t *table = h->ctype.class_table;
-    const int length = encoded_length(wc, min_length(h));
-    if (length == 0 || table == nullptr) return fail(h, NU_EILSEQ);
-    const multi_arr_t *node = table->root;
-    // Every byte but the last must lead on in its node; the last must end the character.
-    for (int i = 0; i < length - 1; ++i) {
-        const auto b = static_cast<unsigned char>(wc >> (8 * (length - 1 - i)));
-        if (node == nullptr || node->flag_arr == nullptr || node->flag_arr[b] != MULTI_MORE) {
-            return fail(h, NU_EILSEQ);
-        }
-        out[i] = b;
-        node = node->next_arr[node->offset_arr[b]];
-    }
-    const auto last = static_cast<unsigned char>(wc);
-    out[length - 1] = last;
-    if (node == nullptr || node->flag_arr == nullptr || node->flag_arr[last] != MULTI_LAST) {
-        return fail(h, NU_EILSEQ);
-    }
-    return length;
+    const multi_arr_t *leaf = nullptr;
+    const int length = encode_in(h->ctype.class_table, out, wc, &leaf);
+    return length > 0 ? length : fail(h, NU_EILSEQ);
 }
 
 } // namespace nus

@@ -1,4 +1,5 @@
 // Locale handles: creation with the built-in null locale, empty categories, release.
+#include "collate/collate.h"
 #include "frame/frame.h"
 #include "frame/multi.h"
 #include "locale/locale.h"
@@ -42,11 +43,6 @@ void free_ctype(nu_locale_rec *h) {
     _nu_free_ptr(ct.class_names);
     _nu_free_ptr(ct.case_pairs);
     ct = {};
-}
-
-void free_collate(nu_locale_rec *h) {
-    _nu_free_multi(h->coll.table);
-    h->coll.table = nullptr;
 }
 
 void free_time(nu_locale_rec *h) {
@@ -140,7 +136,9 @@ NU_EXPORT void nu_free_category(nu_locale_t h, int category) {
         h->ctype = {};
         break;
     case NU_COLLATE:
-        if (owned) free_collate(h);
+        // The bound functions' cache belongs to this handle even when the tables do not.
+        if (owned) nus::free_collate(h);
+        else nus::free_bound_cache(h);
         h->coll = {};
         break;
     case NU_NUMERIC:

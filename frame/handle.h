@@ -46,6 +46,27 @@ struct CtypeFields {
     int32_t case_pair_count;
 };
 
+// A collating element: several characters that collate as one unit with their own row.
+struct CollElement {
+    uint32_t count;
+    nu_wchar *chars;
+    uint16_t row;
+};
+
+// An expansion: characters weighed in place of a weight that references it.
+struct CollExpansion {
+    uint32_t count;
+    nu_wchar *chars;
+};
+
+// A character that collates like its class's representative at every level.
+struct EquivPair {
+    char *member;
+    char *representative;
+};
+
+inline constexpr int kMaxLevels = 8;
+
 struct CollateFields {
     int32_t method;            // 0 none, 1 table-driven, 2 Thai, 3 companion library
     multi_t *table;            // character -> row
@@ -54,7 +75,22 @@ struct CollateFields {
     int32_t level_count;
     int32_t largest_weight;
     int32_t longest_sequence;
-    int32_t level_words[8];    // level directions
+    int32_t level_words[kMaxLevels];        // level directions
+    uint16_t *weights[kMaxLevels];          // highest_row + 1 per level
+    CollElement *elements;                  // element_count of the handle
+    CollExpansion *expansions;              // expansion_count of the handle
+    CollExpansion **exp_candidates[kMaxLevels];   // 256 per level: expansion of byte b
+    int32_t *elem_candidates;               // 256 flags, null without elements
+    int32_t *elements_by_first;             // element indexes by first character, then index
+    uint32_t element_starts[32];            // bit (c mod 1024): some element may begin with c
+    char **ignorables;                      // null-terminated, or null
+    EquivPair *equivalents;                 // ended by a null member, or null
+    // Single-byte code sets: the weight of each byte's row, 256 per level (0 for a row out
+    // of range), so that the single-byte comparisons need no table walk.
+    uint16_t *byte_weights;
+    // Derived on first use by the bound functions and owned by this record (never shared
+    // with a copy): see collate/bounds.cpp.
+    void *bound_cache;
 };
 
 // A category string and its wide twin, both owned by the handle.

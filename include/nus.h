@@ -707,6 +707,83 @@ NU_API int _tsn_nu_wcfscmp(const nu_wchar *ws1, int len1, const nu_wchar *ws2, i
 NU_API int nu_wcsncmp(const nu_wchar *ws1, const nu_wchar *ws2, int n);
 
 /* ---------------------------------------------------------------------------------------- */
+/* Collation                                                                                 */
+/* ---------------------------------------------------------------------------------------- */
+
+/* Comparisons return negative, 0 or positive; 0 is also the result of a failure, which the
+   error slot tells apart. Sort keys return the bytes the whole key needs (without its
+   terminating 0 byte, which is stored only when there is room), or -1; a result of n or more
+   means the key was cut. Through the handle, callers normally use nu_mbscoll-style pointers
+   chosen per locale: the functions below are those candidates. */
+
+/* Multi-level comparison and sort keys by the locale's tables. */
+NU_API int nu_wcsxfrm(nu_locale_t handle, unsigned char *out, const nu_wchar *ws, int n);
+NU_API int nu_full_mbsxfrm(nu_locale_t handle, unsigned char *out, const unsigned char *s,
+                           int n);
+NU_API int _tsn_nu_full_wcscoll(nu_locale_t handle, const nu_wchar *ws1, int len1,
+                                const nu_wchar *ws2, int len2);
+NU_API int nu_full_wcscoll(nu_locale_t handle, const nu_wchar *ws1, const nu_wchar *ws2);
+NU_API int _tsn_nu_im_mbfscoll(nu_locale_t handle, const unsigned char *s1, int len1,
+                               const unsigned char *s2, int len2);
+NU_API int _nu_im_mbscoll(nu_locale_t handle, const unsigned char *s1, const unsigned char *s2);
+/* Through the comparison functions chosen for the handle's locale. */
+NU_API int nu_full_mbscoll(nu_locale_t handle, const unsigned char *s1, const unsigned char *s2);
+NU_API int _tsn_nu_full_mbscoll(nu_locale_t handle, const unsigned char *s1, int len1,
+                                const unsigned char *s2, int len2);
+/* A wide character encoded by the collation table's byte structure; bytes or -1. */
+NU_API int _nu_sl_wctomb(nu_locale_t handle, unsigned char *s, nu_wchar wc);
+
+/* Single-byte code sets: comparisons straight from the bytes, one per feature set. */
+NU_API int _nu_is_mbscoll_back(nu_locale_t handle, const unsigned char *s1,
+                               const unsigned char *s2);
+NU_API int _tsn_nu_is_mbfscoll_back(nu_locale_t handle, const unsigned char *s1, int len1,
+                                    const unsigned char *s2, int len2);
+NU_API int _nu_is_mbscoll_exp(nu_locale_t handle, const unsigned char *s1,
+                              const unsigned char *s2);
+NU_API int _tsn_nu_is_mbfscoll_exp(nu_locale_t handle, const unsigned char *s1, int len1,
+                                   const unsigned char *s2, int len2);
+NU_API int _nu_is_mbscoll_elem(nu_locale_t handle, const unsigned char *s1,
+                               const unsigned char *s2);
+NU_API int _tsn_nu_is_mbfscoll_elem(nu_locale_t handle, const unsigned char *s1, int len1,
+                                    const unsigned char *s2, int len2);
+NU_API int _nu_is_mbscoll_exp_elem(nu_locale_t handle, const unsigned char *s1,
+                                   const unsigned char *s2);
+NU_API int _tsn_nu_is_mbfscoll_exp_elem(nu_locale_t handle, const unsigned char *s1, int len1,
+                                        const unsigned char *s2, int len2);
+
+/* Code order of multibyte strings. */
+NU_API int nu_full_mbscmp(nu_locale_t handle, const unsigned char *s1, const unsigned char *s2);
+NU_API int _tsn_nu_mbscmp(nu_locale_t handle, const unsigned char *s1, int len1,
+                          const unsigned char *s2, int len2);
+NU_API int nu_full_mbsncmp(nu_locale_t handle, const unsigned char *s1, const unsigned char *s2,
+                           int n);
+
+/* The Thai method. _nu_thaismoxfrm takes the source first and the destination second. */
+NU_API int _nu_thaismocoll(nu_locale_t handle, const unsigned char *s1, const unsigned char *s2);
+NU_API int _tsn_nu_thaismoncoll(nu_locale_t handle, const unsigned char *s1, int len1,
+                                const unsigned char *s2, int len2);
+NU_API int _nu_thaismoxfrm(nu_locale_t handle, unsigned char *src, const unsigned char *dst,
+                           int n);
+NU_API int nu_iscompchar_thai(nu_locale_t handle, const unsigned char *s);
+/* The Thai neighbour in primary order: direction 1 next, 2 previous; as nu_nextprimweight. */
+NU_API int nu_primweight_thai(nu_locale_t handle, const unsigned char *s, int whole,
+                              unsigned char *out, int direction);
+
+/* Primary weights and bounds for prefix searches. */
+NU_API int nu_getpassdirection(nu_locale_t handle, int level);
+NU_API int nu_IsSpecialLocale(nu_locale_t handle);
+NU_API int nu_iscompchar(nu_locale_t handle, const unsigned char *s);
+NU_API int nu_get_prim_coll_weight(unsigned char *key);
+NU_API int nu_nextprimweight(nu_locale_t handle, const unsigned char *s, int whole,
+                             unsigned char *out);
+NU_API int nu_prevprimweight(nu_locale_t handle, const unsigned char *s, int whole,
+                             unsigned char *out);
+NU_API int nu_mbsCollBound(nu_locale_t handle, const unsigned char *s, int upper,
+                           unsigned char *out, int size);
+NU_API int nu_mbsSortKeyCollBound(nu_locale_t handle, const unsigned char *s, int upper,
+                                  unsigned char *key, int size);
+
+/* ---------------------------------------------------------------------------------------- */
 /* Characters on streams                                                                     */
 /* ---------------------------------------------------------------------------------------- */
 

@@ -20,14 +20,6 @@ constexpr ClassEntry kStandardClasses[] = {
     {"punct", 64},  {"graph", 128},  {"print", 256},  {"cntrl", 32},
 };
 
-// Four hexadecimal digits into a 16-bit value, no white space skipped.
-int ub2_reader(FILE *stream, void *dest, unsigned int) {
-    const uint32_t value = _nu_get_hex(stream, 4);
-    const uint16_t v = static_cast<uint16_t>(value);
-    std::memcpy(dest, &v, sizeof v);
-    return value > 0xFFFF ? -1 : 0;
-}
-
 // The 16-bit value a table lookup found, 0 when it found none.
 uint16_t table_value(const void *desc) {
     uint16_t value = 0;
@@ -48,6 +40,25 @@ uint16_t case_index(nu_locale_rec *h, nu_wchar wc) {
         _nu_retrieve_wchar_multi_nl(&scratch, wc, h->ctype.case_table));
 }
 
+void free_class_names(nus::CtypeFields &ct, int32_t count) {
+    for (int32_t i = 0; i < count; ++i) {
+        _nu_free_ptr(ct.class_names[i].name);
+        ct.class_names[i].name = nullptr;
+    }
+}
+
+} // namespace
+
+namespace nus {
+
+// Four hexadecimal digits into a 16-bit value, no white space skipped.
+int ub2_reader(FILE *stream, void *dest, unsigned int) {
+    const uint32_t value = _nu_get_hex(stream, 4);
+    const uint16_t v = static_cast<uint16_t>(value);
+    std::memcpy(dest, &v, sizeof v);
+    return value > 0xFFFF ? -1 : 0;
+}
+
 // White space, then up to eight hexadecimal digits; false when there is none.
 bool read_nu_wchar(FILE *stream, nu_wchar *wc) {
     _nu_skip_whitespace(stream);
@@ -65,17 +76,6 @@ bool read_nu_wchar(FILE *stream, nu_wchar *wc) {
     *wc = value;
     return digits > 0;
 }
-
-void free_class_names(nus::CtypeFields &ct, int32_t count) {
-    for (int32_t i = 0; i < count; ++i) {
-        _nu_free_ptr(ct.class_names[i].name);
-        ct.class_names[i].name = nullptr;
-    }
-}
-
-} // namespace
-
-namespace nus {
 
 int read_ctype(FILE *stream, nu_locale_rec *h) {
     CtypeFields &ct = h->ctype;

@@ -1,5 +1,6 @@
 // Loading locales into handles category by category, queries, copies between handles, and
 // the derived state brought up to date after every change.
+#include "collate/collate.h"
 #include "locale/locale.h"
 
 namespace {
@@ -158,17 +159,18 @@ namespace nus {
     }
 }
 
-// Single-byte code sets get the fast tables and the single-byte converters; the collation
-// functions arrive with the COLLATE category's reader.
+// Single-byte code sets get the fast tables and the single-byte converters; then the
+// collation functions for the COLLATE category's method and features.
 int set_function_pointers(nu_locale_rec *h) {
     if (!h->single_byte) {
         h->to_wide = _nu_im_mbstowcs;
         h->counted_to_wide = _tsn_nu_im_mbfstowcfs;
-        return 0;
+    } else {
+        if (build_single_byte_tables(h) != 0) return -1;
+        h->to_wide = _nu_is_mbstowcs;
+        h->counted_to_wide = _tsn_nu_is_mbfstowcfs;
     }
-    if (build_single_byte_tables(h) != 0) return -1;
-    h->to_wide = _nu_is_mbstowcs;
-    h->counted_to_wide = _tsn_nu_is_mbfstowcfs;
+    set_collation_fp(h);
     return 0;
 }
 
@@ -283,6 +285,7 @@ int copy_category(nu_locale_rec *dst, nu_locale_rec *src, int category) {
         break;
     case NU_COLLATE:
         dst->coll = src->coll;     // shared with the source
+        dst->coll.bound_cache = nullptr;
         dst->element_count = src->element_count;
         dst->expansion_count = src->expansion_count;
         break;

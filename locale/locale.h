@@ -38,6 +38,12 @@ void copy_messages(nu_locale_rec *dst, const nu_locale_rec *src);
 int load_nuconv_numeric(nu_locale_rec *h);
 int load_nuconv_monetary(nu_locale_rec *h);
 
+// Table descriptor reader: four hexadecimal digits into a 16-bit value, no white space
+// skipped.
+int ub2_reader(FILE *stream, void *dest, unsigned int size);
+// White space, then up to eight hexadecimal digits; false when there is none.
+bool read_nu_wchar(FILE *stream, nu_wchar *wc);
+
 // The CTYPE section; 0 on success, the handle's error set otherwise.
 int read_ctype(FILE *stream, nu_locale_rec *h);
 // The single-byte upper, lower and class tables from the CTYPE tables, and their release.

@@ -1,5 +1,6 @@
 // The locale object file: its header, the section markers, and the reading of a whole file
 // or of one category's section into a handle.
+#include "collate/collate.h"
 #include "locale/locale.h"
 
 #include <algorithm>
@@ -75,14 +76,20 @@ int read_ctype_section(FILE *stream, nu_locale_rec *h, int *error) {
     *error = h->error;
     return result;
 }
-// COLLATE and TIME have no readers yet: their sections are skipped by the marker search and
-// their records stay empty.
+// The COLLATE reader sets the handle's error itself; an unknown method line stores none.
+int read_collate_section(FILE *stream, nu_locale_rec *h, int *error) {
+    const int result = nus::read_collate(stream, h);
+    *error = h->error;
+    return result != 0 ? 1 : 0;
+}
+// TIME has no reader yet: its section is skipped by the marker search and its record stays
+// empty.
 int read_unread_section(FILE *, nu_locale_rec *, int *) { return 0; }
 
 const Section &section(int category) {
     static const Section sections[] = {
         {read_ctype_section, nullptr, nullptr, nullptr},
-        {read_unread_section, nullptr, nullptr, nullptr},
+        {read_collate_section, nullptr, nullptr, nullptr},
         {read_numeric_section, nus::init_numeric_info, "Failed to read numeric information\n",
          "Failed to initialize numeric information\n"},
         {read_monetary_section, nus::init_monetary_info,

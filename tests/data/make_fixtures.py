@@ -107,13 +107,67 @@ def mbstring(s):
     return "%d%s" % (len(data), (" " + data.hex()) if data else "")
 
 
-def sections(codeset, ctype, numeric, monetary, messages, header_extra=1):
+def collate_section(chars_rows, rows, directions):
+    """chars_rows: {bytes: row}; rows: a weight tuple per row, one weight per level."""
+    text = "as_specified\n" + table(chars_rows)
+    largest = max(max(w) for w in rows)
+    text += "0 %d %d 0 0 %d\n" % (len(rows) - 1, len(directions), largest)
+    text += "".join("%04x" % d for d in directions) + "\n"
+    text += "".join(" ".join("%04x" % w for w in ws) + "\n" for ws in rows)
+    return text
+
+
+def latin1_collate():
+    """Three levels: base letter, accent (walked backward), case. Control characters are
+    ignorable; the no-break space collates exactly as the space."""
+    import unicodedata
+    keys, rows, chars_rows = {}, [], {}
+    def row_of(key):
+        if key not in keys:
+            keys[key] = len(rows)
+            rows.append(key)
+        return keys[key]
+    row_of((1, 1, 1))
+    order = [chr(c) for c in range(0x20, 0x7F) if not chr(c).isalnum()] + \
+        [chr(c) for c in range(0xA1, 0xC0)] + ["\xd7", "\xf7"] + list("0123456789") + \
+        list("abcdefghijklmnopqrstuvwxyz")
+    primary = {c: i + 2 for i, c in enumerate(order)}
+    for b in range(256):
+        c = chr(b)
+        if b < 0x20 or 0x7F <= b < 0xA0:
+            chars_rows[bytes([b])] = 0
+            continue
+        if c == "\xa0":
+            c = " "
+        base = unicodedata.normalize("NFD", c)[0].lower()
+        if c in "\xdf":
+            base = "s"
+        if base not in primary:
+            base = c.lower() if c.lower() in primary else c
+        accent = 2 if unicodedata.normalize("NFD", c) == c else 3 + ord(unicodedata.normalize("NFD", c)[-1]) % 50
+        if c in "\xc6\xe6\xd0\xf0\xd8\xf8\xde\xfe\xdf":
+            accent = 60 + b % 16
+        case = 3 if c.isupper() else 2
+        chars_rows[bytes([b])] = row_of((primary.get(base, 2), accent, case))
+    return collate_section(chars_rows, rows, [1, 2, 1])
+
+
+def multibyte_collate(chars):
+    """Two levels: code order, then one weight for all."""
+    rows, chars_rows = [], {}
+    for i, k in enumerate(sorted(chars, key=lambda k: (len(k), k))):
+        chars_rows[k] = i
+        rows.append((i + 2, 2))
+    return collate_section(chars_rows, rows, [1, 1])
+
+
+def sections(codeset, ctype, numeric, monetary, messages, header_extra=1, collate=""):
     head = ["FILE_TYPE=locale_object", "COMPILER_VERSION=11",
             "HEADER_LENGTH=%d" % (3 + header_extra)]
     head += ["SOURCE_VERSION=hand-made test fixture"] * header_extra
     return ("\n".join(head) + "\n" + codeset + "\n"
             "### LC_CTYPE\n" + ctype +
-            "### LC_COLLATE\n"
+            "### LC_COLLATE\n" + collate +
             "### LC_NUMERIC\n" + numeric +
             "### LC_MONETARY\n" + monetary +
             "### LC_TIME\n"
@@ -178,7 +232,8 @@ def latin1(codeset="8859-1", point=".", sep=",", factor="1"):
     return sections(codeset, ctype,
                     numeric_section(point, sep, [3, 3]),
                     monetary_section("EUR ", "\xa4", point, sep, [3], [2, 2, 1, 0, 1, 0, 1, 1]),
-                    messages_section("^[yY]", "^[nN]", "yes", "no"))
+                    messages_section("^[yY]", "^[nN]", "yes", "no"),
+                    collate=latin1_collate())
 
 
 def euc(codeset="eucjp"):
@@ -204,7 +259,8 @@ def euc(codeset="eucjp"):
     return sections(codeset, ctype,
                     numeric_section(".", ",", [3]),
                     monetary_section("JPY ", b"\xa1\xef", ".", ",", [3], [0, 0, 1, 0, 1, 0, 1, 1]),
-                    messages_section("^[yY]", "^[nN]", "yes", "no"))
+                    messages_section("^[yY]", "^[nN]", "yes", "no"),
+                    collate=multibyte_collate(classes))
 
 
 def fixed2(codeset="unicode"):
@@ -223,7 +279,8 @@ def fixed2(codeset="unicode"):
     text = sections(codeset, ctype,
                     numeric_section(".", ",", [3]),
                     monetary_section("", "", ".", ",", [], [2] * 8),
-                    messages_section("y", "n", "yes", "no"))
+                    messages_section("y", "n", "yes", "no"),
+                    collate=multibyte_collate(classes))
     finally_text = text
     ENCODING = "latin-1"
     return finally_text

@@ -53,8 +53,8 @@ public:
         int category_line = 0;
         bool translit = false;
         for (const auto &[number, line] : lines) {
-            // Categories the library does not read (LC_COLLATE until the collation compiler
-            // exists, LC_ADDRESS and the like) are passed over to their END line.
+            // Categories the library does not read (LC_ADDRESS and the like) are passed over
+            // to their END line.
             if (!category.empty() && !is_read(category)) {
                 const size_t a = line.find_first_not_of(" \t");
                 if (a != std::string::npos && line.compare(a, 4, "END ") == 0) {
@@ -63,6 +63,32 @@ public:
                     if (name == category) category.clear();
                 }
                 continue;
+            }
+            // LC_COLLATE is kept as written, `copy` followed in place, for the collation
+            // compiler (its strings hold collating symbols that are no characters).
+            if (category == "LC_COLLATE") {
+                const size_t a = line.find_first_not_of(" \t");
+                if (a == std::string::npos) continue;
+                if (line.compare(a, 4, "END ") != 0 && line.compare(a, 4, "END\t") != 0) {
+                    if ((!only_category.empty() && only_category != category) || translit_only_)
+                        continue;
+                    mark_present(category);
+                    if (line.compare(a, 4, "copy") == 0 && a + 4 < line.size() &&
+                        std::isspace(static_cast<unsigned char>(line[a + 4]))) {
+                        const size_t open = line.find('"', a);
+                        const size_t close = open == std::string::npos ? open : line.find('"', open + 1);
+                        if (close == std::string::npos)
+                            return Diagnostic{path, number, "copy needs a file name in quotes"};
+                        const std::string name = line.substr(open + 1, close - open - 1);
+                        const std::string file = locate(path, name);
+                        if (file.empty())
+                            return Diagnostic{path, number, "cannot find \"" + name + "\" to copy"};
+                        if (auto error = read(file, category, depth + 1)) return error;
+                        continue;
+                    }
+                    out_.collate.push_back({path, number, line, comment, escape});
+                    continue;
+                }
             }
             std::vector<Token> tokens;
             if (auto error = tokenize(line, comment, escape, tokens)) {
@@ -115,8 +141,8 @@ public:
 
 private:
     static bool is_read(const std::string &category) {
-        return category == "LC_CTYPE" || category == "LC_NUMERIC" || category == "LC_MONETARY" ||
-               category == "LC_MESSAGES" || category == "LC_TIME";
+        return category == "LC_CTYPE" || category == "LC_COLLATE" || category == "LC_NUMERIC" ||
+               category == "LC_MONETARY" || category == "LC_MESSAGES" || category == "LC_TIME";
     }
 
     static std::string narrow(const UString &s) {

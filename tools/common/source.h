@@ -22,6 +22,16 @@ struct Value {
     long number = 0;    // numbers
 };
 
+// One logical line of LC_COLLATE with where it was written and the comment and escape
+// characters in force there; the collation compiler reads these statements itself.
+struct SourceLine {
+    std::string file;
+    int line = 0;
+    std::string text;
+    char comment = '#';
+    char escape = '\\';
+};
+
 struct SourceLocale {
     // LC_CTYPE: members of each class (the standard ones and those the locale defines), the
     // locale-defined classes in order of definition, and the case mappings.
@@ -35,6 +45,8 @@ struct SourceLocale {
     std::map<uint32_t, std::vector<UString>> translit;
     // The other categories: keyword -> values, as written.
     std::map<std::string, std::map<std::string, std::vector<Value>>> categories;
+    // LC_COLLATE statements in order, with the statements of `copy` files in place of the copy.
+    std::vector<SourceLine> collate;
     // Categories that were present.
     std::vector<std::string> present;
 

@@ -1,6 +1,7 @@
-// The locale compiler's writer: CTYPE tables, NUMERIC, MONETARY, MESSAGES, a provisional
-// TIME section and a minimal COLLATE section, in the layout the library reads.
+// The locale compiler's writer: CTYPE tables, COLLATE (collate.cpp), NUMERIC, MONETARY,
+// MESSAGES and a provisional TIME section, in the layout the library reads.
 #include "tools/localedef/compile.h"
+#include "tools/localedef/collate.h"
 
 #include "nus.h"
 
@@ -257,14 +258,11 @@ std::optional<std::string> compile_locale(const SourceLocale &source, const Char
     std::fprintf(out, "### LC_CTYPE\n");
     if (auto error = write_ctype(w, options)) return error;
 
-    // Until collation orders are compiled: one row, one level, every character alike.
-    std::fprintf(out, "### LC_COLLATE\nas_specified\n");
+    std::fprintf(out, "### LC_COLLATE\n");
     {
-        const uint16_t zero = 0;
-        TableOwner empty{_nu_create_multi(2, 0, &zero)};
-        if (empty.t == nullptr) return std::string("out of memory");
-        _nu_fprintf_multi(out, empty.t, print_u16);
-        std::fprintf(out, "1 0 1 0 0 2\n0001\n0002\n");
+        CollateTables collation;
+        if (auto error = build_collate(source, charmap, collation, report.warnings)) return error;
+        if (auto error = write_collate(out, charmap, collation)) return error;
     }
 
     std::fprintf(out, "### LC_NUMERIC\n");

@@ -1,0 +1,35 @@
+// Internal interface of the collation code: the COLLATE section's reader, the choice of the
+// handle's collation functions, and what the comparison, sort-key, Thai and bound code share.
+#pragma once
+
+#include "frame/frame.h"
+
+#include <cstdio>
+
+namespace nus {
+
+// The COLLATE section from the current position of `stream`; 0 on success. See read.cpp.
+int read_collate(FILE *stream, nu_locale_rec *h);
+// Releases every collation field of the handle and clears the table pointer.
+void free_collate(nu_locale_rec *h);
+// Installs the collate, counted-collate and transform pointers for the loaded COLLATE.
+void set_collation_fp(nu_locale_rec *h);
+
+// The row of a wide character in the collation table, or -1 when it has none.
+int collation_row(const nu_locale_rec *h, nu_wchar wc);
+
+// Releases what the bound functions derived and cached in the handle (bounds.cpp).
+void free_bound_cache(nu_locale_rec *h);
+
+// Level direction bit: set = forward.
+inline bool level_forward(const nu_locale_rec *h, int level) {
+    return (h->coll.level_words[level] & 1) != 0;
+}
+
+// Weight bits.
+inline constexpr uint16_t kIgnorable = 1;
+inline constexpr uint16_t kExpansionBit = 0x4000;
+inline constexpr uint16_t kCodeTieBit = 0x8000;
+inline constexpr uint16_t kWeightMask = 0x3FFF;
+
+} // namespace nus

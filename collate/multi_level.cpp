@@ -1,0 +1,416 @@
+// Multi-level collation by the locale's tables: comparison of wide and multibyte strings,
+// and sort keys whose byte order is that comparison.
+//
+// Every level walks the string forward or backward and yields weights: ignorable weights
+// are skipped, an expansion's characters are weighed in place of the weight that references
+// it, a collating element is weighed as one unit, and a character without a row ends the
+// string for that level. Comparison and sort key share the walk, so they agree.
+#include "chars/chars.h"
+#include "collate/collate.h"
+
+namespace {
+
+using nus::CollElement;
+using nus::CollExpansion;
+
+constexpr int kStackChars = 128;    // wide scratch buffers up to this stay on the stack
+constexpr int kStackBytes = 512;    // multibyte scratch buffers likewise
+
+// The element covering a position of a string, and the position's index in it.
+struct Covered {
+    const CollElement *element;
+    uint32_t index;
+};
+
+// A wide buffer on the stack up to kStackChars characters, from the library's allocator
+// above that; sized once.
+class WideScratch {
+public:
+    WideScratch() = default;
+    WideScratch(const WideScratch &) = delete;
+    WideScratch &operator=(const WideScratch &) = delete;
+    ~WideScratch() { _nu_free_ptr(heap_); }
+    bool resize(size_t count) {
+        if (count <= kStackChars) return true;
+        heap_ = nus::alloc_array<nu_wchar>(count);
+        return heap_ != nullptr;
+    }
+    nu_wchar *data() { return heap_ != nullptr ? heap_ : local_; }
+
+private:
+    nu_wchar *heap_ = nullptr;
+    nu_wchar local_[kStackChars];
+};
+
+// Whether the `plen` characters of p begin the `slen` characters of s.
+bool nu_wcspre(const nu_wchar *s, int slen, const nu_wchar *p, int plen) {
+    if (plen > slen) return false;
+    for (int i = 0; i < plen; ++i)
+        if (s[i] != p[i]) return false;
+    return true;
+}
+
+// The first element in table order that the `len` characters at s begin with, or null: the
+// elements beginning with s[0] are found by a binary search over their index ordered by first
+// character, and tried in table order.
+const CollElement *first_element(const nu_locale_rec *h, const nu_wchar *s, int len) {
+    const nu_wchar bit = s[0] & 1023u;
+    if ((h->coll.element_starts[bit / 32] & (1u << (bit % 32))) == 0) return nullptr;
+    const CollElement *elements = h->coll.elements;
+    const int32_t *order = h->coll.elements_by_first;
+    int lo = 0, hi = h->element_count;
+    while (lo < hi) {
+        const int mid = (lo + hi) / 2;
+        if (elements[order[mid]].chars[0] < s[0]) lo = mid + 1;
+        else hi = mid;
+    }
+    for (; lo < h->element_count && elements[order[lo]].chars[0] == s[0]; ++lo) {
+        const CollElement &e = elements[order[lo]];
+        if (nu_wcspre(s, len, e.chars, static_cast<int>(e.count))) return &e;
+    }
+    return nullptr;
+}
+
+// Fills the parallel array from position `from` on to at least position `upto`: at each
+// position the first element in table order that the rest of the string begins with (the
+// first match wins, not the longest). Filling goes left to right, so filling in pieces gives
+// what filling at once gives. Returns the position filling stopped at.
+int make_parallel_arr(const nu_locale_rec *h, const nu_wchar *ws, int len, Covered *par, int from,
+                      int upto) {
+    int i = from;
+    while (i < len && i <= upto) {
+        const CollElement *found = first_element(h, ws + i, len - i);
+        if (found == nullptr) {
+            par[i++] = {nullptr, 0};
+            continue;
+        }
+        for (uint32_t k = 0; k < found->count; ++k) par[i + k] = {found, k};
+        i += static_cast<int>(found->count);
+    }
+    return i;
+}
+
+// A string prepared once per call: its characters, their rows (looked up on first use) and
+// its parallel array.
+class Prepared {
+public:
+    Prepared(const nu_locale_rec *h, const nu_wchar *ws, int len)
+        : h_(h), ws_(ws), len_(len), rows_(static_cast<size_t>(len)),
+          par_(h->element_count > 0 ? static_cast<size_t>(len) : 0) {}
+    bool ok() { return rows_.ok() && par_.ok(); }
+    int length() const { return len_; }
+    nu_wchar at(int i) const { return ws_[i]; }
+    bool has_elements() const { return h_->element_count > 0; }
+    // The element covering position i (filled on first use), or null.
+    const CollElement *element_at(int i) {
+        if (par_known_ <= i) par_known_ = make_parallel_arr(h_, ws_, len_, par_.data(), par_known_, i);
+        return par_.data()[i].element;
+    }
+    int row(int i) {
+        int *rows = rows_.data();
+        for (; known_ <= i; ++known_) rows[known_] = nus::collation_row(h_, ws_[known_]);
+        return rows[i];
+    }
+
+private:
+    const nu_locale_rec *h_;
+    const nu_wchar *ws_;
+    int len_;
+    int known_ = 0;
+    int par_known_ = 0;
+    nus::Scratch<int, kStackChars> rows_;
+    nus::Scratch<Covered, kStackChars> par_;
+};
+
+// The walk of one string at one level.
+struct CollState {
+    Prepared *str;
+    bool elements;
+    const uint16_t *weights;
+    const CollExpansion *expansion;   // the expansion being walked, or null
+    int exp_index;
+    int pos;
+    int limit;
+    int step;
+    bool done;
+};
+
+CollState init_coll_state(const nu_locale_rec *h, Prepared &str, int level) {
+    CollState st{};
+    st.str = &str;
+    st.elements = str.has_elements();
+    st.weights = h->coll.weights[level];
+    const bool forward = nus::level_forward(h, level);
+    st.step = forward ? 1 : -1;
+    st.pos = forward ? 0 : str.length() - 1;
+    st.limit = forward ? str.length() - 1 : 0;
+    st.done = str.length() == 0;
+    return st;
+}
+
+// The next weight other than ignorable, with its character in *ch (1 for an element); 0
+// (and ch 0) once the string has ended for this level.
+uint16_t next_weight(const nu_locale_rec *h, CollState &st, nu_wchar *ch) {
+    for (;;) {
+        if (st.done) {
+            *ch = 0;
+            return 0;
+        }
+        int row;
+        int unit = 1;
+        const bool in_expansion = st.expansion != nullptr;
+        if (in_expansion) {
+            const nu_wchar wc = st.expansion->chars[st.exp_index];
+            st.exp_index += st.step;
+            if (st.exp_index < 0 || st.exp_index >= static_cast<int>(st.expansion->count))
+                st.expansion = nullptr;
+            *ch = wc;
+            row = nus::collation_row(h, wc);
+        } else if (const CollElement *e = st.elements ? st.str->element_at(st.pos) : nullptr) {
+            row = e->row;
+            *ch = 1;
+            unit = static_cast<int>(e->count);
+        } else {
+            *ch = st.str->at(st.pos);
+            row = st.str->row(st.pos);
+        }
+        // A character without a row ends the string here for this level.
+        if (row < 0) {
+            st.done = true;
+            *ch = 0;
+            return 0;
+        }
+        uint16_t w = st.weights[row];
+        if ((w & nus::kExpansionBit) != 0) {
+            // An expansion inside an expansion would never end: such a weight is ignored.
+            if (!in_expansion) {
+                const CollExpansion &e = h->coll.expansions[w & nus::kWeightMask];
+                st.expansion = &e;
+                st.exp_index = st.step > 0 ? 0 : static_cast<int>(e.count) - 1;
+            }
+            w = nus::kIgnorable;
+        }
+        if (st.expansion == nullptr) {
+            st.pos += unit * st.step;
+            if (st.step > 0 ? st.pos > st.limit : st.pos < st.limit) {
+                st.done = true;
+                if (w == nus::kIgnorable) {
+                    *ch = 0;
+                    return 0;
+                }
+            }
+        }
+        if (w != nus::kIgnorable) return w;
+    }
+}
+
+int collate_pass(const nu_locale_rec *h, Prepared &a, Prepared &b, int level) {
+    CollState s1 = init_coll_state(h, a, level);
+    CollState s2 = init_coll_state(h, b, level);
+    nu_wchar c1 = 0, c2 = 0;
+    for (;;) {
+        const uint16_t w1 = next_weight(h, s1, &c1);
+        const uint16_t w2 = next_weight(h, s2, &c2);
+        if (w1 == 0 && w2 == 0 && (s1.done || s2.done)) break;
+        const unsigned v1 = w1 & nus::kWeightMask, v2 = w2 & nus::kWeightMask;
+        if (v1 != v2) return v1 < v2 ? -1 : 1;
+        // Only the first string's weight is looked at for the tie-break, by design.
+        if ((w1 & nus::kCodeTieBit) != 0 && c1 != c2) return c1 < c2 ? -1 : 1;
+    }
+    if (c1 != 0 && c2 == 0) return 1;
+    if (c1 == 0 && c2 != 0) return -1;
+    return 0;
+}
+
+// Appends a value as base-254 digits (each plus 2, so that bytes 0 and 1 stay free), with
+// as many digits as the largest value needs. Digits are stored while the count is below n.
+void write_weight(uint32_t value, uint32_t largest, unsigned char *out, int *count, int n) {
+    const int digits = largest <= 253u          ? 1
+                       : largest <= 64515u      ? 2
+                       : largest <= 16387063u   ? 3
+                       : largest <= 4162314255u ? 4
+                                                : 5;
+    // Values 0 and 1 wrap around; the digits are kept as computed.
+    uint64_t v = static_cast<uint32_t>(value - 2u);
+    unsigned char d[5];
+    for (int i = digits - 1; i >= 0; --i) {
+        d[i] = static_cast<unsigned char>(v % 254u + 2u);
+        v /= 254u;
+    }
+    for (int i = 0; i < digits; ++i) {
+        if (*count < n) out[*count] = d[i];
+        ++*count;
+    }
+}
+
+uint32_t largest_code(nu_locale_rec *h) {
+    switch (nu_mb_loc_max(h)) {
+    case 1: return 255u;
+    case 2: return 65535u;
+    case 3: return 16777215u;
+    default: return 4294967295u;
+    }
+}
+
+int fail(nu_locale_rec *h, int code, int result) {
+    nus::set_error(h, code);
+    return result;
+}
+
+// Wide to multibyte for the Thai method and the code-order keys.
+int to_multibyte(nu_locale_rec *h, unsigned char *out, const nu_wchar *ws, int len, int n) {
+    return h->single_byte ? _tsn_nu_is_wcstombs(h, out, ws, len, n)
+                          : _tsn_nu_full_wcstombs(h, out, ws, len, n);
+}
+
+} // namespace
+
+NU_EXPORT int _tsn_nu_full_wcscoll(nu_locale_t h, const nu_wchar *ws1, int len1,
+                                   const nu_wchar *ws2, int len2) {
+    if (h == nullptr || ws1 == nullptr || ws2 == nullptr) return fail(h, NU_EBADARG, 0);
+    if ((len1 == -1) != (len2 == -1)) return fail(h, NU_ELENGTHS, 0);
+    if (len1 == -1) {
+        len1 = nu_wcslen(ws1);
+        len2 = nu_wcslen(ws2);
+    }
+    if (len1 < 0 || len2 < 0) return fail(h, NU_EBADVAL, 0);
+    if (h->coll.method == 2) {
+        nus::Scratch<unsigned char, kStackBytes> b1(4 * static_cast<size_t>(len1) + 4);
+        nus::Scratch<unsigned char, kStackBytes> b2(4 * static_cast<size_t>(len2) + 4);
+        if (!b1.ok() || !b2.ok()) return fail(h, NU_ENOMEM, 0);
+        const int n1 = to_multibyte(h, b1.data(), ws1, len1, 4 * len1 + 4);
+        const int n2 = to_multibyte(h, b2.data(), ws2, len2, 4 * len2 + 4);
+        if (n1 < 0 || n2 < 0) return 0;
+        nu_mbsterm(h, b1.data() + n1);
+        nu_mbsterm(h, b2.data() + n2);
+        return _tsn_nu_thaismoncoll(h, b1.data(), -1, b2.data(), -1);
+    }
+    Prepared a(h, ws1, len1), b(h, ws2, len2);
+    if (!a.ok() || !b.ok()) return fail(h, NU_ENOMEM, 0);
+    int result = 0;
+    for (int level = 0; level < h->coll.level_count; ++level) {
+        result = collate_pass(h, a, b, level);
+        if (result != 0) break;
+    }
+    return result;
+}
+
+NU_EXPORT int nu_full_wcscoll(nu_locale_t h, const nu_wchar *ws1, const nu_wchar *ws2) {
+    return _tsn_nu_full_wcscoll(h, ws1, -1, ws2, -1);
+}
+
+NU_EXPORT int nu_wcsxfrm(nu_locale_t h, unsigned char *out, const nu_wchar *ws, int n) {
+    if (h == nullptr || ws == nullptr || (out == nullptr && n > 0)) return fail(h, NU_EBADARG, -1);
+    const int len = nu_wcslen(ws);
+    if (!h->has_collation) {
+        // Without collation the key is the string's own bytes.
+        int needed = 0;
+        for (int i = 0; i < len; ++i) {
+            const int l = nu_wclen(h, ws[i]);
+            if (l < 0) return -1;
+            needed += l;
+        }
+        if (n > 0 && to_multibyte(h, out, ws, -1, n) < 0) return -1;
+        return needed;
+    }
+    if (h->coll.method == 2) {
+        nus::Scratch<unsigned char, kStackBytes> b(4 * static_cast<size_t>(len) + 4);
+        if (!b.ok()) return fail(h, NU_ENOMEM, -1);
+        const int bytes = to_multibyte(h, b.data(), ws, len, 4 * len + 4);
+        if (bytes < 0) return -1;
+        nu_mbsterm(h, b.data() + bytes);
+        return _nu_thaismoxfrm(h, b.data(), out, n);
+    }
+    const uint32_t code_max = largest_code(h);
+    const auto largest = static_cast<uint32_t>(h->coll.largest_weight);
+    Prepared str(h, ws, len);
+    if (!str.ok()) return fail(h, NU_ENOMEM, -1);
+    int count = 0;
+    for (int level = 0; level < h->coll.level_count; ++level) {
+        if (level > 0) {
+            if (count < n) out[count] = 1;
+            ++count;
+        }
+        CollState st = init_coll_state(h, str, level);
+        for (;;) {
+            nu_wchar ch = 0;
+            const uint16_t w = next_weight(h, st, &ch);
+            if (w == 0 && st.done) break;
+            if ((w & nus::kCodeTieBit) != 0) {
+                write_weight(w & nus::kWeightMask, largest, out, &count, n);
+                write_weight(ch, code_max, out, &count, n);
+            } else {
+                write_weight(w, largest, out, &count, n);
+            }
+        }
+    }
+    if (count < n) out[count] = 0;
+    return count;
+}
+
+// The characters of a null-terminated multibyte string in `wide` (with a wide null after
+// them); the count, or -1 (error stored). Where the shortest character is one byte, the
+// string's byte length bounds its character count and one conversion pass does; else the
+// characters are counted first.
+int to_wide_string(nu_locale_rec *h, const unsigned char *s, WideScratch &wide) {
+    int count;
+    if (nu_mb_loc_min(h) == 1) {
+        count = static_cast<int>(std::strlen(reinterpret_cast<const char *>(s)));
+    } else {
+        count = _nu_im_mbslen(h, s);
+        if (count < 0) return count;
+    }
+    if (!wide.resize(static_cast<size_t>(count) + 1)) return fail(h, NU_ENOMEM, -1);
+    const int n = h->to_wide(h, wide.data(), s, count + 1);
+    if (n < 0) return -1;
+    wide.data()[n] = 0;
+    return n;
+}
+
+NU_EXPORT int nu_full_mbsxfrm(nu_locale_t h, unsigned char *out, const unsigned char *s, int n) {
+    if (h == nullptr || s == nullptr) return fail(h, NU_EBADARG, -1);
+    WideScratch wide;
+    if (to_wide_string(h, s, wide) < 0) return -1;
+    return nu_wcsxfrm(h, out, wide.data(), n);
+}
+
+NU_EXPORT int _tsn_nu_im_mbfscoll(nu_locale_t h, const unsigned char *s1, int len1,
+                                  const unsigned char *s2, int len2) {
+    if (h == nullptr || s1 == nullptr || s2 == nullptr) return fail(h, NU_EBADARG, 0);
+    if ((len1 == -1) != (len2 == -1)) return fail(h, NU_ELENGTHS, 0);
+    if (len1 < -1 || len2 < -1) return fail(h, NU_EBADVAL, 0);
+    WideScratch w1, w2;
+    int count1, count2;
+    if (len1 == -1) {
+        count1 = to_wide_string(h, s1, w1);
+        count2 = count1 < 0 ? -1 : to_wide_string(h, s2, w2);
+    } else {
+        // A string of n bytes has at most n characters: one pass converts it.
+        if (!w1.resize(static_cast<size_t>(len1) + 1) || !w2.resize(static_cast<size_t>(len2) + 1))
+            return fail(h, NU_ENOMEM, 0);
+        count1 = h->counted_to_wide(h, w1.data(), s1, len1, len1);
+        count2 = count1 < 0 ? -1 : h->counted_to_wide(h, w2.data(), s2, len2, len2);
+    }
+    if (count1 < 0 || count2 < 0) {
+        if (h->error != NU_ENOMEM) nus::set_error(h, NU_EILSEQ);
+        return 0;
+    }
+    if (!h->has_collation) return _tsn_nu_wcfscmp(w1.data(), count1, w2.data(), count2);
+    return _tsn_nu_full_wcscoll(h, w1.data(), count1, w2.data(), count2);
+}
+
+NU_EXPORT int _nu_im_mbscoll(nu_locale_t h, const unsigned char *s1, const unsigned char *s2) {
+    return _tsn_nu_im_mbfscoll(h, s1, -1, s2, -1);
+}
+
+// Through the functions chosen for the handle's locale.
+NU_EXPORT int nu_full_mbscoll(nu_locale_t h, const unsigned char *s1, const unsigned char *s2) {
+    if (h == nullptr || h->collate == nullptr) return fail(h, NU_EBADARG, 0);
+    return h->collate(h, s1, s2);
+}
+
+NU_EXPORT int _tsn_nu_full_mbscoll(nu_locale_t h, const unsigned char *s1, int len1,
+                                   const unsigned char *s2, int len2) {
+    if (h == nullptr || h->counted_collate == nullptr) return fail(h, NU_EBADARG, 0);
+    return h->counted_collate(h, s1, len1, s2, len2);
+}
