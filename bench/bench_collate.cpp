@@ -339,3 +339,39 @@ void BM_SortByKeys_Icu(benchmark::State &state) {
 BENCHMARK(BM_SortByKeys_Icu)->Unit(benchmark::kMillisecond);
 
 } // namespace
+
+// ---- bounds of prefix searches ---------------------------------------------------------
+
+namespace {
+
+// The upper bound of a prefix, once the handle's code-set walk is cached (warm), and on a
+// freshly loaded handle (cold: the first bound of a handle walks the whole code set).
+void BM_Bound_Nus(benchmark::State &state) {
+    const bool utf8 = state.range(0) != 0;
+    const bool cold = state.range(1) != 0;
+    if (!ready(state, utf8, false)) return;
+    const char *spec = utf8 ? "de_de.utf8" : "de_de.8859-1";
+    const auto &w = text_of(utf8);
+    unsigned char out[256];
+    nu_locale_t h = locales(utf8).nus;
+    size_t i = 0;
+    for (auto _ : state) {
+        if (cold) {
+            state.PauseTiming();
+            h = load(spec);
+            state.ResumeTiming();
+        }
+        benchmark::DoNotOptimize(nu_mbsCollBound(h, u(w[i]), 1, out, sizeof out));
+        if (cold) {
+            state.PauseTiming();
+            nu_lc_unload(h);
+            state.ResumeTiming();
+        }
+        if (++i >= w.size()) i = 0;
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_Bound_Nus)->Args({0, 0})->Args({1, 0})->Args({0, 1})->Args({1, 1})
+    ->Unit(benchmark::kMicrosecond);
+
+} // namespace

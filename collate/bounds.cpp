@@ -3,11 +3,13 @@
 // The primary key of a text is its sort key cut after the first level. The neighbour of a
 // collation unit (a character, or a collating element) is the unit whose primary key comes
 // next after (or just before) the unit's own, among every character of the code set and
-// every element. A bound replaces the last unit of a text by its neighbour: every text with
-// that prefix sorts between the prefix's two bounds.
+// every element. A bound replaces the last unit of a text by its neighbour, so that the texts
+// with that prefix sort between the prefix's two bounds (unless its last unit has no primary
+// weight at all).
 //
 // Finding a neighbour means knowing the primary key of every character of the code set. Those
-// keys depend only on the handle's COLLATE category, so the first search builds them once:
+// keys depend only on the handle's code set and COLLATE tables, so the first search builds
+// them once:
 // one entry per distinct key, sorted, holding the first character (in byte order) with that
 // key, and whether the key is that of an expansion. A search is then a binary search, and
 // gives the same answer as a walk over every character would.

@@ -18,6 +18,10 @@ void set_collation_fp(nu_locale_rec *h);
 // The row of a wide character in the collation table, or -1 when it has none.
 int collation_row(const nu_locale_rec *h, nu_wchar wc);
 
+// The sort-key digits of every weight value up to the largest weight, so that keys copy
+// them instead of computing them; 0, or -1 with NU_ENOMEM.
+int build_weight_keys(nu_locale_rec *h);
+
 // Releases what the bound functions derived and cached in the handle (bounds.cpp).
 void free_bound_cache(nu_locale_rec *h);
 

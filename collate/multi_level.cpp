@@ -29,7 +29,9 @@ public:
     WideScratch() = default;
     WideScratch(const WideScratch &) = delete;
     WideScratch &operator=(const WideScratch &) = delete;
-    ~WideScratch() { _nu_free_ptr(heap_); }
+    ~WideScratch() {
+        if (heap_ != nullptr) _nu_free_ptr(heap_);
+    }
     bool resize(size_t count) {
         if (count <= kStackChars) return true;
         heap_ = nus::alloc_array<nu_wchar>(count);
@@ -150,7 +152,7 @@ CollState init_coll_state(const nu_locale_rec *h, Prepared &str, int level) {
 
 // The next weight other than ignorable, with its character in *ch (1 for an element); 0
 // (and ch 0) once the string has ended for this level.
-uint16_t next_weight(const nu_locale_rec *h, CollState &st, nu_wchar *ch) {
+[[gnu::always_inline]] inline uint16_t next_weight(const nu_locale_rec *h, CollState &st, nu_wchar *ch) {
     for (;;) {
         if (st.done) {
             *ch = 0;
@@ -204,6 +206,38 @@ uint16_t next_weight(const nu_locale_rec *h, CollState &st, nu_wchar *ch) {
     }
 }
 
+// The plain weight of wc at a level: a weight other than ignorable, expansion or tie-break,
+// of a character with a row at which no element may begin; 0 when it is not plain.
+uint16_t plain_weight(const nu_locale_rec *h, int level, nu_wchar wc) {
+    if (wc < 256) return h->coll.plain_weights[level * 256 + wc];
+    const nu_wchar bit = wc & 1023u;
+    if (h->element_count > 0 && (h->coll.element_starts[bit / 32] & (1u << (bit % 32))) != 0)
+        return 0;
+    const int row = nus::collation_row(h, wc);
+    if (row < 0) return 0;
+    const uint16_t w = h->coll.weights[level][row];
+    return w >= 2 && (w & (nus::kExpansionBit | nus::kCodeTieBit)) == 0 ? w : 0;
+}
+
+// A first look at a forward first level: while both strings have plain weights position by
+// position, the first level's walks yield exactly these weights in step (no element begins,
+// nothing expands or is skipped), so the first two that differ decide the comparison as the
+// full walk would. 0 when this look cannot decide.
+int quick_first_level(const nu_locale_rec *h, const nu_wchar *ws1, int len1, const nu_wchar *ws2,
+                      int len2) {
+    if (h->coll.level_count < 1 || !nus::level_forward(h, 0)) return 0;
+    const int n = len1 < len2 ? len1 : len2;
+    for (int i = 0; i < n; ++i) {
+        const uint16_t w1 = plain_weight(h, 0, ws1[i]);
+        if (w1 == 0) return 0;
+        if (ws2[i] == ws1[i]) continue;
+        const uint16_t w2 = plain_weight(h, 0, ws2[i]);
+        if (w2 == 0) return 0;
+        if (w1 != w2) return w1 < w2 ? -1 : 1;
+    }
+    return 0;
+}
+
 int collate_pass(const nu_locale_rec *h, Prepared &a, Prepared &b, int level) {
     CollState s1 = init_coll_state(h, a, level);
     CollState s2 = init_coll_state(h, b, level);
@@ -222,25 +256,48 @@ int collate_pass(const nu_locale_rec *h, Prepared &a, Prepared &b, int level) {
     return 0;
 }
 
-// Appends a value as base-254 digits (each plus 2, so that bytes 0 and 1 stay free), with
-// as many digits as the largest value needs. Digits are stored while the count is below n.
-void write_weight(uint32_t value, uint32_t largest, unsigned char *out, int *count, int n) {
-    const int digits = largest <= 253u          ? 1
-                       : largest <= 64515u      ? 2
-                       : largest <= 16387063u   ? 3
-                       : largest <= 4162314255u ? 4
-                                                : 5;
+// Digits a value takes in a sort key: as many as the largest value of its kind needs.
+constexpr int digit_count(uint32_t largest) {
+    return largest <= 253u          ? 1
+           : largest <= 64515u      ? 2
+           : largest <= 16387063u   ? 3
+           : largest <= 4162314255u ? 4
+                                    : 5;
+}
+
+// Appends a value as `digits` base-254 digits, most significant first, each plus 2 (so that
+// bytes 0 and 1 stay free for the terminator and the level separator). Digits are stored
+// while the count is below n; the count goes on.
+[[gnu::always_inline]] inline void write_weight(uint32_t value, int digits, unsigned char *out,
+                                                int *count, int n) {
     // Values 0 and 1 wrap around; the digits are kept as computed.
-    uint64_t v = static_cast<uint32_t>(value - 2u);
+    uint32_t v = value - 2u;
     unsigned char d[5];
     for (int i = digits - 1; i >= 0; --i) {
         d[i] = static_cast<unsigned char>(v % 254u + 2u);
         v /= 254u;
     }
+    if (*count + digits <= n) {
+        std::memcpy(out + *count, d, static_cast<size_t>(digits));
+        *count += digits;
+        return;
+    }
     for (int i = 0; i < digits; ++i) {
         if (*count < n) out[*count] = d[i];
         ++*count;
     }
+}
+
+// A weight's digits: copied from the handle's table when the weight is within it.
+[[gnu::always_inline]] inline void write_level_weight(const nu_locale_rec *h, uint16_t w, int digits,
+                                                      unsigned char *out, int *count, int n) {
+    if (w <= h->coll.largest_weight && h->coll.weight_keys != nullptr && *count + digits <= n) {
+        std::memcpy(out + *count, h->coll.weight_keys + static_cast<size_t>(w) * digits,
+                    static_cast<size_t>(digits));
+        *count += digits;
+        return;
+    }
+    write_weight(w, digits, out, count, n);
 }
 
 uint32_t largest_code(nu_locale_rec *h) {
@@ -285,6 +342,7 @@ NU_EXPORT int _tsn_nu_full_wcscoll(nu_locale_t h, const nu_wchar *ws1, int len1,
         nu_mbsterm(h, b2.data() + n2);
         return _tsn_nu_thaismoncoll(h, b1.data(), -1, b2.data(), -1);
     }
+    if (const int quick = quick_first_level(h, ws1, len1, ws2, len2)) return quick;
     Prepared a(h, ws1, len1), b(h, ws2, len2);
     if (!a.ok() || !b.ok()) return fail(h, NU_ENOMEM, 0);
     int result = 0;
@@ -321,8 +379,8 @@ NU_EXPORT int nu_wcsxfrm(nu_locale_t h, unsigned char *out, const nu_wchar *ws, 
         nu_mbsterm(h, b.data() + bytes);
         return _nu_thaismoxfrm(h, b.data(), out, n);
     }
-    const uint32_t code_max = largest_code(h);
-    const auto largest = static_cast<uint32_t>(h->coll.largest_weight);
+    const int code_digits = digit_count(largest_code(h));
+    const int weight_digits = digit_count(static_cast<uint32_t>(h->coll.largest_weight));
     Prepared str(h, ws, len);
     if (!str.ok()) return fail(h, NU_ENOMEM, -1);
     int count = 0;
@@ -332,15 +390,28 @@ NU_EXPORT int nu_wcsxfrm(nu_locale_t h, unsigned char *out, const nu_wchar *ws, 
             ++count;
         }
         CollState st = init_coll_state(h, str, level);
+        // Characters with plain weights are written straight away where the walk can meet
+        // no element in their place: on a forward level the walk reaches an element at its
+        // first character, which a plain character never is.
+        const bool direct = st.step > 0 || h->element_count == 0;
         for (;;) {
+            if (direct && st.expansion == nullptr && !st.done) {
+                const uint16_t w = plain_weight(h, level, str.at(st.pos));
+                if (w != 0) {
+                    write_level_weight(h, w, weight_digits, out, &count, n);
+                    st.pos += st.step;
+                    st.done = st.step > 0 ? st.pos > st.limit : st.pos < st.limit;
+                    continue;
+                }
+            }
             nu_wchar ch = 0;
             const uint16_t w = next_weight(h, st, &ch);
             if (w == 0 && st.done) break;
             if ((w & nus::kCodeTieBit) != 0) {
-                write_weight(w & nus::kWeightMask, largest, out, &count, n);
-                write_weight(ch, code_max, out, &count, n);
+                write_level_weight(h, w & nus::kWeightMask, weight_digits, out, &count, n);
+                write_weight(ch, code_digits, out, &count, n);
             } else {
-                write_weight(w, largest, out, &count, n);
+                write_level_weight(h, w, weight_digits, out, &count, n);
             }
         }
     }
@@ -355,6 +426,11 @@ NU_EXPORT int nu_wcsxfrm(nu_locale_t h, unsigned char *out, const nu_wchar *ws, 
 int to_wide_string(nu_locale_rec *h, const unsigned char *s, WideScratch &wide) {
     int count;
     if (nu_mb_loc_min(h) == 1) {
+        // Most strings fit the stack buffer: a conversion that stores the terminator before
+        // the buffer is full needs no count first.
+        const int stored = h->to_wide(h, wide.data(), s, kStackChars);
+        if (stored < 0) return -1;
+        if (stored < kStackChars) return stored;
         count = static_cast<int>(std::strlen(reinterpret_cast<const char *>(s)));
     } else {
         count = _nu_im_mbslen(h, s);
@@ -402,6 +478,25 @@ NU_EXPORT int _tsn_nu_im_mbfscoll(nu_locale_t h, const unsigned char *s1, int le
 NU_EXPORT int _nu_im_mbscoll(nu_locale_t h, const unsigned char *s1, const unsigned char *s2) {
     return _tsn_nu_im_mbfscoll(h, s1, -1, s2, -1);
 }
+
+namespace nus {
+
+int build_weight_keys(nu_locale_rec *h) {
+    const int32_t largest = h->coll.largest_weight;
+    // Weights are 16-bit: a larger declared maximum only widens the digits.
+    if (largest > 0xFFFF) return 0;
+    const int digits = digit_count(static_cast<uint32_t>(largest));
+    const size_t size = (static_cast<size_t>(largest) + 1) * static_cast<size_t>(digits);
+    h->coll.weight_keys = alloc_array<unsigned char>(size);
+    if (h->coll.weight_keys == nullptr) return fail(h, NU_ENOMEM, -1);
+    int count = 0;
+    for (int32_t w = 0; w <= largest; ++w)
+        write_weight(static_cast<uint32_t>(w), digits, h->coll.weight_keys, &count,
+                     static_cast<int>(size));
+    return 0;
+}
+
+} // namespace nus
 
 // Through the functions chosen for the handle's locale.
 NU_EXPORT int nu_full_mbscoll(nu_locale_t h, const unsigned char *s1, const unsigned char *s2) {

@@ -374,6 +374,25 @@ int set_byte_weights(nu_locale_rec *h) {
     return 0;
 }
 
+// The plain weights of the wide characters below 256: a weight that is neither ignorable nor
+// an expansion reference nor a tie-break weight, of a character with a row that begins no
+// element; 0 otherwise.
+int set_plain_weights(nu_locale_rec *h) {
+    CollateFields &c = h->coll;
+    c.plain_weights = nus::alloc_zeroed<uint16_t>(static_cast<size_t>(c.level_count) * 256);
+    if (c.plain_weights == nullptr) return fail(h, NU_ENOMEM);
+    for (int b = 0; b < 256; ++b) {
+        const int row = nus::collation_row(h, static_cast<nu_wchar>(b));
+        if (row < 0 || (c.elem_candidates != nullptr && c.elem_candidates[b] != 0)) continue;
+        for (int l = 0; l < c.level_count; ++l) {
+            const uint16_t w = c.weights[l][row];
+            if (w >= 2 && (w & (nus::kExpansionBit | nus::kCodeTieBit)) == 0)
+                c.plain_weights[l * 256 + b] = w;
+        }
+    }
+    return 0;
+}
+
 // One element: white space, a count digit and the row, then the characters.
 int read_coll_elem(FILE *stream, nu_locale_rec *h, CollElement &e) {
     _nu_skip_whitespace(stream);
@@ -449,7 +468,7 @@ int read_body(FILE *stream, nu_locale_rec *h) {
             const uint32_t weight = _nu_get_hex(stream, 4);
             // An expansion reference must name an expansion that exists.
             if (weight > 0xFFFF || ((weight & nus::kExpansionBit) != 0 &&
-                                    (weight & nus::kWeightMask) >= v[4]))
+                                    static_cast<long>(weight & nus::kWeightMask) >= v[4]))
                 return fail(h, NU_EBADFILE);
             c.weights[l][r] = static_cast<uint16_t>(weight);
         }
@@ -460,6 +479,7 @@ int read_body(FILE *stream, nu_locale_rec *h) {
     nus::set_error(h, NU_SUCCESS);
     if (h->element_count > 0 && (set_elem_candidates(h) != 0 || sort_elements(h) != 0))
         return -1;
+    if (set_plain_weights(h) != 0 || nus::build_weight_keys(h) != 0) return -1;
     return set_byte_weights(h);
 }
 
@@ -481,6 +501,8 @@ void free_fields(nu_locale_rec *h) {
     _nu_free_ptr(c.elem_candidates);
     _nu_free_ptr(c.elements_by_first);
     _nu_free_ptr(c.byte_weights);
+    _nu_free_ptr(c.plain_weights);
+    _nu_free_ptr(c.weight_keys);
     if (c.ignorables != nullptr)
         for (char **p = c.ignorables; *p != nullptr; ++p) _nu_free_ptr(*p);
     _nu_free_ptr(c.ignorables);
@@ -499,6 +521,8 @@ void free_fields(nu_locale_rec *h) {
     c.elem_candidates = nullptr;
     c.elements_by_first = nullptr;
     c.byte_weights = nullptr;
+    c.plain_weights = nullptr;
+    c.weight_keys = nullptr;
     c.ignorables = nullptr;
     c.equivalents = nullptr;
     h->element_count = 0;

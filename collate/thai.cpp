@@ -199,20 +199,22 @@ bool is_one_byte_char(nu_locale_rec *h, unsigned char b) {
 
 } // namespace
 
-NU_EXPORT int _nu_thaismocoll(nu_locale_t, const unsigned char *s1, const unsigned char *s2) {
+NU_EXPORT int _nu_thaismocoll(nu_locale_t h, const unsigned char *s1, const unsigned char *s2) {
+    if (s1 == nullptr || s2 == nullptr) return h != nullptr ? fail(h, NU_EBADARG, 0) : 0;
     return bythcmpr(s1, s2);
 }
 
 // The lengths choose only the form; the texts are read up to their zero bytes either way.
 NU_EXPORT int _tsn_nu_thaismoncoll(nu_locale_t h, const unsigned char *s1, int len1,
                                    const unsigned char *s2, int len2) {
-    if ((len1 == -1) != (len2 == -1)) return fail(h, NU_ELENGTHS, 0);
-    return bythcmpr(s1, s2);
+    if ((len1 == -1) != (len2 == -1)) return h != nullptr ? fail(h, NU_ELENGTHS, 0) : 0;
+    return _nu_thaismocoll(h, s1, s2);
 }
 
 // Source first, destination second, although it is installed as the handle's sort-key
 // pointer, whose callers pass the destination first: kept so for compatibility.
-NU_EXPORT int _nu_thaismoxfrm(nu_locale_t, unsigned char *src, const unsigned char *dst, int n) {
+NU_EXPORT int _nu_thaismoxfrm(nu_locale_t h, unsigned char *src, const unsigned char *dst, int n) {
+    if (src == nullptr) return h != nullptr ? fail(h, NU_EBADARG, -1) : -1;
     return thai_strxfrm(src, const_cast<unsigned char *>(dst), n);
 }
 
@@ -248,11 +250,10 @@ NU_EXPORT int nu_iscompchar_thai(nu_locale_t h, const unsigned char *s) {
 //   text beginning with s sorts below it (after a consonant comes the next consonant, not the
 //   same consonant with a leading vowel);
 // - previous: the unit with the largest key below K.
-// Ties go to the unit met first, one-byte characters in byte order before the pairs. s
-// holding only tone marks has an empty key and no neighbour. As in nu_nextprimweight, whole
-// is 0 exactly when s waits for more (it ends in a leading vowel or a tone mark), out
-// receives the unit and its terminator, and the result is the byte length of its first
-// character, -2 when there is no such unit, -1 on failure.
+// No two units share a key. s holding only tone marks has an empty key and no neighbour. As
+// in nu_nextprimweight, whole is 0 exactly when s waits for more (it ends in a leading vowel
+// or a tone mark), out receives the unit and its terminator, and the result is the byte
+// length of its first character, -2 when there is no such unit, -1 on failure.
 NU_EXPORT int nu_primweight_thai(nu_locale_t h, const unsigned char *s, int whole,
                                  unsigned char *out, int direction) {
     if (h == nullptr) return -1;

@@ -73,7 +73,9 @@ public:
     }
     Scratch(const Scratch &) = delete;
     Scratch &operator=(const Scratch &) = delete;
-    ~Scratch() { _nu_free_ptr(heap_); }
+    ~Scratch() {
+        if (heap_ != nullptr) _nu_free_ptr(heap_);
+    }
     bool ok() const { return size_ <= N || heap_ != nullptr; }
     T *data() { return size_ <= N ? local_ : heap_; }
     size_t size() const { return size_; }

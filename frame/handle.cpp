@@ -134,6 +134,8 @@ NU_EXPORT void nu_free_category(nu_locale_t h, int category) {
     case NU_CTYPE:
         if (owned) free_ctype(h);
         h->ctype = {};
+        // The bound functions' cache walked the code set of this CTYPE.
+        nus::free_bound_cache(h);
         break;
     case NU_COLLATE:
         // The bound functions' cache belongs to this handle even when the tables do not.

@@ -88,6 +88,11 @@ struct CollateFields {
     // Single-byte code sets: the weight of each byte's row, 256 per level (0 for a row out
     // of range), so that the single-byte comparisons need no table walk.
     uint16_t *byte_weights;
+    // Wide characters below 256: their weight per level (256 per level) when it is a plain
+    // weight and no element begins with them, else 0, for the comparisons' quick paths.
+    uint16_t *plain_weights;
+    // The sort-key digits of every weight up to the largest, as the key writes them.
+    unsigned char *weight_keys;
     // Derived on first use by the bound functions and owned by this record (never shared
     // with a copy): see collate/bounds.cpp.
     void *bound_cache;

@@ -236,6 +236,25 @@ TEST(Thai, NeighboursInPrimaryOrder) {
     EXPECT_EQ(neighbour(loc, "\x01", 1, 2).result, -2);
 }
 
+TEST(Thai, BoundsOfThaiText) {
+    NUS_LOAD_OR_SKIP(loc, "xx_yy/0333.lco");
+    ASSERT_EQ(loadThai(loc), 0);
+    unsigned char out[32] = {};
+    // The last unit is a consonant with its leading vowel.
+    EXPECT_EQ(nu_mbsCollBound(loc, u("\xA1\xE0\xA1"), 1, out, sizeof out), 3);
+    EXPECT_STREQ(reinterpret_cast<char *>(out), "\xA1\xE1\xA1");
+    EXPECT_EQ(nu_mbsCollBound(loc, u("\xA1\xA1"), 0, out, sizeof out), 2);
+    EXPECT_STREQ(reinterpret_cast<char *>(out), "\xA1\xA0");
+    // A trailing tone mark has no neighbour: the text comes back as it was.
+    EXPECT_EQ(nu_mbsCollBound(loc, u("\xA1\xE8"), 1, out, sizeof out), -2);
+    EXPECT_STREQ(reinterpret_cast<char *>(out), "\xA1\xE8");
+    // The sort key of a bound is the Thai key of the bound's text.
+    unsigned char key[32];
+    std::memset(key, 0x55, sizeof key);
+    EXPECT_EQ(nu_mbsSortKeyCollBound(loc, u("\xA1\xE0\xA1"), 1, key, sizeof key), 3);
+    EXPECT_STREQ(reinterpret_cast<char *>(key), "\xA1\xA1\xE1");
+}
+
 TEST(Thai, NeighbourArgumentsAreChecked) {
     NUS_LOAD_OR_SKIP(loc, "xx_yy/0333.lco");
     ASSERT_EQ(loadThai(loc), 0);
