@@ -2,6 +2,7 @@
 // German words, in de_de.8859-1 (the single-byte path) and de_de.utf8. glibc's locales are
 // compiled from the same Debian sources as ours; ICU's German collator is a looser reference
 // (its rules are CLDR's, not the Debian sources').
+#include "bench/bench_load.h"
 #include "nus.h"
 
 #include <benchmark/benchmark.h>
@@ -22,17 +23,6 @@
 namespace {
 
 constexpr size_t kWords = 100000;
-
-nu_locale_t load(const char *spec) {
-    setenv("TESSARONDIR", NUS_DATA_DIR, 1);
-    unsetenv("NU_PATH");
-    nu_locale_t h = nullptr;
-    if (nu_lc_load(&h, spec, nullptr, nullptr) != 0) {
-        nu_lc_unload(h);
-        return nullptr;
-    }
-    return h;
-}
 
 std::string to_latin1(const std::string &utf8) {
     static iconv_t cd = iconv_open("ISO-8859-1", "UTF-8");
@@ -88,8 +78,8 @@ struct Locales {
 };
 
 Locales locales(bool utf8) {
-    static Locales latin1{load("de_de.8859-1"), newlocale(LC_ALL_MASK, "de_DE.ISO-8859-1", nullptr)};
-    static Locales unicode{load("de_de.utf8"), newlocale(LC_ALL_MASK, "de_DE.UTF-8", nullptr)};
+    static Locales latin1{bench_load("de_de.8859-1"), newlocale(LC_ALL_MASK, "de_DE.ISO-8859-1", nullptr)};
+    static Locales unicode{bench_load("de_de.utf8"), newlocale(LC_ALL_MASK, "de_DE.UTF-8", nullptr)};
     return utf8 ? unicode : latin1;
 }
 
@@ -113,17 +103,24 @@ bool ready(benchmark::State &state, bool utf8, bool need_glibc) {
 
 // ---- comparisons of neighbouring words --------------------------------------------------
 
+// Compares each word with the next one, round and round.
+template <typename Compare>
+void neighbours(benchmark::State &state, const std::vector<std::string> &w, Compare compare) {
+    size_t i = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(compare(w[i], w[i + 1]));
+        if (++i + 1 >= w.size()) i = 0;
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
 void BM_Coll_Nus(benchmark::State &state) {
     const bool utf8 = state.range(0) != 0;
     if (!ready(state, utf8, false)) return;
     nu_locale_t h = locales(utf8).nus;
-    const auto &w = text_of(utf8);
-    size_t i = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(nu_full_mbscoll(h, u(w[i]), u(w[i + 1])));
-        if (++i + 1 >= w.size()) i = 0;
-    }
-    state.SetItemsProcessed(state.iterations());
+    neighbours(state, text_of(utf8), [h](const std::string &a, const std::string &b) {
+        return nu_full_mbscoll(h, u(a), u(b));
+    });
 }
 BENCHMARK(BM_Coll_Nus)->Arg(0)->Arg(1);
 
@@ -131,14 +128,10 @@ void BM_Coll_Nus_Counted(benchmark::State &state) {
     const bool utf8 = state.range(0) != 0;
     if (!ready(state, utf8, false)) return;
     nu_locale_t h = locales(utf8).nus;
-    const auto &w = text_of(utf8);
-    size_t i = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(_tsn_nu_full_mbscoll(h, u(w[i]), static_cast<int>(w[i].size()),
-                                                      u(w[i + 1]), static_cast<int>(w[i + 1].size())));
-        if (++i + 1 >= w.size()) i = 0;
-    }
-    state.SetItemsProcessed(state.iterations());
+    neighbours(state, text_of(utf8), [h](const std::string &a, const std::string &b) {
+        return _tsn_nu_full_mbscoll(h, u(a), static_cast<int>(a.size()), u(b),
+                                    static_cast<int>(b.size()));
+    });
 }
 BENCHMARK(BM_Coll_Nus_Counted)->Arg(0)->Arg(1);
 
@@ -146,30 +139,22 @@ void BM_Coll_Glibc(benchmark::State &state) {
     const bool utf8 = state.range(0) != 0;
     if (!ready(state, utf8, true)) return;
     locale_t l = locales(utf8).glibc;
-    const auto &w = text_of(utf8);
-    size_t i = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(strcoll_l(w[i].c_str(), w[i + 1].c_str(), l));
-        if (++i + 1 >= w.size()) i = 0;
-    }
-    state.SetItemsProcessed(state.iterations());
+    neighbours(state, text_of(utf8), [l](const std::string &a, const std::string &b) {
+        return strcoll_l(a.c_str(), b.c_str(), l);
+    });
 }
 BENCHMARK(BM_Coll_Glibc)->Arg(0)->Arg(1);
 
 void BM_Coll_Icu(benchmark::State &state) {
     UCollator *c = icu_german();
-    const auto &w = words().utf8;
-    if (c == nullptr || w.empty()) {
+    if (c == nullptr || words().utf8.empty()) {
         state.SkipWithError("ICU collator or word list missing");
         return;
     }
-    size_t i = 0;
-    for (auto _ : state) {
+    neighbours(state, words().utf8, [c](const std::string &a, const std::string &b) {
         UErrorCode status = U_ZERO_ERROR;
-        benchmark::DoNotOptimize(ucol_strcollUTF8(c, w[i].c_str(), -1, w[i + 1].c_str(), -1, &status));
-        if (++i + 1 >= w.size()) i = 0;
-    }
-    state.SetItemsProcessed(state.iterations());
+        return ucol_strcollUTF8(c, a.c_str(), -1, b.c_str(), -1, &status);
+    });
 }
 BENCHMARK(BM_Coll_Icu);
 
@@ -358,7 +343,7 @@ void BM_Bound_Nus(benchmark::State &state) {
     for (auto _ : state) {
         if (cold) {
             state.PauseTiming();
-            h = load(spec);
+            h = bench_load(spec);
             state.ResumeTiming();
         }
         benchmark::DoNotOptimize(nu_mbsCollBound(h, u(w[i]), 1, out, sizeof out));

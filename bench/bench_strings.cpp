@@ -5,6 +5,7 @@
 // code of an ASCII character (ソ is 83 5C, and 5C is the backslash). strchr and strstr are the
 // speed reference only; the text below is built so that their answers coincide with the
 // character-aware ones (the sought characters appear once, at the end).
+#include "bench/bench_load.h"
 #include "nus.h"
 
 #include <benchmark/benchmark.h>
@@ -22,17 +23,6 @@
 namespace {
 
 constexpr size_t kSize = size_t{1} << 20;
-
-nu_locale_t load(const char *spec) {
-    setenv("TESSARONDIR", NUS_DATA_DIR, 1);
-    unsetenv("NU_PATH");
-    nu_locale_t h = nullptr;
-    if (nu_lc_load(&h, spec, nullptr, nullptr) != 0) {
-        nu_lc_unload(h);
-        return nullptr;
-    }
-    return h;
-}
 
 // 1 MiB of Shift-JIS: ASCII letters and digits, ソ (whose trail byte is a backslash), other
 // kanji and half-width katakana, ending in "@@" and a run of blanks.
@@ -86,7 +76,7 @@ void bytes_per_second(benchmark::State &state, size_t bytes) {
 }
 
 void BM_NusMbswidth(benchmark::State &state) {
-    nu_locale_t h = load("en_us.utf8");
+    nu_locale_t h = bench_load("en_us.utf8");
     if (h == nullptr) return state.SkipWithError("en_us.utf8 not in the data tree");
     const std::string &text = utf8_text();
     int width = 0;
@@ -114,7 +104,7 @@ void BM_GlibcMbstowcsWcswidth(benchmark::State &state) {
 BENCHMARK(BM_GlibcMbstowcsWcswidth);
 
 void BM_NusMbschr(benchmark::State &state) {
-    nu_locale_t h = load("ja_jp.sjis");
+    nu_locale_t h = bench_load("ja_jp.sjis");
     if (h == nullptr) return state.SkipWithError("ja_jp.sjis not in the data tree");
     const std::string &text = sjis_text();
     for (auto _ : state) benchmark::DoNotOptimize(nu_full_mbschr(h, u(text), u(std::string("@"))));
@@ -131,7 +121,7 @@ void BM_GlibcStrchr(benchmark::State &state) {
 BENCHMARK(BM_GlibcStrchr);
 
 void BM_NusMbsmbs(benchmark::State &state) {
-    nu_locale_t h = load("ja_jp.sjis");
+    nu_locale_t h = bench_load("ja_jp.sjis");
     if (h == nullptr) return state.SkipWithError("ja_jp.sjis not in the data tree");
     const std::string &text = sjis_text();
     for (auto _ : state) benchmark::DoNotOptimize(nu_full_mbsmbs(h, u(text), u(std::string("@@"))));
@@ -148,7 +138,7 @@ void BM_GlibcStrstr(benchmark::State &state) {
 BENCHMARK(BM_GlibcStrstr);
 
 void BM_NusMbsntslen(benchmark::State &state) {
-    nu_locale_t h = load("ja_jp.sjis");
+    nu_locale_t h = bench_load("ja_jp.sjis");
     if (h == nullptr) return state.SkipWithError("ja_jp.sjis not in the data tree");
     const std::string &text = sjis_text();
     int length = 0;

@@ -289,14 +289,6 @@ bool direct_keys_apply(const nu_locale_rec *h) {
     return true;
 }
 
-uint32_t largest_code(nu_locale_rec *h) {
-    switch (nu_mb_loc_max(h)) {
-    case 1: return 255u;
-    case 2: return 65535u;
-    case 3: return 16777215u;
-    default: return 4294967295u;
-    }
-}
 
 // Visits every character of the code set, depth first over byte sequences with the byte
 // values 0 to 255 at each depth: a sequence that is incomplete is extended one byte deeper,
@@ -429,7 +421,7 @@ BoundCache *build_cache(nu_locale_rec *h) {
 
     Collected all;
     all.direct = direct_keys_apply(h);
-    all.code_max = largest_code(h);
+    all.code_max = nus::largest_code(h);
     unsigned char bytes[MULTI_MAX_DEPTH + 1] = {};
     if (nu_check_all_codepoints(h, bytes, 0, 0, all) != 0) return nullptr;
     nus::set_error(h, 0);

@@ -25,6 +25,17 @@ int build_weight_keys(nu_locale_rec *h);
 // Releases what the bound functions derived and cached in the handle (bounds.cpp).
 void free_bound_cache(nu_locale_rec *h);
 
+// The largest character code of the code set, which fixes the digits a sort key gives a
+// character after a tie-break weight: by the longest character.
+inline uint32_t largest_code(nu_locale_rec *h) {
+    switch (nu_mb_loc_max(h)) {
+    case 1: return 255u;
+    case 2: return 65535u;
+    case 3: return 16777215u;
+    default: return 4294967295u;
+    }
+}
+
 // Level direction bit: set = forward.
 inline bool level_forward(const nu_locale_rec *h, int level) {
     return (h->coll.level_words[level] & 1) != 0;

@@ -300,14 +300,6 @@ constexpr int digit_count(uint32_t largest) {
     write_weight(w, digits, out, count, n);
 }
 
-uint32_t largest_code(nu_locale_rec *h) {
-    switch (nu_mb_loc_max(h)) {
-    case 1: return 255u;
-    case 2: return 65535u;
-    case 3: return 16777215u;
-    default: return 4294967295u;
-    }
-}
 
 int fail(nu_locale_rec *h, int code, int result) {
     nus::set_error(h, code);
@@ -379,7 +371,7 @@ NU_EXPORT int nu_wcsxfrm(nu_locale_t h, unsigned char *out, const nu_wchar *ws, 
         nu_mbsterm(h, b.data() + bytes);
         return _nu_thaismoxfrm(h, b.data(), out, n);
     }
-    const int code_digits = digit_count(largest_code(h));
+    const int code_digits = digit_count(nus::largest_code(h));
     const int weight_digits = digit_count(static_cast<uint32_t>(h->coll.largest_weight));
     Prepared str(h, ws, len);
     if (!str.ok()) return fail(h, NU_ENOMEM, -1);

@@ -27,16 +27,6 @@ struct Token {
     int step = 1;        // ranges: ..(n)..
 };
 
-// Decodes one UTF-8 sequence at s[i]; a stray byte is taken as its own value.
-uint32_t utf8_at(const std::string &s, size_t &i) {
-    const auto b = static_cast<unsigned char>(s[i]);
-    int extra = b >= 0xF0 ? 3 : b >= 0xE0 ? 2 : b >= 0xC0 ? 1 : 0;
-    if (i + static_cast<size_t>(extra) >= s.size()) extra = 0;
-    uint32_t cp = extra == 0 ? b : b & (0x3F >> extra);
-    for (int k = 1; k <= extra; ++k) cp = (cp << 6) | (static_cast<unsigned char>(s[i + k]) & 0x3F);
-    i += static_cast<size_t>(extra) + 1;
-    return cp;
-}
 
 class Reader {
 public:
@@ -385,6 +375,16 @@ std::optional<Diagnostic> read_locale_source(const std::string &path, SourceLoca
     Reader reader(search_dir, out);
     if (auto error = reader.read(path, "", 0)) return error;
     return reader.read_includes();
+}
+
+uint32_t utf8_at(const std::string &s, size_t &i) {
+    const auto b = static_cast<unsigned char>(s[i]);
+    int extra = b >= 0xF0 ? 3 : b >= 0xE0 ? 2 : b >= 0xC0 ? 1 : 0;
+    if (i + static_cast<size_t>(extra) >= s.size()) extra = 0;
+    uint32_t cp = extra == 0 ? b : b & (0x3F >> extra);
+    for (int k = 1; k <= extra; ++k) cp = (cp << 6) | (static_cast<unsigned char>(s[i + k]) & 0x3F);
+    i += static_cast<size_t>(extra) + 1;
+    return cp;
 }
 
 } // namespace nus::tools

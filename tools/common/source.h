@@ -59,4 +59,8 @@ std::optional<Diagnostic> read_locale_source(const std::string &path, SourceLoca
                                              const std::string &search_dir =
                                                  "/usr/share/i18n/locales");
 
+// Decodes one UTF-8 sequence at s[i] and moves i past it; a stray byte is taken as its own
+// value.
+uint32_t utf8_at(const std::string &s, size_t &i);
+
 } // namespace nus::tools

@@ -35,15 +35,6 @@ constexpr size_t kDerivedListLimit = 4096;
 
 std::string where(const SourceLine &line) { return line.file + ":" + std::to_string(line.line) + ": "; }
 
-uint32_t utf8_at(const std::string &s, size_t &i) {
-    const auto b = static_cast<unsigned char>(s[i]);
-    int extra = b >= 0xF0 ? 3 : b >= 0xE0 ? 2 : b >= 0xC0 ? 1 : 0;
-    if (i + static_cast<size_t>(extra) >= s.size()) extra = 0;
-    uint32_t cp = extra == 0 ? b : b & (0x3F >> extra);
-    for (int k = 1; k <= extra; ++k) cp = (cp << 6) | (static_cast<unsigned char>(s[i + k]) & 0x3F);
-    i += static_cast<size_t>(extra) + 1;
-    return cp;
-}
 
 std::string ucs_name(uint32_t cp) {
     char buf[16];
