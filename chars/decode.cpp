@@ -136,6 +136,18 @@ NU_EXPORT int _tsn_nu_im_mbfstowcfs(nu_locale_t h, nu_wchar *wcs, const unsigned
     if (slen < 1) return 0;
     const unsigned char *end = s + slen;
     for (int i = 0; i < n; ++i) {
+        // Runs of bytes below 128, eight at a time, where those are one-byte characters.
+        if (h->ascii_direct && end - s >= 8 && n - i >= 8) {
+            uint64_t block;
+            std::memcpy(&block, s, sizeof block);
+            if ((block & 0x8080808080808080ull) == 0) {
+                for (int k = 0; k < 8; ++k) wcs[i + k] = s[k];
+                s += 8;
+                i += 7;
+                if (s >= end) return i + 1;
+                continue;
+            }
+        }
         if (root_flags != nullptr && root_flags[*s] == MULTI_LAST) {
             wcs[i] = *s++;
         } else {

@@ -52,12 +52,19 @@ bool nu_wcspre(const nu_wchar *s, int slen, const nu_wchar *p, int plen) {
     return true;
 }
 
+// Whether some element may begin with wc: exactly for characters below 256, by a bit shared
+// by the characters of one remainder modulo 1024 above.
+inline bool may_begin_element(const nu_locale_rec *h, nu_wchar wc) {
+    if (wc < 256) return h->coll.elem_candidates != nullptr && h->coll.elem_candidates[wc] != 0;
+    const nu_wchar bit = wc & 1023u;
+    return (h->coll.element_starts[bit / 32] & (1u << (bit % 32))) != 0;
+}
+
 // The first element in table order that the `len` characters at s begin with, or null: the
 // elements beginning with s[0] are found by a binary search over their index ordered by first
 // character, and tried in table order.
 const CollElement *first_element(const nu_locale_rec *h, const nu_wchar *s, int len) {
-    const nu_wchar bit = s[0] & 1023u;
-    if ((h->coll.element_starts[bit / 32] & (1u << (bit % 32))) == 0) return nullptr;
+    if (!may_begin_element(h, s[0])) return nullptr;
     const CollElement *elements = h->coll.elements;
     const int32_t *order = h->coll.elements_by_first;
     int lo = 0, hi = h->element_count;
@@ -108,6 +115,21 @@ public:
         if (par_known_ <= i) par_known_ = make_parallel_arr(h_, ws_, len_, par_.data(), par_known_, i);
         return par_.data()[i].element;
     }
+    // The rows of every character for the sort keys' runs of plain characters: -1 where a
+    // character has no row or an element covers it.
+    const int *run_rows() {
+        if (len_ > 0) row(len_ - 1);
+        if (!has_elements()) return rows_.data();
+        int *runs = runs_.data();
+        // A run reaches a position inside an element only through the element's first
+        // character, which marks the run's end: characters that begin no element need no
+        // look at the parallel array.
+        for (int i = 0; i < len_; ++i)
+            runs[i] = may_begin_element(h_, ws_[i]) && element_at(i) != nullptr ? -1 : rows_.data()[i];
+        return runs;
+    }
+    bool ok_runs() { return runs_.ok(); }
+    const nu_wchar *chars() const { return ws_; }
     int row(int i) {
         int *rows = rows_.data();
         for (; known_ <= i; ++known_) rows[known_] = nus::collation_row(h_, ws_[known_]);
@@ -122,6 +144,7 @@ private:
     int par_known_ = 0;
     nus::Scratch<int, kStackChars> rows_;
     nus::Scratch<Covered, kStackChars> par_;
+    nus::Scratch<int, kStackChars> runs_{has_elements() ? static_cast<size_t>(len_) : 0};
 };
 
 // The walk of one string at one level.
@@ -272,34 +295,36 @@ constexpr int digit_count(uint32_t largest) {
                                                 int *count, int n) {
     // Values 0 and 1 wrap around; the digits are kept as computed.
     uint32_t v = value - 2u;
-    unsigned char d[5];
-    for (int i = digits - 1; i >= 0; --i) {
-        d[i] = static_cast<unsigned char>(v % 254u + 2u);
-        v /= 254u;
+    unsigned char d[5];   // all five digits, least significant last; the last `digits` count
+    if (v < 254u * 254u) {
+        // Most values (weights, and the codes of most characters) have two digits at most.
+        d[0] = d[1] = d[2] = 2;
+        d[3] = static_cast<unsigned char>(v / 254u + 2u);
+        d[4] = static_cast<unsigned char>(v % 254u + 2u);
+    } else {
+        for (int i = 4; i >= 0; --i) {
+            d[i] = static_cast<unsigned char>(v % 254u + 2u);
+            v /= 254u;
+        }
     }
+    const unsigned char *first = d + 5 - digits;
     if (*count + digits <= n) {
-        std::memcpy(out + *count, d, static_cast<size_t>(digits));
+        unsigned char *to = out + *count;
+        switch (digits) {   // copies of a fixed size compile to plain moves
+        case 1: *to = *first; break;
+        case 2: std::memcpy(to, first, 2); break;
+        case 3: std::memcpy(to, first, 3); break;
+        case 4: std::memcpy(to, first, 4); break;
+        default: std::memcpy(to, first, 5); break;
+        }
         *count += digits;
         return;
     }
     for (int i = 0; i < digits; ++i) {
-        if (*count < n) out[*count] = d[i];
+        if (*count < n) out[*count] = first[i];
         ++*count;
     }
 }
-
-// A weight's digits: copied from the handle's table when the weight is within it.
-[[gnu::always_inline]] inline void write_level_weight(const nu_locale_rec *h, uint16_t w, int digits,
-                                                      unsigned char *out, int *count, int n) {
-    if (w <= h->coll.largest_weight && h->coll.weight_keys != nullptr && *count + digits <= n) {
-        std::memcpy(out + *count, h->coll.weight_keys + static_cast<size_t>(w) * digits,
-                    static_cast<size_t>(digits));
-        *count += digits;
-        return;
-    }
-    write_weight(w, digits, out, count, n);
-}
-
 
 int fail(nu_locale_rec *h, int code, int result) {
     nus::set_error(h, code);
@@ -310,6 +335,95 @@ int fail(nu_locale_rec *h, int code, int result) {
 int to_multibyte(nu_locale_rec *h, unsigned char *out, const nu_wchar *ws, int len, int n) {
     return h->single_byte ? _tsn_nu_is_wcstombs(h, out, ws, len, n)
                           : _tsn_nu_full_wcstombs(h, out, ws, len, n);
+}
+
+// Appends the digits of a weight of the key's fixed width: D digits copied from the handle's
+// table (D is 1 or 2), or, with D 0, computed at the width the largest weight gives.
+template <int D>
+[[gnu::always_inline]] inline void put_weight(const nu_locale_rec *h, uint16_t w, unsigned char *out,
+                                              int *count, int n) {
+    if (D == 0 || w > h->coll.largest_weight) {
+        write_weight(w, digit_count(static_cast<uint32_t>(h->coll.largest_weight)), out, count, n);
+    } else if (*count + D <= n) {
+        std::memcpy(out + *count, h->coll.weight_keys + static_cast<size_t>(w) * D, D);
+        *count += D;
+    } else {
+        write_weight(w, D, out, count, n);
+    }
+}
+
+// Writes the weights of the characters from `pos` on (stepping by `step`, not reaching
+// `stop`) for as long as each is a unit of its own with a plain weight and its digits fit;
+// returns the position of the first character not written.
+template <int D>
+int plain_run(const nu_locale_rec *h, const int *rows, const nu_wchar *ws, int level, int pos,
+              int stop, int step, int code_digits, unsigned char *out, int *count, int n) {
+    const size_t row_count = static_cast<size_t>(h->coll.highest_row) + 1;
+    const uint16_t *keys = h->coll.row_keys + row_count * static_cast<size_t>(level);
+    const uint16_t *weights = h->coll.weights[level];
+    const auto largest = static_cast<uint32_t>(h->coll.largest_weight);
+    int c = *count;
+    for (; pos != stop; pos += step) {
+        const int row = rows[pos];
+        if (row < 0) break;
+        const uint16_t key = keys[row];
+        if (key != 0) {
+            if (c + D > n) break;
+            std::memcpy(out + c, &key, D);
+            c += D;
+            continue;
+        }
+        // A tie-break weight: its digits, then the character's code.
+        const uint16_t w = weights[row];
+        const uint32_t v = w & nus::kWeightMask;
+        if ((w & (nus::kExpansionBit | nus::kCodeTieBit)) != nus::kCodeTieBit || v < 2 ||
+            v > largest || c + D + code_digits > n)
+            break;
+        std::memcpy(out + c, h->coll.weight_keys + static_cast<size_t>(v) * D, D);
+        c += D;
+        write_weight(ws[pos], code_digits, out, &c, n);
+    }
+    *count = c;
+    return pos;
+}
+
+// The sort key of a prepared string: each level's weights in the order the walk yields them,
+// a weight with the tie-break bit followed by its character's code, levels separated by the
+// byte 1. Returns the full length, whatever fitted into the n bytes.
+template <int D>
+int write_key(const nu_locale_rec *h, Prepared &str, unsigned char *out, int n, int code_digits) {
+    const bool elements = h->element_count > 0;
+    const int *runs = D != 0 ? str.run_rows() : nullptr;
+    int count = 0;
+    for (int level = 0; level < h->coll.level_count; ++level) {
+        if (level > 0) {
+            if (count < n) out[count] = 1;
+            ++count;
+        }
+        CollState st = init_coll_state(h, str, level);
+        // Characters with plain weights are written straight away where the walk can meet
+        // no element in their place: on a forward level the walk reaches an element at its
+        // first character, which a character that begins no element never is.
+        const bool direct = D != 0 && (st.step > 0 || !elements);
+        for (;;) {
+            if (direct && st.expansion == nullptr && !st.done) {
+                const int stop = st.limit + st.step;
+                st.pos = plain_run<D>(h, runs, str.chars(), level, st.pos, stop, st.step,
+                                      code_digits, out, &count, n);
+                if (st.pos == stop) break;
+            }
+            nu_wchar ch = 0;
+            const uint16_t w = next_weight(h, st, &ch);
+            if (w == 0 && st.done) break;
+            if ((w & nus::kCodeTieBit) != 0) {
+                put_weight<D>(h, w & nus::kWeightMask, out, &count, n);
+                write_weight(ch, code_digits, out, &count, n);
+            } else {
+                put_weight<D>(h, w, out, &count, n);
+            }
+        }
+    }
+    return count;
 }
 
 } // namespace
@@ -375,37 +489,12 @@ NU_EXPORT int nu_wcsxfrm(nu_locale_t h, unsigned char *out, const nu_wchar *ws, 
     const int weight_digits = digit_count(static_cast<uint32_t>(h->coll.largest_weight));
     Prepared str(h, ws, len);
     if (!str.ok()) return fail(h, NU_ENOMEM, -1);
-    int count = 0;
-    for (int level = 0; level < h->coll.level_count; ++level) {
-        if (level > 0) {
-            if (count < n) out[count] = 1;
-            ++count;
-        }
-        CollState st = init_coll_state(h, str, level);
-        // Characters with plain weights are written straight away where the walk can meet
-        // no element in their place: on a forward level the walk reaches an element at its
-        // first character, which a plain character never is.
-        const bool direct = st.step > 0 || h->element_count == 0;
-        for (;;) {
-            if (direct && st.expansion == nullptr && !st.done) {
-                const uint16_t w = plain_weight(h, level, str.at(st.pos));
-                if (w != 0) {
-                    write_level_weight(h, w, weight_digits, out, &count, n);
-                    st.pos += st.step;
-                    st.done = st.step > 0 ? st.pos > st.limit : st.pos < st.limit;
-                    continue;
-                }
-            }
-            nu_wchar ch = 0;
-            const uint16_t w = next_weight(h, st, &ch);
-            if (w == 0 && st.done) break;
-            if ((w & nus::kCodeTieBit) != 0) {
-                write_level_weight(h, w & nus::kWeightMask, weight_digits, out, &count, n);
-                write_weight(ch, code_digits, out, &count, n);
-            } else {
-                write_level_weight(h, w, weight_digits, out, &count, n);
-            }
-        }
+    int count;
+    if (!str.ok_runs()) return fail(h, NU_ENOMEM, -1);
+    switch (h->coll.row_keys != nullptr ? weight_digits : 0) {
+    case 1: count = write_key<1>(h, str, out, n, code_digits); break;
+    case 2: count = write_key<2>(h, str, out, n, code_digits); break;
+    default: count = write_key<0>(h, str, out, n, code_digits); break;
     }
     if (count < n) out[count] = 0;
     return count;
@@ -418,16 +507,19 @@ NU_EXPORT int nu_wcsxfrm(nu_locale_t h, unsigned char *out, const nu_wchar *ws, 
 int to_wide_string(nu_locale_rec *h, const unsigned char *s, WideScratch &wide) {
     int count;
     if (nu_mb_loc_min(h) == 1) {
-        // Most strings fit the stack buffer: a conversion that stores the terminator before
-        // the buffer is full needs no count first.
-        const int stored = h->to_wide(h, wide.data(), s, kStackChars);
-        if (stored < 0) return -1;
-        if (stored < kStackChars) return stored;
-        count = static_cast<int>(std::strlen(reinterpret_cast<const char *>(s)));
-    } else {
-        count = _nu_im_mbslen(h, s);
-        if (count < 0) return count;
+        // The terminator is one zero byte: the byte length bounds the character count, and
+        // the counted conversion (with its runs of one-byte characters) does it in one pass.
+        const size_t bytes = std::strlen(reinterpret_cast<const char *>(s));
+        if (bytes > static_cast<size_t>(INT32_MAX - 1)) return fail(h, NU_EBADVAL, -1);
+        const int len = static_cast<int>(bytes);
+        if (!wide.resize(bytes + 1)) return fail(h, NU_ENOMEM, -1);
+        const int n = len == 0 ? 0 : h->counted_to_wide(h, wide.data(), s, len, len);
+        if (n < 0) return -1;
+        wide.data()[n] = 0;
+        return n;
     }
+    count = _nu_im_mbslen(h, s);
+    if (count < 0) return count;
     if (!wide.resize(static_cast<size_t>(count) + 1)) return fail(h, NU_ENOMEM, -1);
     const int n = h->to_wide(h, wide.data(), s, count + 1);
     if (n < 0) return -1;
@@ -485,6 +577,19 @@ int build_weight_keys(nu_locale_rec *h) {
     for (int32_t w = 0; w <= largest; ++w)
         write_weight(static_cast<uint32_t>(w), digits, h->coll.weight_keys, &count,
                      static_cast<int>(size));
+    if (digits > 2) return 0;
+    const size_t rows = static_cast<size_t>(h->coll.highest_row) + 1;
+    h->coll.row_keys = alloc_zeroed<uint16_t>(rows * static_cast<size_t>(h->coll.level_count));
+    if (h->coll.row_keys == nullptr) return fail(h, NU_ENOMEM, -1);
+    for (int l = 0; l < h->coll.level_count; ++l) {
+        for (size_t r = 0; r < rows; ++r) {
+            const uint16_t w = h->coll.weights[l][r];
+            if (w < 2 || (w & (kExpansionBit | kCodeTieBit)) != 0 || w > largest) continue;
+            std::memcpy(&h->coll.row_keys[l * rows + r],
+                        h->coll.weight_keys + static_cast<size_t>(w) * digits,
+                        static_cast<size_t>(digits));
+        }
+    }
     return 0;
 }
 

@@ -353,6 +353,15 @@ int set_elem_candidates(nu_locale_rec *h) {
     return 0;
 }
 
+// The rows of the wide characters below 256, looked up once.
+int set_low_rows(nu_locale_rec *h) {
+    int32_t *rows = nus::alloc_array<int32_t>(256);
+    if (rows == nullptr) return fail(h, NU_ENOMEM);
+    for (int wc = 0; wc < 256; ++wc) rows[wc] = nus::collation_row(h, static_cast<nu_wchar>(wc));
+    h->coll.low_rows = rows;
+    return 0;
+}
+
 // The weight of each byte's row per level, read from the table's root as the single-byte
 // comparisons define a byte's row (its root data entry, or the default).
 int set_byte_weights(nu_locale_rec *h) {
@@ -370,6 +379,18 @@ int set_byte_weights(nu_locale_rec *h) {
         if (p != nullptr) std::memcpy(&row, p, sizeof row);
         if (row > c.highest_row) continue;
         for (int l = 0; l < c.level_count; ++l) c.byte_weights[l * 256 + b] = c.weights[l][row];
+    }
+    // The first level's plain bytes, for the single-byte comparisons' first look. The back
+    // variant walks a level forward only when its direction is exactly 1.
+    if (c.level_count < 1 || c.level_words[0] != 1) return 0;
+    c.byte_quick = nus::alloc_zeroed<uint16_t>(256);
+    if (c.byte_quick == nullptr) return fail(h, NU_ENOMEM);
+    for (int b = 0; b < 256; ++b) {
+        const uint16_t w = c.byte_weights[b];
+        const bool expands = c.exp_candidates[0] != nullptr && c.exp_candidates[0][b] != nullptr;
+        const bool element = c.elem_candidates != nullptr && c.elem_candidates[b] != 0;
+        if (w >= 2 && (w & (nus::kExpansionBit | nus::kCodeTieBit)) == 0 && !expands && !element)
+            c.byte_quick[b] = w;
     }
     return 0;
 }
@@ -475,6 +496,7 @@ int read_body(FILE *stream, nu_locale_rec *h) {
     }
     if (c.weights_only != 1 && derive_lists(h) != 0) return -1;
     _nu_skip_whitespace(stream);
+    if (set_low_rows(h) != 0) return -1;
     if (set_exp_candidates(h) != 0) return -1;
     nus::set_error(h, NU_SUCCESS);
     if (h->element_count > 0 && (set_elem_candidates(h) != 0 || sort_elements(h) != 0))
@@ -502,6 +524,9 @@ void free_fields(nu_locale_rec *h) {
     _nu_free_ptr(c.elements_by_first);
     _nu_free_ptr(c.byte_weights);
     _nu_free_ptr(c.plain_weights);
+    _nu_free_ptr(c.byte_quick);
+    _nu_free_ptr(c.row_keys);
+    _nu_free_ptr(c.low_rows);
     _nu_free_ptr(c.weight_keys);
     if (c.ignorables != nullptr)
         for (char **p = c.ignorables; *p != nullptr; ++p) _nu_free_ptr(*p);
@@ -522,6 +547,9 @@ void free_fields(nu_locale_rec *h) {
     c.elements_by_first = nullptr;
     c.byte_weights = nullptr;
     c.plain_weights = nullptr;
+    c.byte_quick = nullptr;
+    c.row_keys = nullptr;
+    c.low_rows = nullptr;
     c.weight_keys = nullptr;
     c.ignorables = nullptr;
     c.equivalents = nullptr;
@@ -534,6 +562,7 @@ void free_fields(nu_locale_rec *h) {
 namespace nus {
 
 int collation_row(const nu_locale_rec *h, nu_wchar wc) {
+    if (wc < 256 && h->coll.low_rows != nullptr) return h->coll.low_rows[wc];
     unsigned char bytes[4];
     const multi_arr_t *leaf = nullptr;
     if (encode_in(h->coll.table, bytes, wc, &leaf) == 0) return -1;

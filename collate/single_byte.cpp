@@ -162,11 +162,41 @@ bool lengths_ok(nu_locale_rec *h, const unsigned char *s1, int len1, const unsig
     return true;
 }
 
+// A first look at the first level: while both strings go on with bytes the walk takes as
+// single plain units, the two walks stay in step, so the first two weights that differ (or
+// the end of one string before a plain byte of the other) decide as the full comparison
+// would. 0 when this look cannot decide.
+int quick_first_level(const nu_locale_rec *h, const unsigned char *s1, int len1,
+                      const unsigned char *s2, int len2) {
+    const uint16_t *quick = h->coll.byte_quick;
+    if (quick == nullptr) return 0;
+    const unsigned char *e1 = len1 == -1 ? nullptr : s1 + len1;
+    const unsigned char *e2 = len2 == -1 ? nullptr : s2 + len2;
+    for (;;) {
+        const bool end1 = e1 != nullptr ? s1 >= e1 : *s1 == 0;
+        const bool end2 = e2 != nullptr ? s2 >= e2 : *s2 == 0;
+        if (end1 || end2) {
+            if (end1 && end2) return 0;
+            return quick[end1 ? *s2 : *s1] == 0 ? 0 : end1 ? -1 : 1;
+        }
+        const uint16_t w1 = quick[*s1];
+        if (w1 == 0) return 0;
+        if (*s1 != *s2) {
+            const uint16_t w2 = quick[*s2];
+            if (w2 == 0) return 0;
+            if (w1 != w2) return w1 < w2 ? -1 : 1;
+        }
+        ++s1;
+        ++s2;
+    }
+}
+
 template <bool Exp, bool Elem>
 int collate_levels(nu_locale_rec *h, const unsigned char *s1, int len1, const unsigned char *s2,
                    int len2) {
     if (h == nullptr || !lengths_ok(h, s1, len1, s2, len2)) return 0;
     if (h->coll.byte_weights == nullptr) return 0;
+    if (const int quick = quick_first_level(h, s1, len1, s2, len2)) return quick;
     int result = 0;
     for (int level = 0; level < h->coll.level_count && result == 0; ++level)
         result = collate_forward<Exp, Elem>(h, level, s1, len1, s2, len2);
@@ -184,6 +214,7 @@ NU_EXPORT int _tsn_nu_is_mbfscoll_back(nu_locale_t h, const unsigned char *s1, i
                                        const unsigned char *s2, int len2) {
     if (h == nullptr || !lengths_ok(h, s1, len1, s2, len2)) return 0;
     if (h->coll.byte_weights == nullptr) return 0;
+    if (const int quick = quick_first_level(h, s1, len1, s2, len2)) return quick;
     int result = 0;
     for (int level = 0; level < h->coll.level_count && result == 0; ++level) {
         if (h->coll.level_words[level] == 1) {

@@ -91,8 +91,18 @@ struct CollateFields {
     // Wide characters below 256: their weight per level (256 per level) when it is a plain
     // weight and no element begins with them, else 0, for the comparisons' quick paths.
     uint16_t *plain_weights;
+    // Single-byte code sets whose first level is walked forward: each byte's first-level
+    // weight when the walk takes it as one plain unit (no expansion, no element may begin
+    // with it, neither ignorable nor a tie-break weight), else 0; null when not applicable.
+    uint16_t *byte_quick;
     // The sort-key digits of every weight up to the largest, as the key writes them.
     unsigned char *weight_keys;
+    // Per level, per row: the key digits of the row's weight in the order they are written
+    // (one or two bytes), when the weight is plain; 0 otherwise, and null where weights take
+    // more than two digits. For the sort keys' runs of plain characters.
+    uint16_t *row_keys;
+    // The rows of the wide characters below 256 (-1: none), saving the table walk.
+    int32_t *low_rows;
     // Derived on first use by the bound functions and owned by this record (never shared
     // with a copy): see collate/bounds.cpp.
     void *bound_cache;
@@ -169,6 +179,7 @@ struct nu_locale_rec {
     uint16_t *sb_class;
     int32_t reserved2;
     int32_t single_byte;                  // longest CTYPE character is one byte
+    int32_t ascii_direct;                 // bytes 0 to 127 are one-byte characters of CTYPE
     int32_t has_collation;                // COLLATE holds real data
     int32_t element_count;                // multi-character collating elements
     int32_t expansion_count;              // collation expansions

@@ -1,6 +1,7 @@
 // Loading locales into handles category by category, queries, copies between handles, and
 // the derived state brought up to date after every change.
 #include "collate/collate.h"
+#include "frame/multi.h"
 #include "locale/locale.h"
 
 namespace {
@@ -176,6 +177,15 @@ int set_function_pointers(nu_locale_rec *h) {
 
 int set_flags(nu_locale_rec *h) {
     h->single_byte = _nu_multi_max_length(h->ctype.class_table) == 1 ? 1 : 0;
+    const multi_t *table = h->ctype.class_table;
+    const unsigned char *root =
+        table != nullptr && table->root != nullptr ? table->root->flag_arr : nullptr;
+    h->ascii_direct = 0;
+    if (root != nullptr) {
+        int b = 0;
+        while (b < 128 && root[b] == MULTI_LAST) ++b;
+        h->ascii_direct = b == 128 ? 1 : 0;
+    }
     h->has_collation = h->coll.method != 0 && h->coll.table != nullptr ? 1 : 0;
     return set_function_pointers(h) != 0 ? -1 : 0;
 }

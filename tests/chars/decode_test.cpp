@@ -11,6 +11,7 @@
 #include <clocale>
 #include <cwchar>
 #include <filesystem>
+#include <random>
 #include <string>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -208,6 +209,36 @@ TEST(CharStrings, ToWide) {
     EXPECT_EQ(_tsn_nu_is_mbfstowcfs(sb, wcs.data(), raw.data, 3, 8), 3);
     EXPECT_EQ(Wide(wcs.begin(), wcs.begin() + 3), (Wide{0xE9, 0, 0xFF}));
     EXPECT_EQ(_tsn_nu_is_mbfstowcfs(sb, wcs.data(), raw.data, 3, 2), 2);
+}
+
+// Where bytes below 128 are one-byte characters, the counted conversion takes them eight at a
+// time: the result, the characters and the error must be those of the byte-by-byte walk, at
+// every length, alignment and room.
+TEST(CharStrings, ToWideInRunsOfOneByteCharacters) {
+    Locale euc(Set::euc);
+    nu_locale_rec *h = euc;
+    std::mt19937 rng(5);
+    const std::vector<std::string> pieces = {"a", "Z", "0", std::string(1, '\0'), "\xA1\xA2",
+                                             "\x8F\xA1\xA3", "\x80", "\xA1"};
+    for (int round = 0; round < 3000; ++round) {
+        std::string text;
+        const int count = static_cast<int>(rng() % 24);
+        for (int i = 0; i < count; ++i) {
+            // Mostly ASCII, so that runs of eight occur; now and then an illegal byte.
+            const size_t pick = rng() % 20;
+            text += pick < 14 ? pieces[pick % 3] : pieces[3 + pick % 5];
+        }
+        Guarded g(text);
+        const int slen = static_cast<int>(text.size());
+        const int room = static_cast<int>(rng() % 30);
+        Wide by_byte(32, 0xEEEE), in_runs(32, 0xEEEE);
+        h->ascii_direct = 0;
+        const auto expected = euc.r(_tsn_nu_im_mbfstowcfs(euc, by_byte.data(), g.data, slen, room));
+        h->ascii_direct = 1;
+        const auto got = euc.r(_tsn_nu_im_mbfstowcfs(euc, in_runs.data(), g.data, slen, room));
+        ASSERT_EQ(got, expected) << "length " << slen << " room " << room;
+        ASSERT_EQ(in_runs, by_byte) << "length " << slen << " room " << room;
+    }
 }
 
 TEST(CharStrings, ToMultibyte) {

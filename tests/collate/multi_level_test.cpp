@@ -268,4 +268,44 @@ TEST(MultiLevel, CollAndKeysAgreeInEveryGeneratedLocale) {
     if (loaded == 0) GTEST_SKIP() << "no generated locale (build the 64-bit tree)";
 }
 
+// Keys cut at every size: the stored bytes are the first bytes of the whole key, nothing is
+// written at or past the size, and the full length is reported. The strings mix runs of
+// plain characters, tie-break weights (the UTF-8 locale's last level), expansions and an
+// element, so that every way of writing a weight meets the end of the room.
+TEST(MultiLevel, CutKeysArePrefixesOfTheWholeKey) {
+    const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
+        {"de_de.8859-1", {"Zusammenhang", "Stra\xdf" "e", "L\xb7lia", "\xe6on -x"}},
+        {"de_de.utf8", {"Zusammenhang", "Stra\xc3\x9f" "e", "L\xc2\xb7lia", "\xe6\x97\xa5\xe6\x9c\xac x"}},
+        {"ja_jp.sjis", {"abc\x82\xa0\x83\x41", "\x88\x9f\x88\x9f"}},
+    };
+    int loaded = 0;
+    for (const auto &[spec, strings] : cases) {
+        nus_test::TestLocale loc(spec);
+        if (loc.h == nullptr) continue;
+        ++loaded;
+        for (const std::string &s : strings) {
+            SCOPED_TRACE(spec + " \"" + s + "\"");
+            std::vector<unsigned char> whole(1024);
+            const int full = nu_full_mbsxfrm(loc, whole.data(), u(s), static_cast<int>(whole.size()));
+            ASSERT_GT(full, 0);
+            ASSERT_LT(full, 1024);
+            for (int n = 0; n <= full + 1; ++n) {
+                std::vector<unsigned char> cut(static_cast<size_t>(full) + 8, 0xEE);
+                ASSERT_EQ(nu_full_mbsxfrm(loc, cut.data(), u(s), n), full) << "size " << n;
+                const int stored = n <= full ? n : full + 1;   // the terminator when it fits
+                for (int i = 0; i < stored && i < full; ++i) {
+                    ASSERT_EQ(cut[static_cast<size_t>(i)], whole[static_cast<size_t>(i)]) << "size " << n;
+                }
+                if (n > full) {
+                    ASSERT_EQ(cut[static_cast<size_t>(full)], 0) << "size " << n;
+                }
+                for (size_t i = static_cast<size_t>(stored); i < cut.size(); ++i) {
+                    ASSERT_EQ(cut[i], 0xEE) << "size " << n << ", byte " << i;
+                }
+            }
+        }
+    }
+    if (loaded == 0) GTEST_SKIP() << "no generated locale (build the 64-bit tree)";
+}
+
 } // namespace
