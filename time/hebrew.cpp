@@ -19,29 +19,42 @@ constexpr int32_t kTailDays = 236;
 
 bool leap_length(int64_t length) { return length >= 383; }
 
+// The first day of a year from the day d of its molad, its place r in the leap cycle (r > 6:
+// the year before was not a leap year; r < 12: this one is not), the molad's day of the
+// week w and its time h in parts of that day. The postponements, in this order: usually the
+// year starts on the day of its molad, or the day after when that is day 1, 4 or 6 (days
+// of the week as counted here). The two special cases, a molad from part 16404 of day 3 in
+// a common year or from part 23269 of day 2 in a year after a leap year, start it one day
+// later, and one more when that later day is 4 or 6.
+int64_t postponed(int64_t d, int r, int w, int h) {
+    if (!(r < 12 && w == 3 && h > 16403) && (r > 6 || w != 2 || h < 23269))
+        return w != 1 && w != 4 && w < 6 ? d - 2 : d - 1;
+    return w != 0 && w + 1 != 4 && w + 1 != 6 ? d - 1 : d;
+}
+
 } // namespace
 
 namespace nus {
 
 int64_t hebrew_size_in_days(int64_t k) {
+    // A month is 28 days and 39673 parts; the molad of year 3744 fell at part 8339.
+    if (k >= 0 && k <= 12000) {
+        // The years of the conversions (3744 to 15744) in 32 bits, where 64-bit divisions
+        // are calls: the parts counted as 25920 a day plus a rest that alone must fit.
+        const int32_t k32 = static_cast<int32_t>(k);
+        const int32_t a = 7 * k32 + 1;
+        const int32_t months = 12 * k32 + a / 19;   // months since the molad of year 3744
+        const int32_t rest = 13753 * months + 8339;
+        const int32_t q = (kPartsPerDay * (months % 7) + rest) % kPartsPerWeek;
+        return postponed(29 * months + rest / kPartsPerDay, a % 19, q / kPartsPerDay, q % kPartsPerDay);
+    }
+    // Any other year (one a caller named, not yet checked against the range).
     const int64_t a = 7 * k + 1;
-    const int64_t months = 12 * k + a / 19;   // months elapsed since the molad of year 3744
-    const int64_t r = a % 19;                 // where the year stands in the leap cycle
-    // A month is 28 days and 39673 parts; the molad of year 3744 fell at part 8339. Wide
-    // enough for every year: the parts pass 2^31 near year 8120.
+    const int64_t months = 12 * k + a / 19;
     const int64_t parts = 39673 * months + 8339;
-    const int64_t d = 28 * months + parts / kPartsPerDay;
     const int64_t q = parts % kPartsPerWeek;
-    const int64_t w = q / kPartsPerDay;       // day of the week of the molad
-    const int64_t h = q % kPartsPerDay;       // and its time in parts of that day
-    // The postponements, in this order. Usually the year starts on the day of its molad,
-    // or the day after when that day is 1, 4 or 6 (weekdays as counted here). The two
-    // special cases, a molad from part 16404 of day 3 in a common year or from part 23269
-    // of day 2 in the year after a leap year, start it one day later, and one more when
-    // that later day is 4 or 6.
-    if (!(r < 12 && w == 3 && h > 16403) && (r > 6 || w != 2 || h < 23269))
-        return w != 1 && w != 4 && w < 6 ? d - 2 : d - 1;
-    return w != 0 && w + 1 != 4 && w + 1 != 6 ? d - 1 : d;
+    return postponed(28 * months + parts / kPartsPerDay, static_cast<int>(a % 19),
+                     static_cast<int>(q / kPartsPerDay), static_cast<int>(q % kPartsPerDay));
 }
 
 } // namespace nus
