@@ -36,18 +36,13 @@ int64_t hebrew_new_year(int year) {
     return nus::hebrew_size_in_days(year - 3744) - 6307 + nus_test::days_from_epoch(1, 0, 1);
 }
 
+// Every day of years 1 to 9999 is checked in round_trip_test.cpp; here, the table and the
+// months outside a year.
 TEST(Gregorian, HelpersAndSharedTable) {
     const int32_t lengths[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
     EXPECT_EQ(std::memcmp(_nu_greg_month_length, lengths, sizeof lengths), 0);
     EXPECT_EQ(_nu_gregorian_weekday(1, 0, 1), 1);       // 1 January of year 1: a Monday
-    EXPECT_EQ(_nu_gregorian_weekday(1, 0, 2000), 6);
-    EXPECT_EQ(_nu_gregorian_weekday(29, 1, 2000), 2);
-    EXPECT_EQ(_nu_gregorian_weekday(1, 2, 1900), 4);    // 1900 is not a leap year
-    EXPECT_EQ(_nu_gregorian_yearday(1, 0, 2023), 0);
-    EXPECT_EQ(_nu_gregorian_yearday(29, 1, 2024), 59);
-    EXPECT_EQ(_nu_gregorian_yearday(1, 2, 2024), 60);
-    EXPECT_EQ(_nu_gregorian_yearday(1, 2, 2100), 59);
-    EXPECT_EQ(_nu_gregorian_yearday(31, 11, 2000), 365);
+    EXPECT_EQ(_nu_gregorian_yearday(1, 2, 2100), 59);   // 2100 is not a leap year
     // A month outside the year reads nothing beyond the table.
     EXPECT_EQ(_nu_gregorian_yearday(1, 12, 2000), -1);
     EXPECT_EQ(_nu_gregorian_weekday(1, -1, 2000), -1);
@@ -136,21 +131,6 @@ TEST(Conversions, RangeLimitsClearTheOutput) {
     }
 }
 
-TEST(Conversions, EarliestDaysAgreeBothWays) {
-    // 1 January of year 1 was a Monday; the Islamic epoch a Thursday.
-    nu_time_rec in = date(1, 0, 1), out{};
-    ASSERT_EQ(nu_cal_gregorian_to_hebrew(&in, &out), 0);
-    EXPECT_EQ(out.wday, 1);
-    EXPECT_EQ(out.month_name, 3);
-    in = date(622, 6, 18);
-    ASSERT_EQ(nu_cal_gregorian_to_islamic(&in, &out), 0);
-    EXPECT_EQ(out.wday, 4);
-    EXPECT_EQ(out.yday, 0);
-    ASSERT_EQ(nu_cal_islamic_to_gregorian(&out, &out), 0);
-    EXPECT_EQ(out.wday, 4);
-    EXPECT_EQ(out.yday, 198);
-}
-
 TEST(Hebrew, LeapYearMonthsAndTheirNames) {
     struct Day {
         Ymd gregorian;
@@ -235,27 +215,6 @@ TEST(Hebrew, NamesThatGiveNoMonthKeepTheCopiedWords) {
     nu_time_rec copied{};
     copied.second = 59;
     EXPECT_EQ(std::memcmp(&out, &copied, sizeof out), 0);
-}
-
-TEST(Islamic, LongYearEndsWithADayThirtyOfTheLastMonth) {
-    // Year 2 of every cycle has 355 days; year 3 starts after its 30th of month 11.
-    for (int year : {2, 1442, 9962}) {
-        SCOPED_TRACE(year);
-        ASSERT_EQ(nus::cycle_year_length[(year - 1) % 30], 355);
-        nu_time_rec in = date(year, 11, 30), g{}, back{};
-        ASSERT_EQ(nu_cal_islamic_to_gregorian(&in, &g), 0);
-        ASSERT_EQ(nu_cal_gregorian_to_islamic(&g, &back), 0);
-        EXPECT_EQ(ymd(back), (Ymd{year, 11, 30}));
-        EXPECT_EQ(back.yday, 354);
-        EXPECT_EQ(back.wday, g.wday);
-        EXPECT_EQ(back.wday, nus::islamic_weekday(30, 11, year));
-        nu_time_rec next = date(g.year + 1900, g.month, g.mday + 1);
-        ASSERT_EQ(nu_cal_gregorian_to_islamic(&next, &back), 0);
-        EXPECT_EQ(ymd(back), (Ymd{year + 1, 0, 1}));
-    }
-    int total = 0;
-    for (int32_t n : nus::cycle_year_length) total += n;
-    EXPECT_EQ(total, 10631);
 }
 
 TEST(Conversions, CarriedWordsAndTheHourPassThrough) {

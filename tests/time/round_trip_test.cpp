@@ -47,7 +47,8 @@ void check_hebrew_step(const Previous &prev, const nu_time_rec &h) {
     ASSERT_EQ(h.yday, h.year == p.year ? p.yday + 1 : 0);
 }
 
-// Islamic: months of 30 and 29 days, the last one 30 in the long years of the cycle.
+// Islamic: months of 30 and 29 days, the last one 30 in the long years of the cycle (whose
+// 355th day is the 30th of month 11).
 void check_islamic_step(const Previous &prev, const nu_time_rec &i) {
     ASSERT_EQ(i.month_name, i.month);
     if (!prev.valid) return;
