@@ -115,6 +115,7 @@ NU_EXPORT void nu_make_null_category(nu_locale_t h, int category) {
         break;
     case NU_TIME:
         h->time = {};
+        h->time.calendar = 1;   // the null locale's dates are Gregorian
         break;
     case NU_MESSAGES:
         nus::init_messages(h);

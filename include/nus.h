@@ -784,6 +784,63 @@ NU_API int nu_mbsSortKeyCollBound(nu_locale_t handle, const unsigned char *s, in
                                   unsigned char *key, int size);
 
 /* ---------------------------------------------------------------------------------------- */
+/* Calendars                                                                                 */
+/* ---------------------------------------------------------------------------------------- */
+
+/* A time value of the time and calendar functions: thirteen 32-bit words. The calendar
+   conversions copy words 0 to 2 and 10 to 12 unchanged and compute the others. */
+typedef struct nu_time_rec {
+    int32_t fraction;    /*  0: fraction of a second, 0 to 999999 */
+    int32_t second;      /*  1 */
+    int32_t minute;      /*  2 */
+    int32_t hour;        /*  3 */
+    int32_t mday;        /*  4: day of month, from 1 */
+    int32_t month;       /*  5: from 0; a Hebrew leap year has months 0 to 12 */
+    int32_t month_name;  /*  6: which of the locale's month names the month carries: the
+                                month itself, except in a Hebrew leap year, whose months 5
+                                and 6 carry names 12 and 13 and whose later months the name
+                                of the month before */
+    int32_t year;        /*  7: year - 1900, of the value's own calendar */
+    int32_t wday;        /*  8: day of week, 0 = Sunday */
+    int32_t yday;        /*  9: day of year, from 0 */
+    int32_t carried[3];  /* 10 to 12: carried through every conversion */
+} nu_time_rec;
+
+/* The Gregorian month lengths of a common year, 31, 28, 31, ... (writable, as it always
+   was; the library itself only reads it). */
+NU_API extern int32_t _nu_greg_month_length[12];
+
+/* Day of year from 0 and day of week (0 = Sunday) of a Gregorian date: full year, month
+   from 0. Both are -1 for a month outside 0 to 11. */
+NU_API int _nu_gregorian_yearday(int mday, int month, int year);
+NU_API int _nu_gregorian_weekday(int mday, int month, int year);
+
+/* Conversions of one time value between the Gregorian calendar and the Hebrew or Islamic
+   (arithmetic, 30-year cycle, Thursday epoch) calendar. 0, or -1 for a date outside the
+   supported range, with the output then all zero. Gregorian to Hebrew: 0001-01-01 to
+   10000-02-23; Hebrew years 3761 (from the 18th of month 3) to 14213; Gregorian to Islamic:
+   0622-07-18 to 10323-10-20; Islamic years 1 to 9999. A local month of -1 is taken from the
+   month-name word; when that is -1 too (or, Hebrew, names no month of the year) the result
+   is -1 with the output holding only the copied words. No error code is stored. In and out
+   may be the same record. */
+NU_API int nu_cal_gregorian_to_hebrew(const nu_time_rec *in, nu_time_rec *out);
+NU_API int nu_cal_hebrew_to_gregorian(const nu_time_rec *in, nu_time_rec *out);
+NU_API int nu_cal_gregorian_to_islamic(const nu_time_rec *in, nu_time_rec *out);
+NU_API int nu_cal_islamic_to_gregorian(const nu_time_rec *in, nu_time_rec *out);
+
+/* By the calendar of the handle's TIME category (1 Gregorian: a plain copy, 2 Hebrew,
+   3 Islamic): a Gregorian value to the local calendar and back. -1 for any other calendar,
+   the output untouched; no error code is stored. */
+NU_API int nu_cal_gregorian_to_local(nu_locale_t handle, const nu_time_rec *in,
+                                     nu_time_rec *out);
+NU_API int nu_cal_local_to_gregorian(nu_locale_t handle, const nu_time_rec *in,
+                                     nu_time_rec *out);
+
+/* The century that two-digit years of the handle's calendar belong to: 57 Hebrew,
+   14 Islamic, 0 any other. */
+NU_API int nu_alt_getcentury(nu_locale_t handle);
+
+/* ---------------------------------------------------------------------------------------- */
 /* Characters on streams                                                                     */
 /* ---------------------------------------------------------------------------------------- */
 
