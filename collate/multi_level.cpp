@@ -8,6 +8,8 @@
 #include "chars/chars.h"
 #include "collate/collate.h"
 
+#include <bit>
+
 namespace {
 
 using nus::CollElement;
@@ -295,33 +297,29 @@ constexpr int digit_count(uint32_t largest) {
                                                 int *count, int n) {
     // Values 0 and 1 wrap around; the digits are kept as computed.
     uint32_t v = value - 2u;
-    unsigned char d[5];   // all five digits, least significant last; the last `digits` count
-    if (v < 254u * 254u) {
-        // Most values (weights, and the codes of most characters) have two digits at most.
-        d[0] = d[1] = d[2] = 2;
-        d[3] = static_cast<unsigned char>(v / 254u + 2u);
-        d[4] = static_cast<unsigned char>(v % 254u + 2u);
-    } else {
-        for (int i = 4; i >= 0; --i) {
-            d[i] = static_cast<unsigned char>(v % 254u + 2u);
-            v /= 254u;
-        }
-    }
-    const unsigned char *first = d + 5 - digits;
     if (*count + digits <= n) {
         unsigned char *to = out + *count;
-        switch (digits) {   // copies of a fixed size compile to plain moves
-        case 1: *to = *first; break;
-        case 2: std::memcpy(to, first, 2); break;
-        case 3: std::memcpy(to, first, 3); break;
-        case 4: std::memcpy(to, first, 4); break;
-        default: std::memcpy(to, first, 5); break;
-        }
         *count += digits;
+        if (v < 254u * 254u && digits >= 2) {
+            // Most values (weights, and the codes of most characters) have two digits at most.
+            for (int i = 0; i < digits - 2; ++i) to[i] = 2;
+            to[digits - 2] = static_cast<unsigned char>(v / 254u + 2u);
+            to[digits - 1] = static_cast<unsigned char>(v % 254u + 2u);
+            return;
+        }
+        for (int i = digits - 1; i >= 0; --i) {
+            to[i] = static_cast<unsigned char>(v % 254u + 2u);
+            v /= 254u;
+        }
         return;
     }
+    unsigned char d[5];
+    for (int i = digits - 1; i >= 0; --i) {
+        d[i] = static_cast<unsigned char>(v % 254u + 2u);
+        v /= 254u;
+    }
     for (int i = 0; i < digits; ++i) {
-        if (*count < n) out[*count] = first[i];
+        if (*count < n) out[*count] = d[i];
         ++*count;
     }
 }
@@ -534,11 +532,110 @@ NU_EXPORT int nu_full_mbsxfrm(nu_locale_t h, unsigned char *out, const unsigned 
     return nu_wcsxfrm(h, out, wide.data(), n);
 }
 
+namespace {
+
+// Whether the bytes from p to end are whole characters of the handle's code set. Bytes below
+// 128 are one-byte characters: they are taken eight at a time, and the text after the last
+// byte of 128 or more (found in the eight bytes that end the text, which may be read when the
+// text from `start` has eight) needs no look at all.
+bool rest_decodes(const multi_t *table, const unsigned char *root, const unsigned char *start,
+                  const unsigned char *p, const unsigned char *end) {
+    static_assert(std::endian::native == std::endian::little, "byte order of the blocks");
+    constexpr uint64_t kHigh = 0x8080808080808080ull;
+    const unsigned char *plain_from = end;
+    if (end - start >= 8) {
+        uint64_t block;
+        std::memcpy(&block, end - 8, sizeof block);
+        const uint64_t high = block & kHigh;
+        plain_from = end - 8 + (high == 0 ? 0 : (63 - __builtin_clzll(high)) / 8 + 1);
+    }
+    while (p < plain_from) {
+        if (plain_from - p >= 8) {
+            uint64_t block;
+            std::memcpy(&block, p, sizeof block);
+            if ((block & kHigh) == 0) {
+                p += 8;
+                continue;
+            }
+        }
+        if (root[*p] == MULTI_LAST) {
+            ++p;
+            continue;
+        }
+        const nus::Walk w = nus::walk(table, p, end - p);
+        if (w.status != 0) return false;
+        p += w.length;
+    }
+    return true;
+}
+
+constexpr int kUndecodable = 2;
+
+// The first look of the wide comparison (quick_first_level), taken straight on the multibyte
+// text of both strings in step: decided at the first two characters of different plain
+// first-level weights, undecided (0) at a character that is not plain. A decided result is
+// returned only when the rest of both strings decodes; kUndecodable when it does not. For
+// multibyte handles whose bytes below 128 are one-byte characters and whose terminator is
+// one byte.
+int quick_multibyte(const nu_locale_rec *h, const unsigned char *s1, const unsigned char *e1,
+                    const unsigned char *s2, const unsigned char *e2) {
+    const unsigned char *p1 = s1, *p2 = s2;
+    const multi_t *table = h->ctype.class_table;
+    const unsigned char *root = table->root->flag_arr;
+    int result = 0;
+    while (p1 < e1 && p2 < e2) {
+        nu_wchar c1, c2;
+        if (root[*p1] == MULTI_LAST) {
+            c1 = *p1++;
+        } else {
+            const nus::Walk w = nus::walk(table, p1, e1 - p1);
+            if (w.status != 0) return kUndecodable;
+            c1 = w.wc;
+            p1 += w.length;
+        }
+        if (root[*p2] == MULTI_LAST) {
+            c2 = *p2++;
+        } else {
+            const nus::Walk w = nus::walk(table, p2, e2 - p2);
+            if (w.status != 0) return kUndecodable;
+            c2 = w.wc;
+            p2 += w.length;
+        }
+        const uint16_t w1 = plain_weight(h, 0, c1);
+        if (w1 == 0) return 0;
+        if (c1 == c2) continue;
+        const uint16_t w2 = plain_weight(h, 0, c2);
+        if (w2 == 0) return 0;
+        if (w1 != w2) {
+            result = w1 < w2 ? -1 : 1;
+            break;
+        }
+    }
+    if (result == 0) return 0;
+    if (!rest_decodes(table, root, s1, p1, e1) || !rest_decodes(table, root, s2, p2, e2))
+        return kUndecodable;
+    return result;
+}
+
+bool quick_multibyte_applies(nu_locale_rec *h) {
+    return !h->single_byte && h->ascii_direct && h->has_collation && h->coll.method == 1 &&
+           h->coll.level_count >= 1 && nus::level_forward(h, 0) && nu_mb_loc_min(h) == 1;
+}
+
+} // namespace
+
 NU_EXPORT int _tsn_nu_im_mbfscoll(nu_locale_t h, const unsigned char *s1, int len1,
                                   const unsigned char *s2, int len2) {
     if (h == nullptr || s1 == nullptr || s2 == nullptr) return fail(h, NU_EBADARG, 0);
     if ((len1 == -1) != (len2 == -1)) return fail(h, NU_ELENGTHS, 0);
     if (len1 < -1 || len2 < -1) return fail(h, NU_EBADVAL, 0);
+    if (quick_multibyte_applies(h)) {
+        const size_t n1 = len1 == -1 ? std::strlen(reinterpret_cast<const char *>(s1)) : size_t(len1);
+        const size_t n2 = len2 == -1 ? std::strlen(reinterpret_cast<const char *>(s2)) : size_t(len2);
+        const int quick = quick_multibyte(h, s1, s1 + n1, s2, s2 + n2);
+        if (quick == kUndecodable) return fail(h, NU_EILSEQ, 0);
+        if (quick != 0) return quick;
+    }
     WideScratch w1, w2;
     int count1, count2;
     if (len1 == -1) {
