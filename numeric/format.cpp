@@ -282,15 +282,29 @@ int format_float(nu_locale_rec *h, double value, int *count, int size, nu_wchar 
     // the one translated below.
     const char process_point = *std::localeconv()->decimal_point;
     char text[kFloatText + 1];
+    // The inner format: "%", the flags, the inner width when above 0, the precision when
+    // given, the style letter.
     auto make = [&]() -> int {
-        char fmt[32];
-        if (inner > 0) {
-            if (precision != -1) std::snprintf(fmt, sizeof fmt, "%%%s%d.%d%c", flag_text, inner, precision, style);
-            else std::snprintf(fmt, sizeof fmt, "%%%s%d%c", flag_text, inner, style);
-        } else {
-            if (precision != -1) std::snprintf(fmt, sizeof fmt, "%%%s.%d%c", flag_text, precision, style);
-            else std::snprintf(fmt, sizeof fmt, "%%%s%c", flag_text, style);
+        char fmt[40];
+        int k = 0;
+        fmt[k++] = '%';
+        for (int i = 0; i < nf; ++i) fmt[k++] = flag_text[i];
+        auto number = [&](int v) {
+            char digits[12];
+            int n = 0;
+            do {
+                digits[n++] = static_cast<char>('0' + v % 10);
+                v /= 10;
+            } while (v > 0);
+            while (n > 0) fmt[k++] = digits[--n];
+        };
+        if (inner > 0) number(inner);
+        if (precision >= 0) {   // a negative precision from "*" counts as none
+            fmt[k++] = '.';
+            number(precision);
         }
+        fmt[k++] = style;
+        fmt[k] = 0;
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
         return std::snprintf(text, sizeof text, fmt, value);
