@@ -464,13 +464,17 @@ NU_EXPORT double nu_wcstod_num_mon(nu_locale_t h, const nu_wchar *ws, nu_wchar *
     nus::num::wcsfracdigits_to_str(h, &p, &cursor, limit, monetary);
     *cursor = 0;
     errno = 0;
-    // The system conversion reads the decimal mark of the process's locale: the text is
-    // given that mark when it differs.
-    const int mark = nu_getDecimalCharIndex(buffer);
-    const char process_point = *std::localeconv()->decimal_point;
-    if (mark >= 0 && buffer[mark] != process_point) buffer[mark] = process_point;
-    char *stop = nullptr;
-    const double value = std::strtod(buffer, &stop);
+    double value;
+    char *stop = cursor;
+    // Short texts are read exactly without the system conversion (the same double).
+    if (!nus::num::fast_decimal(buffer, &value)) {
+        // The system conversion reads the decimal mark of the process's locale: the text is
+        // given that mark when it differs.
+        const int mark = nu_getDecimalCharIndex(buffer);
+        const char process_point = *std::localeconv()->decimal_point;
+        if (mark >= 0 && buffer[mark] != process_point) buffer[mark] = process_point;
+        value = std::strtod(buffer, &stop);
+    }
     if (stop == buffer && buffer[0] != 0) nus::set_error(h, NU_ENOMATCH);
     if (end != nullptr && stop != nullptr) *end = const_cast<nu_wchar *>(p);
     return value;

@@ -280,7 +280,6 @@ int format_float(nu_locale_rec *h, double value, int *count, int size, nu_wchar 
     flag_text[nf] = 0;
     // The process's locale may give the system formatter another decimal mark: that mark is
     // the one translated below.
-    const char process_point = *std::localeconv()->decimal_point;
     char text[kFloatText + 1];
     // The inner format: "%", the flags, the inner width when above 0, the precision when
     // given, the style letter.
@@ -310,17 +309,46 @@ int format_float(nu_locale_rec *h, double value, int *count, int size, nu_wchar 
         return std::snprintf(text, sizeof text, fmt, value);
 #pragma GCC diagnostic pop
     };
-    int made = make();
+    // Plain "f" texts come from the exact digit path when it covers the value; the system
+    // formatter (with the process's decimal mark) makes the rest.
+    char text_point = '.';
+    auto make_text = [&]() -> int {
+        const int p = precision >= 0 ? precision : 6;
+        if (style == 'f' && nus::num::fixed_digits(value, p, text, kFloatText)) {
+            int length = static_cast<int>(std::strlen(text));
+            if ((flags & NU_FMT_ALT) != 0 && p == 0) {
+                text[length++] = '.';
+                text[length] = 0;
+            }
+            if (inner > length) {
+                if (inner >= kFloatText) return inner;
+                const int pad = inner - length;
+                if ((flags & NU_FMT_LEFT) != 0) {
+                    std::memset(text + length, ' ', static_cast<size_t>(pad));
+                } else {
+                    std::memmove(text + pad, text, static_cast<size_t>(length));
+                    std::memset(text, (flags & NU_FMT_ZERO) != 0 ? '0' : ' ', static_cast<size_t>(pad));
+                }
+                length = inner;
+                text[length] = 0;
+            }
+            text_point = '.';
+            return length;
+        }
+        text_point = *std::localeconv()->decimal_point;
+        return make();
+    };
+    int made = make_text();
     // The intermediate text is limited to 99 characters: a longer one is refused.
     if (made < 0 || made >= kFloatText) return fail(h, NU_E2BIG);
     if (inner > 0) {
         // Measured with the locale's decimal point, which may be wider than one column.
         int measured = 0;
         const int point_cols = cols.of(point, point_length);
-        for (int i = 0; i < made; ++i) measured += text[i] == process_point ? point_cols : 1;
+        for (int i = 0; i < made; ++i) measured += text[i] == text_point ? point_cols : 1;
         if (measured > inner) {
             inner = 2 * inner - measured;
-            made = make();
+            made = make_text();
             if (made < 0 || made >= kFloatText) return fail(h, NU_E2BIG);
         }
     }
@@ -355,7 +383,7 @@ int format_float(nu_locale_rec *h, double value, int *count, int size, nu_wchar 
         ++c;
         if (gs.seps_left > 0) maybe_separate(g, gs, false, sep, sep_length, &o, &c);
     }
-    if (text[i] == process_point && text[i] != 0) {
+    if (text[i] == text_point && text[i] != 0) {
         if (c + point_length > size) return fail(h, NU_E2BIG);
         for (int k = 0; k < point_length; ++k) *o++ = point[k];
         c += point_length;
@@ -461,11 +489,26 @@ NU_EXPORT int _nu_format_decimal(nu_locale_t h, uint32_t magnitude, int negative
     nu_wchar digits[40];
     int n = 0;
     const char alpha = (flags & NU_FMT_UPPER) != 0 ? 'A' : 'a';
-    do {
-        const int d = static_cast<int>(magnitude % static_cast<unsigned>(base));
-        digits[n++] = static_cast<nu_wchar>(d < 10 ? '0' + d : alpha + d - 10);
-        magnitude /= static_cast<unsigned>(base);
-    } while (magnitude != 0);
+    if (base == 10) {
+        // A constant divisor: no division instruction per digit.
+        do {
+            digits[n++] = static_cast<nu_wchar>('0' + magnitude % 10);
+            magnitude /= 10;
+        } while (magnitude != 0);
+    } else if ((base & (base - 1)) == 0) {
+        const int shift = __builtin_ctz(static_cast<unsigned>(base));
+        do {
+            const int d = static_cast<int>(magnitude & static_cast<unsigned>(base - 1));
+            digits[n++] = static_cast<nu_wchar>(d < 10 ? '0' + d : alpha + d - 10);
+            magnitude >>= shift;
+        } while (magnitude != 0);
+    } else {
+        do {
+            const int d = static_cast<int>(magnitude % static_cast<unsigned>(base));
+            digits[n++] = static_cast<nu_wchar>(d < 10 ? '0' + d : alpha + d - 10);
+            magnitude /= static_cast<unsigned>(base);
+        } while (magnitude != 0);
+    }
     int digit_cols = 0;
     for (int i = 0; i < n; ++i) digit_cols += cols.of(digits[i]);
     if ((flags & NU_FMT_ALT) != 0 && base == 8 && precision <= digit_cols)
@@ -715,6 +758,15 @@ NU_EXPORT int nu_wcsfnum(nu_locale_t h, nu_wchar *out, int size, const nu_wchar 
 NU_EXPORT int _nu_get_mbstring(nu_locale_t h, char *out, const nu_wchar *ws, int size) {
     const int m = nu_mb_loc_min(h) > 0 ? nu_mb_loc_min(h) : 1;
     long bytes = 0;
+    if (h->single_byte) {
+        for (; *ws != 0; ++ws) {
+            if (m + bytes + 1 > size) return fail(h, NU_E2BIG);
+            out[bytes++] = static_cast<char>(*ws);
+        }
+        if (m + bytes > size) return fail(h, NU_E2BIG);
+        for (int i = 0; i < m; ++i) out[bytes + i] = 0;
+        return static_cast<int>(bytes);
+    }
     for (; *ws != 0; ++ws) {
         unsigned char one[4];
         int n;

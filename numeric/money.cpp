@@ -381,7 +381,9 @@ int format_amount(nu_locale_rec *h, const MonSpec &spec, nu_wchar conversion, do
     if (precision < 0 || precision > kMaxPrecision || spec.left_precision > kMaxPrecision)
         return fail(h, NU_E2BIG);
     char text[400];
-    std::snprintf(text, sizeof text, "%f", amount);
+    // The "%f" text of the amount; its sign is not read.
+    if (!fixed_digits(std::fabs(amount), 6, text, sizeof text))
+        std::snprintf(text, sizeof text, "%f", amount);
     char integer[400];
     char fraction[kMaxPrecision + 8];
     get_lval_rval(text, integer, fraction, precision);

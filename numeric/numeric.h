@@ -101,3 +101,18 @@ int mon_maskmatch(nu_locale_rec *h, const int *mask, unsigned flags, const char 
                   const char *symbol, const nu_wchar *input, const nu_wchar **end, double *value);
 
 } // namespace nus::num
+
+namespace nus::num {
+
+// "%.<precision>f" of a finite value of at least 0 as the system formatter writes it with the
+// default rounding (to nearest, ties to even, on the exact binary value): digits, and a "."
+// when the precision is above 0. False when the value or the precision is outside what the
+// exact 64-bit path covers (the caller asks the system formatter then).
+bool fixed_digits(double value, int precision, char *out, int room);
+
+// The value of a plain decimal text (optional '-', digits, optional '.' and digits, optional
+// exponent) when it has at most 15 significant digits and a small exponent: the correctly
+// rounded double, as strtod gives it. False otherwise.
+bool fast_decimal(const char *text, double *value);
+
+} // namespace nus::num

@@ -1,5 +1,6 @@
 // Numbers from text and back: grouping checks, end pointers, sentinels, the decimal mark of
 // the process's own locale.
+#include "numeric/numeric.h"
 #include "numeric/numeric_fixture.h"
 
 #include "nus.h"
@@ -7,7 +8,9 @@
 #include <cerrno>
 #include <climits>
 #include <clocale>
+#include <cmath>
 #include <cstdlib>
+#include <random>
 
 namespace {
 
@@ -240,6 +243,49 @@ TEST(NumericConvert, ProcessLocaleWithACommaDecimalPoint) {
     set_numeric(h, ",", ".", {3});
     auto comma = W(",5");
     EXPECT_DOUBLE_EQ(nu_wcstod(h, comma.data(), nullptr, 0), 0.5);
+}
+
+} // namespace
+
+namespace {
+
+// The exact digit paths give what the system formatter and strtod give, on values of every
+// magnitude and every precision they take.
+TEST(NumericDigits, ExactPathsMatchTheSystem) {
+    std::mt19937_64 rng(99);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    std::uniform_int_distribution<int> exponent(-30, 22);
+    char ours[128], theirs[400];
+    int covered = 0;
+    for (int i = 0; i < 200000; ++i) {
+        double v = unit(rng) * std::pow(10.0, exponent(rng));
+        if (i % 4 == 0) v = std::round(v * 1000) / 1000;        // many ties and short values
+        if (i % 8 == 1) v = static_cast<double>(rng() % 100000) / 8;   // exact binary halves
+        const int precision = static_cast<int>(rng() % 18);
+        std::snprintf(theirs, sizeof theirs, "%.*f", precision, v);
+        if (nus::num::fixed_digits(v, precision, ours, sizeof ours)) {
+            ++covered;
+            ASSERT_STREQ(ours, theirs) << v << " " << precision;
+        }
+        double fast = 0;
+        if (nus::num::fast_decimal(theirs, &fast)) {
+            ASSERT_EQ(fast, std::strtod(theirs, nullptr)) << theirs;
+        }
+    }
+    EXPECT_GT(covered, 100000);
+    for (const char *text : {"0", "-0.0", "1e5", "12.5e-3", "123456789012345", "9007199254740993",
+                             "1.7976931348623157e308", "4.9e-324", "-", ".", "1e", "0.1e-22"}) {
+        double fast = 0;
+        if (nus::num::fast_decimal(text, &fast)) {
+            EXPECT_EQ(fast, std::strtod(text, nullptr)) << text;
+        }
+    }
+    double sink = 0;
+    EXPECT_FALSE(nus::num::fast_decimal("1234567890123456", &sink));   // 16 digits
+    EXPECT_FALSE(nus::num::fixed_digits(1e300, 2, ours, sizeof ours));
+    EXPECT_FALSE(nus::num::fixed_digits(-1.0, 2, ours, sizeof ours));
+    EXPECT_TRUE(nus::num::fixed_digits(0.0, 0, ours, sizeof ours));
+    EXPECT_STREQ(ours, "0");
 }
 
 } // namespace
