@@ -26,11 +26,13 @@ int fail(nu_locale_rec *h, int code) {
 
 // Display columns: 2 for a character of the locale's "full_width" class, else 1 (characters
 // without a width count one column here: padding must not fail on them).
+// The class is looked up on first use: most calls measure nothing.
 struct Columns {
     nu_locale_rec *h;
-    int full_width;
-    explicit Columns(nu_locale_rec *handle) : h(handle), full_width(nu_ctype(handle, "full_width")) {}
+    mutable int full_width = -1;
+    explicit Columns(nu_locale_rec *handle) : h(handle) {}
     int of(nu_wchar wc) const {
+        if (full_width < 0) full_width = nu_ctype(h, "full_width");
         if (full_width == 0) return 1;
         int mask;
         if (h->single_byte && h->sb_class != nullptr) mask = wc > 0xFF ? 0 : h->sb_class[wc];
@@ -69,8 +71,9 @@ int group_at(const Grouping &g, int i) {
 
 // The separator writer, after each digit while separators remain. Forward mode writes the
 // separator after the digit; reverse mode (writing right to left) before it.
-void maybe_separate(const Grouping &g, GroupState &s, bool reverse, const nu_wchar *sep,
-                    int sep_length, nu_wchar **cursor, int *count) {
+[[gnu::always_inline]] inline void maybe_separate(const Grouping &g, GroupState &s, bool reverse,
+                                                  const nu_wchar *sep, int sep_length,
+                                                  nu_wchar **cursor, int *count) {
     if (--s.digits_to_sep > 0) return;
     if (reverse) {
         *cursor -= sep_length;
@@ -266,11 +269,14 @@ int format_float(nu_locale_rec *h, double value, int *count, int size, nu_wchar 
     const int field = neg_length > pos_length ? neg_length : pos_length;
     const Columns cols(h);
     const bool signed_out = negative || (flags & (NU_FMT_PLUS | NU_FMT_SPACE)) != 0;
-    int sign_cols = 0;
-    if (negative) sign_cols = field - neg_length + cols.of(neg, neg_length);
-    else if ((flags & NU_FMT_PLUS) != 0) sign_cols = field - pos_length + cols.of(pos, pos_length);
-    else if ((flags & NU_FMT_SPACE) != 0) sign_cols = field;
-    int inner = width - ((signed_out ? sign_cols : 0) + cols.of(sep, sep_length) * gs.seps_left);
+    int inner = width;
+    if (width > 0) {
+        int sign_cols = 0;
+        if (negative) sign_cols = field - neg_length + cols.of(neg, neg_length);
+        else if ((flags & NU_FMT_PLUS) != 0) sign_cols = field - pos_length + cols.of(pos, pos_length);
+        else if ((flags & NU_FMT_SPACE) != 0) sign_cols = field;
+        inner = width - ((signed_out ? sign_cols : 0) + cols.of(sep, sep_length) * gs.seps_left);
+    }
 
     char flag_text[4];
     int nf = 0;
@@ -418,10 +424,13 @@ NU_EXPORT int nu_getDecimalCharIndex(const char *text) {
     return text[i] == '.' || text[i] == ',' ? i : -1;
 }
 
-NU_EXPORT int _nu_scan_format_modifiers(nu_locale_t h, const nu_wchar **format, int *justify,
-                                        nu_wchar *pad, int *width, int *precision,
-                                        unsigned int *flags, unsigned int *position,
-                                        va_list *args) {
+namespace {
+
+// The implementations behind the exported scanner, integer writer and output step: called
+// directly inside the library (no interposable call), exported through thin wrappers.
+int scan_modifiers(nu_locale_rec *h, const nu_wchar **format, int *justify, nu_wchar *pad,
+                   int *width, int *precision, unsigned int *flags, unsigned int *position,
+                   va_list *args) {
     const nu_wchar *f = *format;
     if (position != nullptr) {
         const nu_wchar *p = f;
@@ -481,9 +490,8 @@ NU_EXPORT int _nu_scan_format_modifiers(nu_locale_t h, const nu_wchar **format, 
     return 0;
 }
 
-NU_EXPORT int _nu_format_decimal(nu_locale_t h, uint32_t magnitude, int negative, int base,
-                                 int *count, int size, nu_wchar **out, int width, int precision,
-                                 unsigned int flags) {
+int format_decimal(nu_locale_rec *h, uint32_t magnitude, int negative, int base, int *count,
+                   int size, nu_wchar **out, int width, int precision, unsigned int flags) {
     if (base >= 37 || base < 2) return fail(h, NU_EBADVAL);
     const Columns cols(h);
     nu_wchar digits[40];
@@ -509,10 +517,12 @@ NU_EXPORT int _nu_format_decimal(nu_locale_t h, uint32_t magnitude, int negative
             magnitude /= static_cast<unsigned>(base);
         } while (magnitude != 0);
     }
+    // Display columns matter only for padding (a width) and the octal leading zero.
+    const bool octal_alt = (flags & NU_FMT_ALT) != 0 && base == 8;
     int digit_cols = 0;
-    for (int i = 0; i < n; ++i) digit_cols += cols.of(digits[i]);
-    if ((flags & NU_FMT_ALT) != 0 && base == 8 && precision <= digit_cols)
-        precision = cols.of('0') + digit_cols;
+    if (width > 0 || octal_alt)
+        for (int i = 0; i < n; ++i) digit_cols += cols.of(digits[i]);
+    if (octal_alt && precision <= digit_cols) precision = cols.of('0') + digit_cols;
     const Grouping &g = h->lc.grouping;
     GroupState gs{1, 0, 0, 0};
     if ((flags & NU_FMT_GROUP) != 0) nus::num::init_grouping(g, n, true, gs);
@@ -526,17 +536,19 @@ NU_EXPORT int _nu_format_decimal(nu_locale_t h, uint32_t magnitude, int negative
     // The sign of a value that is not negative is measured over the positive string but with
     // the negative string's length (the two are meant to be equally long): kept for
     // compatibility.
-    int sign_cols = 0;
-    if (negative) sign_cols = cols.of(sign.text, sign.length);
-    else if (sign.length > 0 || (flags & (NU_FMT_PLUS | NU_FMT_SPACE)) != 0)
-        sign_cols = cols.of(wide(h->lc.positive_sign), wlen(wide(h->lc.negative_sign)));
-    const long display = digit_cols + static_cast<long>(zeros) * cols.of('0') +
-                         static_cast<long>(gs.seps_left) * cols.of(sep, sep_length) + sign_cols +
-                         (alt16 ? 2 : 0);
     const bool zero_pad = (flags & NU_FMT_ZERO) != 0;
-    const nu_wchar pad = zero_pad ? '0' : ' ';
-    const int pw = cols.of(pad);
-    const long padding = width >= display ? (width - display + pw / 2) / pw : 0;
+    long padding = 0;
+    if (width > 0) {   // every field is at least one column wide
+        int sign_cols = 0;
+        if (negative) sign_cols = cols.of(sign.text, sign.length);
+        else if (sign.length > 0 || (flags & (NU_FMT_PLUS | NU_FMT_SPACE)) != 0)
+            sign_cols = cols.of(wide(h->lc.positive_sign), wlen(wide(h->lc.negative_sign)));
+        const long display = digit_cols + static_cast<long>(zeros) * cols.of('0') +
+                             static_cast<long>(gs.seps_left) * cols.of(sep, sep_length) +
+                             sign_cols + (alt16 ? 2 : 0);
+        const int pw = cols.of(zero_pad ? '0' : ' ');
+        padding = width >= display ? (width - display + pw / 2) / pw : 0;
+    }
     total += padding;
     if (*count + total > size) return fail(h, NU_E2BIG);
 
@@ -579,6 +591,23 @@ NU_EXPORT int _nu_format_decimal(nu_locale_t h, uint32_t magnitude, int negative
     return 0;
 }
 
+int get_mbstring(nu_locale_rec *h, char *out, const nu_wchar *ws, int size);
+
+} // namespace
+
+NU_EXPORT int _nu_scan_format_modifiers(nu_locale_t h, const nu_wchar **format, int *justify,
+                                        nu_wchar *pad, int *width, int *precision,
+                                        unsigned int *flags, unsigned int *position,
+                                        va_list *args) {
+    return scan_modifiers(h, format, justify, pad, width, precision, flags, position, args);
+}
+
+NU_EXPORT int _nu_format_decimal(nu_locale_t h, uint32_t magnitude, int negative, int base,
+                                 int *count, int size, nu_wchar **out, int width, int precision,
+                                 unsigned int flags) {
+    return format_decimal(h, magnitude, negative, base, count, size, out, width, precision, flags);
+}
+
 NU_EXPORT int nu_wcsfnum1(nu_locale_t h, nu_wchar *out, int size, const nu_wchar *format,
                           va_list args) {
     if (out == nullptr || format == nullptr) return fail(h, NU_EBADARG);
@@ -616,8 +645,7 @@ NU_EXPORT int nu_wcsfnum1(nu_locale_t h, nu_wchar *out, int size, const nu_wchar
             bool is_long = false, is_short = false, is_signed = false;
             flags |= NU_FMT_STAR_ARG;
             ++f;
-            if (_nu_scan_format_modifiers(h, &f, &justify, &pad, &width, &precision, &flags,
-                                          nullptr, &ap) != 0)
+            if (scan_modifiers(h, &f, &justify, &pad, &width, &precision, &flags, nullptr, &ap) != 0)
                 goto done;
             if (*f == 0) {
                 fail(h, NU_EBADFMT);
@@ -662,8 +690,8 @@ NU_EXPORT int nu_wcsfnum1(nu_locale_t h, nu_wchar *out, int size, const nu_wchar
                         magnitude = static_cast<uint32_t>(v);
                     }
                 }
-                status = _nu_format_decimal(h, magnitude, negative, base, &c, size, &o, width,
-                                            precision, flags);
+                status = format_decimal(h, magnitude, negative, base, &c, size, &o, width,
+                                        precision, flags);
                 break;
             }
             case 'e': case 'E': case 'f': case 'g': case 'G': {
@@ -756,9 +784,15 @@ NU_EXPORT int nu_wcsfnum(nu_locale_t h, nu_wchar *out, int size, const nu_wchar 
 }
 
 NU_EXPORT int _nu_get_mbstring(nu_locale_t h, char *out, const nu_wchar *ws, int size) {
-    const int m = nu_mb_loc_min(h) > 0 ? nu_mb_loc_min(h) : 1;
+    return get_mbstring(h, out, ws, size);
+}
+
+namespace {
+
+int get_mbstring(nu_locale_rec *h, char *out, const nu_wchar *ws, int size) {
     long bytes = 0;
     if (h->single_byte) {
+        const int m = 1;   // the terminator of a single-byte code set
         for (; *ws != 0; ++ws) {
             if (m + bytes + 1 > size) return fail(h, NU_E2BIG);
             out[bytes++] = static_cast<char>(*ws);
@@ -767,6 +801,7 @@ NU_EXPORT int _nu_get_mbstring(nu_locale_t h, char *out, const nu_wchar *ws, int
         for (int i = 0; i < m; ++i) out[bytes + i] = 0;
         return static_cast<int>(bytes);
     }
+    const int m = nu_mb_loc_min(h) > 0 ? nu_mb_loc_min(h) : 1;
     for (; *ws != 0; ++ws) {
         unsigned char one[4];
         int n;
@@ -786,6 +821,8 @@ NU_EXPORT int _nu_get_mbstring(nu_locale_t h, char *out, const nu_wchar *ws, int
     return static_cast<int>(bytes);
 }
 
+} // namespace
+
 namespace nus::num {
 
 // The multibyte front ends of the formatters: the format widened, the wide engine into a
@@ -801,10 +838,14 @@ int format_multibyte(nu_locale_rec *h, char *out, int size, const char *format,
     Scratch<nu_wchar, 31> wide_format(chars);
     if (!wide_format.ok()) return fail(h, NU_ENOMEM);
     nu_wchar *wf = wide_format.data();
-    if (to_wide(h, wf, format, static_cast<int>(chars)) < 0) return -1;
+    if (h->single_byte) {
+        for (size_t i = 0; i < chars; ++i) wf[i] = static_cast<unsigned char>(format[i]);
+    } else if (to_wide(h, wf, format, static_cast<int>(chars)) < 0) {
+        return -1;
+    }
     wf[chars - 1] = 0;
     if (engine(h, wide_out.data(), size, wf, args) < 0) return -1;
-    return _nu_get_mbstring(h, out, wide_out.data(), size);
+    return get_mbstring(h, out, wide_out.data(), size);
 }
 
 } // namespace nus::num
