@@ -75,6 +75,16 @@ TEST(NumericConvert, EndPointerCountsSpacesSeparatorsAndOneSignCharacter) {
     EXPECT_EQ(end - none.data(), 2);
 }
 
+TEST(NumericConvert, WideCharacterInASingleByteLocale) {
+    NUS_FIXTURE(h);
+    const nu_wchar text[] = {' ', 0x4E00, '5', 0};
+    nu_wchar *end = nullptr;
+    *_nu_ext_errno(h) = 0;
+    EXPECT_EQ(nu_wcstol(h, text, &end, 10, 0), 0);   // the conversion goes on, finds nothing
+    EXPECT_EQ(h.error(), NU_EILSEQ);
+    EXPECT_EQ(end, text + 1);
+}
+
 TEST(NumericConvert, IntegersToTextWithGrouping) {
     NUS_FIXTURE(h);
     set_numeric(h, ",", ".", {3});

@@ -174,6 +174,26 @@ TEST(NumericFormat, FormatErrors) {
     EXPECT_EQ(fmt(h, "%.ld", 5L), "5");
 }
 
+TEST(NumericFormat, BuffersFromTheLibraryAllocator) {
+    NUS_FIXTURE(h);
+    nus_test::CountingAllocator alloc;
+    std::vector<char> out(300);
+    const std::string long_format(100, 'x');   // widened into an allocated buffer
+    const std::string long_text(200, 'y');     // so is a long %s argument
+    EXPECT_EQ(nu_mbsfnum(h, out.data(), 300, long_format.c_str()), 100);
+    EXPECT_EQ(nu_mbsfnum(h, out.data(), 300, "%s", long_text.c_str()), 200);
+    EXPECT_GE(alloc.allocations, 3);
+    EXPECT_EQ(alloc.live, 0);
+    for (long n = 1; n <= 2; ++n) {   // the output buffer, then the string's
+        alloc.fail_from(n);
+        *_nu_ext_errno(h) = 0;
+        EXPECT_EQ(nu_mbsfnum(h, out.data(), 300, "%s", long_text.c_str()), -1);
+        EXPECT_EQ(h.error(), NU_ENOMEM) << n;
+        alloc.fail_from(0);
+        EXPECT_EQ(alloc.live, 0);
+    }
+}
+
 TEST(NumericFormat, Scanner) {
     NUS_FIXTURE(h);
     auto f = W("12$'-8.3ld");
