@@ -395,7 +395,13 @@ int format_amount(nu_locale_rec *h, const MonSpec &spec, nu_wchar conversion, do
     const int point_length = precision > 0 ? wlen(point_text) : 0;
     const int separators = spec.group ? get_grp_cnt(h, digits) : 0;
     const int sep_length = wlen(wide(lc.mon_thousands_sep));
-    const long value_room = spec.left_precision + digits + static_cast<long>(separators + 1) *
+    // The digits with their separators, the fill of a left precision, the decimal point and
+    // the fraction.
+    const long fill_room = spec.has_left_precision
+                               ? static_cast<long>(get_grp_cnt(h, spec.left_precision)) +
+                                     spec.left_precision + 1
+                               : 0;
+    const long value_room = fill_room + digits + static_cast<long>(separators + 1) *
                             (sep_length + 1) + point_length + precision + 8;
     Scratch<nu_wchar, 512> value_buffer(static_cast<size_t>(value_room));
     if (!value_buffer.ok()) return fail(h, NU_ENOMEM);

@@ -124,6 +124,12 @@ TEST(MoneyFormat, ErrorsAndBounds) {
     EXPECT_EQ(money(h, "%.999n", 1.0), "<fail 14>");
     EXPECT_EQ(money(h, "%#999n", 1.0), "<fail 14>");
     EXPECT_EQ(money(h, 500, "%n", 1e300).size(), 405u);   // "$", 301 digits, 100 separators
+    // The largest fill: a left precision of 100 with groups of one digit.
+    set_monetary(h, "", "$", ".", ",,", {1}, "", "-", {2, 2, 1, 0, 1, 0, 1, 1});
+    const std::string filled = money(h, 1000, "%=x#100n", 1.0);
+    EXPECT_EQ(filled.size(), 205u);   // alignment, "$", 199 fill characters, "1.00"
+    EXPECT_EQ(filled.substr(0, 3), " $x");
+    EXPECT_EQ(money(h, "%n", 1234.0), "$1,,2,,3,,4.00");
     // A symbol too long for the local buffer: NU_ENOMEM although the formatting succeeds.
     const std::string symbol(600, 'S');
     set_monetary(h, "", symbol, ".", ",", {3}, "", "-", {2, 2, 1, 0, 1, 0, 1, 1});
