@@ -251,3 +251,31 @@ TEST(NumericRoundTrip, EveryRealLocale) {
 }
 
 } // namespace
+
+namespace {
+
+// A UTF-8 locale whose separator is a narrow no-break space (three bytes, one column).
+TEST(NumericRealLocale, MultibyteSeparator) {
+    NUS_LOAD_OR_SKIP(h, "fr_fr.utf8");
+    ASSERT_STREQ(nu_localeconv(h)->thousands_sep, "\xe2\x80\xaf");
+    char out[64];
+    ASSERT_EQ(nu_mbsfnum(h, out, sizeof out, "%'d", -1234567), 14);
+    EXPECT_STREQ(out, "-1\xe2\x80\xaf" "234\xe2\x80\xaf" "567");
+    // Padding counts columns: the separators are one column each.
+    ASSERT_EQ(nu_mbsfnum(h, out, sizeof out, "%'12.1f|", 1234.5), 15);
+    EXPECT_STREQ(out, "     1\xe2\x80\xaf" "234,5|");
+    // Bytes, not characters, must fit.
+    EXPECT_EQ(nu_mbsfnum(h, out, 8, "%'d", 1234567), -1);
+    EXPECT_EQ(*_nu_ext_errno(h), NU_E2BIG);
+    char *end = nullptr;
+    const char *text = "1\xe2\x80\xaf" "234\xe2\x80\xaf" "567 suite";
+    EXPECT_EQ(nu_mbstol(h, text, &end, 10, 0), 1);
+    EXPECT_EQ(end, text + 1);
+    const char *grouped = "12\xe2\x80\xaf" "345,75";
+    EXPECT_DOUBLE_EQ(nu_mbstod(h, grouped, &end, 1), 12345.75);
+    EXPECT_EQ(end, grouped + std::strlen(grouped));
+    EXPECT_EQ(nu_ltombs(h, out, sizeof out, 1234567, 10, 1), 13);
+    EXPECT_STREQ(out, "1\xe2\x80\xaf" "234\xe2\x80\xaf" "567");
+}
+
+} // namespace
