@@ -299,3 +299,35 @@ TEST(NumericDigits, ExactPathsMatchTheSystem) {
 }
 
 } // namespace
+
+namespace {
+
+// Random bytes (digits, separators, signs, blanks, high bytes, invalid sequences) given to
+// every parser of the folder: no crash, no read past the input, end pointers inside it.
+TEST(NumericConvert, Garbage) {
+    std::mt19937 rng(2024);
+    const std::string alphabet = "0123456789.,-+ eE$()'%\xa0\xe2\x80\xaf\xc3\xff";
+    for (const char *spec : {"xx_yy/0333.lco", "fr_fr.utf8", "ja_jp.sjis"}) {
+        nus_test::TestLocale h(spec);
+        if (h.h == nullptr) continue;
+        for (int i = 0; i < 3000; ++i) {
+            std::string text;
+            const size_t length = rng() % (i % 50 == 0 ? 400 : 24);
+            for (size_t k = 0; k < length; ++k) text += alphabet[rng() % alphabet.size()];
+            nus_test::Guarded in(text + '\0');
+            const char *s = reinterpret_cast<const char *>(in.data);
+            char *end = nullptr;
+            const int grouping = static_cast<int>(rng() % 2);
+            (void)nu_mbstol(h, s, &end, 0, grouping);
+            ASSERT_TRUE(end == nullptr || end <= s + text.size());
+            (void)nu_mbstoul(h, s, &end, 16, grouping);
+            (void)nu_mbstod(h, s, &end, grouping);
+            ASSERT_TRUE(end == nullptr || end <= s + text.size());
+            double a = 0, b = 0;
+            const char *stop = nu_mbspmon(h, s, i % 2 ? "%'n" : "%i %n", &a, &b);
+            ASSERT_TRUE(stop == nullptr || stop <= s + text.size());
+        }
+    }
+}
+
+} // namespace
