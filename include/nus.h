@@ -13,6 +13,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <stdarg.h>
 #include <stdio.h>
 
 #ifdef __cplusplus
@@ -897,6 +898,96 @@ NU_API int _nu_validate_wc_string(nu_locale_t handle, const nu_wc_cache_node *ro
                                   const nu_wchar *ws, int *len, uint32_t *value);
 NU_API void _nu_free_mb_cache(nu_locale_t handle, nu_mb_cache_node *root);
 NU_API void _nu_free_wc_cache(nu_locale_t handle, nu_wc_cache_node *root);
+
+/* ---------------------------------------------------------------------------------------- */
+/* Numbers and money                                                                         */
+/* ---------------------------------------------------------------------------------------- */
+
+/* The flags of one conversion specification, as the scanner reports them. */
+typedef enum nu_fmt_flags {
+    NU_FMT_GROUP = 0x001,     /* "'": thousands grouping */
+    NU_FMT_LEFT = 0x002,      /* "-" */
+    NU_FMT_PLUS = 0x004,      /* "+" */
+    NU_FMT_SPACE = 0x008,     /* " " */
+    NU_FMT_ZERO = 0x010,      /* "0", unless NU_FMT_LEFT is already set */
+    NU_FMT_UPPER = 0x080,     /* conversion X */
+    NU_FMT_ALT = 0x100,       /* "#" */
+    NU_FMT_STAR_ARG = 0x200,  /* set by the caller: a "*" width comes from the argument list */
+    NU_FMT_STAR_SEEN = 0x400  /* a "*" width was seen while NU_FMT_STAR_ARG was clear */
+} nu_fmt_flags;
+
+/* printf-like formatting of numbers, characters and strings under the NUMERIC category.
+   Conversions d i u o x X b q (integers, "l" and "h" modifiers), e E f g G (doubles),
+   c s ("l" for wide arguments); flags ' - + space # 0; widths in display columns. Sizes
+   count the terminator. The characters (bytes) written without the terminator, or -1. Flags
+   and the negative sign are kept from one conversion to the next within a call. */
+NU_API int nu_wcsfnum(nu_locale_t handle, nu_wchar *out, int size, const nu_wchar *format, ...);
+NU_API int nu_mbsfnum(nu_locale_t handle, char *out, int size, const char *format, ...);
+NU_API int nu_wcsfnum1(nu_locale_t handle, nu_wchar *out, int size, const nu_wchar *format,
+                       va_list args);
+/* Scans the flags, width and precision of a specification after its "%"; advances *format.
+   A "*" width is taken from *args when NU_FMT_STAR_ARG is set and args is not null. The
+   position of "%n$" goes to *position when that is not null. 0, or -1. */
+NU_API int _nu_scan_format_modifiers(nu_locale_t handle, const nu_wchar **format, int *justify,
+                                     nu_wchar *pad, int *width, int *precision,
+                                     unsigned int *flags, unsigned int *position,
+                                     va_list *args);
+/* Writes a magnitude in a base (2 to 36) at *out, advancing *out and *count. 0, or -1. */
+NU_API int _nu_format_decimal(nu_locale_t handle, uint32_t magnitude, int negative, int base,
+                              int *count, int size, nu_wchar **out, int width, int precision,
+                              unsigned int flags);
+/* Encodes a wide string into out (size bytes, terminator included): the bytes, or -1. */
+NU_API int _nu_get_mbstring(nu_locale_t handle, char *out, const nu_wchar *ws, int size);
+/* Index of the "." or "," after optional blanks, a sign and digits; -1 when there is none. */
+NU_API int nu_getDecimalCharIndex(const char *text);
+
+/* Text to numbers with the locale's blanks, signs and (grouping 1) thousands separators.
+   Failures give 2147483647 (all bits set for an empty string given to nu_mbstoul). */
+NU_API long nu_wcstol(nu_locale_t handle, const nu_wchar *ws, nu_wchar **end, int base,
+                      int grouping);
+NU_API unsigned long nu_wcstoul(nu_locale_t handle, const nu_wchar *ws, nu_wchar **end, int base,
+                                int grouping);
+NU_API long nu_mbstol(nu_locale_t handle, const char *s, char **end, int base, int grouping);
+NU_API unsigned long nu_mbstoul(nu_locale_t handle, const char *s, char **end, int base,
+                                int grouping);
+/* Numbers to text in a base (2 to 36); an impossible base or too small an output leaves the
+   empty string. The multibyte forms return the bytes written. */
+NU_API void nu_ltowcs(nu_locale_t handle, nu_wchar *out, int size, long value, int base,
+                      int grouping);
+NU_API void nu_ultowcs(nu_locale_t handle, nu_wchar *out, int size, unsigned long value,
+                       int base, int grouping);
+NU_API int nu_ltombs(nu_locale_t handle, char *out, int size, long value, int base,
+                     int grouping);
+NU_API int nu_ultombs(nu_locale_t handle, char *out, int size, unsigned long value, int base,
+                      int grouping);
+/* Length in characters of the thousands separator (which 0 numeric, 1 monetary) or decimal
+   point standing at pos (direction 0) or ending there (direction 1); 0 when it does not. */
+NU_API int nu_iswgrpsymb(nu_locale_t handle, const nu_wchar *pos, int direction, int which);
+NU_API int nu_iswcdecml(nu_locale_t handle, const nu_wchar *pos, int direction, int which);
+/* 0 no exponent mark at pos, 1 "e" or "E", 2 followed by a sign. */
+NU_API int nu_iswcexponent(const nu_wchar *pos);
+/* Text to double with the NUMERIC (monetary 0) or MONETARY (1) symbols. 2147483647.0 is the
+   failure value of nu_mbstod. */
+NU_API double nu_wcstod_num_mon(nu_locale_t handle, const nu_wchar *ws, nu_wchar **end,
+                                int grouping, int monetary);
+NU_API double nu_wcstod(nu_locale_t handle, const nu_wchar *ws, nu_wchar **end, int grouping);
+NU_API double nu_mbstod(nu_locale_t handle, const char *s, char **end, int grouping);
+
+/* Monetary formatting: conversions %i (international) and %n (national) of doubles, flags
+   + ( = ^ ! -, width, "#" left precision, "." right precision. As nu_wcsfnum. */
+NU_API int nu_wcsfmon(nu_locale_t handle, nu_wchar *out, int size, const nu_wchar *format, ...);
+NU_API int nu_mbsfmon(nu_locale_t handle, char *out, int size, const char *format, ...);
+NU_API int nu_wcsfmon1(nu_locale_t handle, nu_wchar *out, int size, const nu_wchar *format,
+                       va_list args);
+/* Monetary parsing: each %i or %n stores a double through the next pointer argument. The
+   first input character not consumed, or null. */
+NU_API nu_wchar *nu_wcspmon(nu_locale_t handle, const nu_wchar *input, const nu_wchar *format,
+                            ...);
+NU_API char *nu_mbspmon(nu_locale_t handle, const char *input, const char *format, ...);
+NU_API nu_wchar *nu_wcspmon1(nu_locale_t handle, const nu_wchar *input, const nu_wchar *format,
+                             va_list args);
+/* Characters of the multibyte string s matched at pos (0 for a null or empty s), or -1. */
+NU_API int _nu_compare_wc_to_mb(nu_locale_t handle, const nu_wchar *pos, const char *s);
 
 #ifdef __cplusplus
 }

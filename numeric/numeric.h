@@ -1,0 +1,118 @@
+// Internal interface of the numbers-and-money folder: the locale's NUMERIC and MONETARY
+// strings as the formatters read them, class tests of wide characters, and the file-local
+// pieces of the formatters and converters that the tests reach directly.
+#pragma once
+
+#include "chars/chars.h"
+
+#include <cstdarg>
+
+namespace nus::num {
+
+inline constexpr nu_wchar kEmptyWide[1] = {0};
+
+// A category string, empty when the category holds none (the null locale).
+inline const char *mb(const CatString &s) { return s.mb != nullptr ? s.mb : ""; }
+inline const nu_wchar *wide(const CatString &s) { return s.wide != nullptr ? s.wide : kEmptyWide; }
+
+inline int wlen(const nu_wchar *s) {
+    int n = 0;
+    while (s[n] != 0) ++n;
+    return n;
+}
+
+// The classes of a wide character. In a handle whose classification table is single-byte a
+// character above 255 has none and stores NU_EILSEQ.
+inline int wclass(nu_locale_rec *h, nu_wchar wc, int mask) {
+    if (h->single_byte && h->sb_class != nullptr) {
+        if (wc > 0xFF) {
+            set_error(h, NU_EILSEQ);
+            return 0;
+        }
+        return h->sb_class[wc] & mask;
+    }
+    return _nu_im_iswctype(h, wc, mask);
+}
+
+// Multibyte to wide with the locale's string function: characters stored, or -1.
+inline int to_wide(nu_locale_rec *h, nu_wchar *out, const char *s, int n) {
+    return h->to_wide(h, out, reinterpret_cast<const unsigned char *>(s), n);
+}
+
+// Wide to multibyte with the locale's string function, at most n bytes.
+inline int to_multibyte(nu_locale_rec *h, char *out, const nu_wchar *ws, int n) {
+    auto *o = reinterpret_cast<unsigned char *>(out);
+    return h->single_byte ? _nu_is_wcstombs(h, o, ws, n) : nu_full_wcstombs(h, o, ws, n);
+}
+
+// The position k characters after s, or null when a character cannot be decoded.
+const char *step_chars(nu_locale_rec *h, const char *s, long k);
+
+// Does the text ending at pos (backward) or starting there (forward) hold `what`? Its length
+// in characters, else 0. The backward form never looks before `start`.
+int match_forward(const nu_wchar *pos, const nu_wchar *what);
+int match_backward(const nu_wchar *start, const nu_wchar *pos, const nu_wchar *what);
+
+// ---- conversions --------------------------------------------------------------------------
+
+// Digits of a magnitude in a base, most significant first ('0'..'9', then 'A'..'Z').
+void long_base_str(char *out, unsigned long magnitude, int base);
+void str_reverse(const char *source, char *destination);
+void add_grp_sep(nu_locale_rec *h, nu_wchar *digits, int length, int negative);
+int wcsdigits_to_str(nu_locale_rec *h, const nu_wchar **pos, char **cursor, char *limit,
+                     int monetary, int grouping);
+int wcsfracdigits_to_str(nu_locale_rec *h, const nu_wchar **pos, char **cursor, char *limit,
+                         int monetary);
+
+// ---- formatting ---------------------------------------------------------------------------
+
+// The grouping state that travels between the set-up and the separator writer.
+struct GroupState {
+    int group_index;
+    int seps_left;
+    int repeats_left;
+    int digits_to_sep;
+};
+void init_grouping(const Grouping &g, int digits, bool reverse, GroupState &s);
+
+int CheckForInfinity(double value);
+int CheckForNaN(double value);
+int format_float(nu_locale_rec *h, double value, int *count, int size, nu_wchar **out,
+                 int width, int precision, unsigned flags, nu_wchar conversion);
+int format_char(nu_locale_rec *h, nu_wchar wc, int *count, int size, nu_wchar **out, int width,
+                unsigned flags);
+int format_string(nu_locale_rec *h, const nu_wchar *s, int *count, int size, nu_wchar **out,
+                  int width, int precision, unsigned flags);
+
+// ---- money --------------------------------------------------------------------------------
+
+inline constexpr int kMaskSize = 6;
+int mon_mask(int *mask, int cs_precedes, int sign_posn, int sep_by_space);
+void format_money(nu_locale_rec *h, nu_wchar *out, const int *mask, int before, int after,
+                  const char *symbol, const char *sign, const nu_wchar *value);
+int max_dsp_before_val(nu_locale_rec *h, const int *mask, const char *symbol, const char *sign,
+                       const nu_wchar *value);
+int max_dsp_after_val(nu_locale_rec *h, const int *mask, const char *symbol, const char *sign);
+int get_grp_cnt(nu_locale_rec *h, int digits);
+void add_mon_grp(nu_locale_rec *h, nu_wchar *value, int digits, int separators, int precision);
+void round_dval(char *fraction, char *integer, int precision);
+void get_lval_rval(const char *text, char *integer, char *fraction, int precision);
+int mon_maskmatch(nu_locale_rec *h, const int *mask, unsigned flags, const char *sign,
+                  const char *symbol, const nu_wchar *input, const nu_wchar **end, double *value);
+
+} // namespace nus::num
+
+namespace nus::num {
+
+// "%.<precision>f" of a finite value of at least 0 as the system formatter writes it with the
+// default rounding (to nearest, ties to even, on the exact binary value): digits, and a "."
+// when the precision is above 0. False when the value or the precision is outside what the
+// exact 64-bit path covers (the caller asks the system formatter then).
+bool fixed_digits(double value, int precision, char *out, int room);
+
+// The value of a plain decimal text (optional '-', digits, optional '.' and digits, optional
+// exponent) when it has at most 15 significant digits and a small exponent: the correctly
+// rounded double, as strtod gives it. False otherwise.
+bool fast_decimal(const char *text, double *value);
+
+} // namespace nus::num
