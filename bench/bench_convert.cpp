@@ -20,19 +20,26 @@ namespace {
 
 constexpr size_t kTextSize = size_t{16} << 20;
 
-std::string iconv_text(const char *to, const char *from, const std::string &in) {
-    iconv_t cd = iconv_open(to, from);
-    if (cd == reinterpret_cast<iconv_t>(-1)) return {};
+// Converts with an open descriptor; empty when the text does not convert.
+std::string iconv_with(iconv_t cd, const std::string &in) {
     std::string out(in.size() * 4 + 16, '\0');
     char *src = const_cast<char *>(in.data());
     size_t src_left = in.size();
     char *dst = out.data();
     size_t dst_left = out.size();
+    iconv(cd, nullptr, nullptr, nullptr, nullptr);
     const size_t r = iconv(cd, &src, &src_left, &dst, &dst_left);
     iconv(cd, nullptr, nullptr, &dst, &dst_left);
-    iconv_close(cd);
     if (r == static_cast<size_t>(-1)) return {};
     out.resize(out.size() - dst_left);
+    return out;
+}
+
+std::string iconv_text(const char *to, const char *from, const std::string &in) {
+    iconv_t cd = iconv_open(to, from);
+    if (cd == reinterpret_cast<iconv_t>(-1)) return {};
+    std::string out = iconv_with(cd, in);
+    iconv_close(cd);
     return out;
 }
 
@@ -52,11 +59,13 @@ const std::string &german_utf8() {
         std::ifstream in("/usr/share/dict/ngerman");
         std::string piece, word;
         int n = 0;
+        iconv_t latin1 = iconv_open("ISO-8859-1", "UTF-8");
         while (std::getline(in, word)) {
-            if (iconv_text("ISO-8859-1", "UTF-8", word).empty()) continue;
+            if (iconv_with(latin1, word).empty()) continue;
             piece += word;
             piece += ++n % 8 == 0 ? '\n' : ' ';
         }
+        iconv_close(latin1);
         return fill(piece);
     }();
     return text;
@@ -73,7 +82,7 @@ const std::string &japanese_euc() {
             if (kind < 7) {
                 for (unsigned n = 2 + rng() % 10; n > 0; --n) {
                     const unsigned pick = rng() % 10;
-                    unsigned row = pick < 4 ? 4 : pick < 5 ? 5 : 16 + rng() % 32;
+                    unsigned row = pick < 4 ? 4 : pick < 5 ? 5 : 16 + rng() % 31;
                     unsigned col = row == 4 ? 1 + rng() % 83 : row == 5 ? 1 + rng() % 86 : 1 + rng() % 94;
                     piece += static_cast<char>(0xA0 + row);
                     piece += static_cast<char>(0xA0 + col);
@@ -99,13 +108,14 @@ const std::string &chinese_937() {
     static const std::string text = [] {
         std::mt19937 rng(937);
         std::string big5;
+        iconv_t to937 = iconv_open("IBM937", "BIG5");
         while (big5.size() < (size_t{1} << 20)) {
             if (rng() % 10 < 7) {
                 for (unsigned n = 2 + rng() % 10; n > 0; --n) {
                     const unsigned lead = 0xA4 + rng() % 0x22;
                     const unsigned trail = rng() % 2 == 0 ? 0x40 + rng() % 0x3F : 0xA1 + rng() % 0x5E;
                     const std::string c{static_cast<char>(lead), static_cast<char>(trail)};
-                    if (!iconv_text("IBM937", "BIG5", c).empty()) big5 += c;
+                    if (!iconv_with(to937, c).empty()) big5 += c;
                 }
             } else {
                 for (unsigned n = 2 + rng() % 7; n > 0; --n) big5 += static_cast<char>('a' + rng() % 26);
@@ -113,6 +123,7 @@ const std::string &chinese_937() {
             }
         }
         big5 += '\n';
+        iconv_close(to937);
         return fill(iconv_text("IBM937", "BIG5", big5));
     }();
     return text;

@@ -128,20 +128,107 @@ struct LittleEndianTarget {
     int used(const unsigned char *) const { return wide ? 4 : 2; }
 };
 
+// Where a conversion stands while it runs.
+struct Position {
+    const unsigned char *s;
+    int left;
+    unsigned char *o;
+    int space;
+    unsigned substituted;   // the flags of the converted characters, or-ed
+    bool ended;             // the terminating character was converted
+};
+
+// Converts as far as one- and two-byte characters with plain records go, from the first-byte
+// records (a descriptor opened by the library has them). Writes the target bytes four at a
+// time, so it stops while the room is below four; any other character is left to the
+// general loop.
+[[gnu::always_inline]] inline void fast_run(const CvBlock *block, const multi_t *t,
+                                            bool counted, Position &p) {
+    const FastEntry *root = block->root;
+    const bool ascii = block->ascii_identity && counted;
+    const unsigned char *s = p.s;
+    int left = p.left;
+    unsigned char *o = p.o;
+    int space = p.space;
+    unsigned substituted = p.substituted;
+    while (left > 0 && space >= 4) {
+        // Runs of ASCII that convert to themselves go eight bytes at a time.
+        if (ascii) {
+            while (left >= 8 && space >= 8) {
+                uint64_t word;
+                std::memcpy(&word, s, 8);
+                if ((word & 0x8080808080808080ull) != 0) break;
+                std::memcpy(o, &word, 8);
+                s += 8;
+                o += 8;
+                left -= 8;
+                space -= 8;
+            }
+            if (left == 0 || space < 4) break;
+        }
+        const FastEntry &e = root[s[0]];
+        unsigned flags;
+        int n, length;
+        if (e.more == 0) {
+            flags = e.flags;
+            if ((flags & kCvInvalidMask) == 0) break;
+            std::memcpy(o, e.bytes, 4);
+            n = e.count;
+            length = 1;
+        } else {
+            // The rest of the walk, from the second byte.
+            const multi_arr_t *node = e.child;
+            unsigned b = 0;
+            length = 1;
+            unsigned flag = MULTI_MORE;
+            while (flag == MULTI_MORE && length < left) {
+                b = s[length++];
+                flag = node->flag_arr != nullptr ? node->flag_arr[b] : MULTI_INVALID;
+                if (flag == MULTI_MORE) node = node->next_arr[node->offset_arr[b]];
+            }
+            if (flag != MULTI_LAST) break;   // cut off or invalid: the general loop says which
+            const unsigned char *rec = node->data_arr != nullptr
+                                           ? node->data_arr + (size_t{b} << t->shift)
+                                           : t->default_desc;
+            flags = rec[0];
+            if ((flags & kCvInvalidMask) == 0) break;
+            n = static_cast<int>(flags & kCvCount);
+            put(o, rec + 1, n);
+        }
+        substituted |= flags;
+        o += n;
+        space -= n;
+        s += length;
+        left -= length;
+        if (!counted && (flags & kCvEnd) != 0) {
+            p.ended = true;
+            break;
+        }
+    }
+    p.s = s;
+    p.left = left;
+    p.o = o;
+    p.space = space;
+    p.substituted = substituted;
+}
+
 template <typename Converter>
 int convert_loop(nu_cv_rec *cv, const Converter &c, unsigned char **in, int *inlen,
-                 unsigned char **out, int *room, int *irreversible) {
+                 unsigned char **out, int *room, int *irreversible,
+                 const CvBlock *root = nullptr) {
     if (irreversible != nullptr) *irreversible = 0;
     if (!arguments_ok(cv, in, room)) return -1;
-    const unsigned char *s = *in;
     const bool counted = inlen != nullptr;
-    int left = counted ? *inlen : kUnbounded;
-    unsigned char *o = out != nullptr ? *out : nullptr;
-    int space = *room;
-    int substituted = 0;
+    Position p{*in, counted ? *inlen : kUnbounded, out != nullptr ? *out : nullptr, *room, 0,
+               false};
     int result = 0;
-    while (left > 0) {
-        const Found f = c.find(s, left);
+    if (p.o == nullptr) root = nullptr;   // counting only: the general loop
+    while (p.left > 0) {
+        if (root != nullptr) {
+            fast_run(root, cv->table, counted, p);
+            if (p.left <= 0 || p.ended) break;
+        }
+        const Found f = c.find(p.s, p.left);
         if (f.rec == nullptr) {
             fail(cv, f.error, "Error in Translation.");
             result = -1;
@@ -153,23 +240,23 @@ int convert_loop(nu_cv_rec *cv, const Converter &c, unsigned char **in, int *inl
             result = -1;
             break;
         }
-        substituted |= flags & kCvIrreversible;
-        if (space < c.need(f.rec)) {
+        p.substituted |= flags;
+        if (p.space < c.need(f.rec)) {
             fail(cv, NU_E2BIG, "Error in Translation (NU_E2BIG)");
             result = -1;
             break;
         }
-        if (o != nullptr) o = c.write(o, f.rec);
-        space -= c.used(f.rec);
-        s += f.length;
-        left -= f.length;
+        if (p.o != nullptr) p.o = c.write(p.o, f.rec);
+        p.space -= c.used(f.rec);
+        p.s += f.length;
+        p.left -= f.length;
         if (!counted && (flags & kCvEnd) != 0) break;
     }
-    *in = const_cast<unsigned char *>(s);
-    if (counted) *inlen = left;
-    if (out != nullptr) *out = o;
-    *room = space;
-    if (irreversible != nullptr && substituted != 0) *irreversible = 1;
+    *in = const_cast<unsigned char *>(p.s);
+    if (counted) *inlen = p.left;
+    if (out != nullptr) *out = p.o;
+    *room = p.space;
+    if (irreversible != nullptr && (p.substituted & kCvIrreversible) != 0) *irreversible = 1;
     return result;
 }
 
@@ -177,7 +264,8 @@ int convert_loop(nu_cv_rec *cv, const Converter &c, unsigned char **in, int *inl
 
 int mb_miconv(nu_cv_rec *cv, void *, unsigned char **in, int *inlen, unsigned char **out,
               int *room, int *irreversible) {
-    return convert_loop(cv, Multibyte{cv->table}, in, inlen, out, room, irreversible);
+    return convert_loop(cv, Multibyte{cv->table}, in, inlen, out, room, irreversible,
+                        fast_block(cv));
 }
 
 int sb_miconv(nu_cv_rec *cv, void *, unsigned char **in, int *inlen, unsigned char **out,

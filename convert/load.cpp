@@ -153,11 +153,20 @@ bool read_table(FILE *stream, nu_cv_rec *cv, multi_t **table) {
     return true;
 }
 
-// Allocates a cleared descriptor, or hands out cd_enomem.
+// Allocates a cleared descriptor with room for its first-byte records, or hands out
+// cd_enomem.
 nu_cv_rec *new_descriptor(nu_cv_t *out) {
-    nu_cv_rec *cv = alloc_zeroed<nu_cv_rec>(1);
+    CvBlock *block = alloc_zeroed<CvBlock>(1);
+    nu_cv_rec *cv = block != nullptr ? &block->rec : nullptr;
     *out = cv != nullptr ? cv : &cd_enomem;
     return cv;
+}
+
+// Reads the file into a descriptor made by new_descriptor and copies out its first bytes.
+int read_into_block(FILE *stream, nu_cv_rec *cv) {
+    if (read_cv_file(stream, cv) != 0) return -1;
+    build_fast_root(reinterpret_cast<CvBlock *>(cv));
+    return 0;
 }
 
 bool is_fixed_width(int32_t min, int32_t max) { return min == max && (min == 2 || min == 4); }
@@ -184,6 +193,36 @@ int read_cv_file(FILE *stream, nu_cv_rec *cv) {
     set_iconv_fps(cv);
     nu_message("CVO file loaded successfully.");
     return 0;
+}
+
+void build_fast_root(CvBlock *block) {
+    const multi_t *t = block->rec.table;
+    const multi_arr_t *root = t->root;
+    for (unsigned b = 0; b < 256; ++b) {
+        FastEntry &e = block->root[b];
+        e = FastEntry{};
+        const unsigned flag = root->flag_arr != nullptr ? root->flag_arr[b] : MULTI_INVALID;
+        if (flag == MULTI_MORE) {
+            e.more = 1;
+            e.child = root->next_arr[root->offset_arr[b]];
+        } else if (flag == MULTI_LAST) {
+            const unsigned char *rec = root->data_arr != nullptr
+                                           ? root->data_arr + (size_t{b} << t->shift)
+                                           : t->default_desc;
+            e.flags = rec[0];
+            e.count = static_cast<unsigned char>(rec[0] & kCvCount);
+            std::memcpy(e.bytes, rec + 1, e.count);
+        }
+    }
+    block->ascii_identity = true;
+    for (unsigned b = 0; b < 0x80; ++b) {
+        const FastEntry &e = block->root[b];
+        // A plain record: valid, one byte, the terminator's end bit aside.
+        if (e.more != 0 || (e.flags & ~kCvEnd) != (kCvValid | 1) || e.bytes[0] != b) {
+            block->ascii_identity = false;
+        }
+    }
+    block->rec.unused3 = kFastRootMark;
 }
 
 void set_iconv_fps(nu_cv_rec *cv) {
@@ -235,7 +274,7 @@ namespace {
 // Searches a conversion file along the data-file search and reads it: 0 or -1.
 int search_and_read(nu_cv_rec *cv, const char *name) {
     FILE *stream = nu_path_search(cv, name, "cv", nu_cv_version());
-    return read_cv_file(stream, cv);
+    return read_into_block(stream, cv);
 }
 
 } // namespace
@@ -308,7 +347,7 @@ NU_EXPORT int nu_cv_load(nu_cv_t *out, const char *target_spec, const char *sour
     nu_cs_nums2cv_fname(nullptr, source, target, name.data(), directory);
     nu_cv_rec *cv = new_descriptor(out);
     if (cv == nullptr) return -1;
-    const int result = directory != nullptr ? read_cv_file(nu_open_file(cv, name.data()), cv)
+    const int result = directory != nullptr ? read_into_block(nu_open_file(cv, name.data()), cv)
                                             : search_and_read(cv, name.data());
     return result == 0 ? 1 : -1;
 }
