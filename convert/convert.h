@@ -17,28 +17,31 @@ inline constexpr unsigned char kCvTargetShifted = 0x40;
 inline constexpr unsigned char kCvSourceShift = 0x80;
 inline constexpr unsigned char kCvInvalidMask = 0xF8;  // all zero: no conversion
 
-// The records of the characters' first bytes, copied out of the table's root when a
-// descriptor is opened, so that the multibyte converter reaches a one-byte character, and the
-// second level of a two-byte one, without the trie's indirections. An opened descriptor keeps
-// them in its own block, after the record; word 25 of the record marks that they are there.
+// The records of the characters' first bytes, copied out of a table's root when a descriptor
+// is opened, so that the converters reach a one-byte character, and the node of a longer
+// one's second byte, without the trie's indirections. An opened descriptor keeps them in its
+// own block, after the record; word 25 of the record marks that they are there.
 struct FastEntry {
-    unsigned char flags;       // byte 0 of a one-byte character's record, else 0
-    unsigned char count;       // its target bytes
-    unsigned char bytes[4];    // the target bytes, zero-filled
-    unsigned char more;        // 1: the byte starts a longer character
-    unsigned char unused;
-    const multi_arr_t *child;  // the node of its second byte, when more
+    unsigned char rec[5];      // a one-byte character's record (byte 0, target bytes), zero-filled
+    unsigned char kind;        // kFastInvalid, kFastChar or kFastMore
+    unsigned char unused[2];
+    const multi_arr_t *child;  // the node of the second byte, for kFastMore
 };
+inline constexpr unsigned char kFastInvalid = 0;
+inline constexpr unsigned char kFastChar = 1;
+inline constexpr unsigned char kFastMore = 2;
+
 struct CvBlock {
     nu_cv_rec rec;
-    FastEntry root[256];
-    bool ascii_identity;   // bytes 00-7f are one-byte characters converting to themselves
+    FastEntry root[256];        // of `table`
+    FastEntry shift_root[256];  // of `shift_table`, when the source has shift states
+    bool ascii_identity;        // bytes 00-7f are one-byte characters converting to themselves
 };
 inline constexpr int32_t kFastRootMark = 0x52544f4f;
 inline const CvBlock *fast_block(const nu_cv_rec *cv) {
     return cv->unused3 == kFastRootMark ? reinterpret_cast<const CvBlock *>(cv) : nullptr;
 }
-// Fills the block's entries from the table read and marks the record.
+// Fills the block's entries from the tables read and marks the record.
 void build_fast_root(CvBlock *block);
 
 // The fixed descriptors handed out when opening fails (error slots 3, 8 and 7).

@@ -36,6 +36,29 @@ struct Found {
     }
 }
 
+// The same lookup as walk(), starting from first-byte entries.
+[[gnu::always_inline]] inline Found find_from(const FastEntry *entries, const multi_t *t,
+                                              const unsigned char *s, int count) {
+    const FastEntry &e = entries[s[0]];
+    if (e.kind == kFastChar) return {e.rec, 1, 0};
+    if (e.kind == kFastInvalid) return {nullptr, 1, NU_EILSEQ};
+    const multi_arr_t *node = e.child;
+    for (int i = 1;; ++i) {
+        if (i >= count) return {nullptr, i, NU_EINVAL};
+        const unsigned b = s[i];
+        const unsigned char *flags = node->flag_arr;
+        const unsigned flag = flags != nullptr ? flags[b] : MULTI_INVALID;
+        if (flag != MULTI_MORE) {
+            if (flag != MULTI_LAST) return {nullptr, i + 1, NU_EILSEQ};
+            const unsigned char *rec = node->data_arr != nullptr
+                                           ? node->data_arr + (size_t{b} << t->shift)
+                                           : t->default_desc;
+            return {rec, i + 1, 0};
+        }
+        node = node->next_arr[node->offset_arr[b]];
+    }
+}
+
 [[gnu::always_inline]] inline unsigned char *put(unsigned char *o, const unsigned char *bytes,
                                                  int n) {
     switch (n) {
@@ -142,10 +165,11 @@ struct Position {
 // records (a descriptor opened by the library has them). Writes the target bytes four at a
 // time, so it stops while the room is below four; any other character is left to the
 // general loop.
-[[gnu::always_inline]] inline void fast_run(const CvBlock *block, const multi_t *t,
-                                            bool counted, Position &p) {
-    const FastEntry *root = block->root;
-    const bool ascii = block->ascii_identity && counted;
+// In a conversion with shift states it stops before any character that changes a state.
+template <bool Stateful = false>
+[[gnu::always_inline]] inline void fast_run(const FastEntry *root, bool ascii_identity,
+                                            const multi_t *t, bool counted, Position &p) {
+    const bool ascii = ascii_identity && counted;
     const unsigned char *s = p.s;
     int left = p.left;
     unsigned char *o = p.o;
@@ -169,12 +193,15 @@ struct Position {
         const FastEntry &e = root[s[0]];
         unsigned flags;
         int n, length;
-        if (e.more == 0) {
-            flags = e.flags;
+        if (e.kind == kFastChar) {
+            flags = e.rec[0];
             if ((flags & kCvInvalidMask) == 0) break;
-            std::memcpy(o, e.bytes, 4);
-            n = e.count;
+            if (Stateful && (flags & (kCvSourceShift | kCvTargetShifted)) != 0) break;
+            std::memcpy(o, e.rec + 1, 4);
+            n = static_cast<int>(flags & kCvCount);
             length = 1;
+        } else if (e.kind == kFastInvalid) {
+            break;
         } else {
             // The rest of the walk, from the second byte.
             const multi_arr_t *node = e.child;
@@ -192,6 +219,7 @@ struct Position {
                                            : t->default_desc;
             flags = rec[0];
             if ((flags & kCvInvalidMask) == 0) break;
+            if (Stateful && (flags & (kCvSourceShift | kCvTargetShifted)) != 0) break;
             n = static_cast<int>(flags & kCvCount);
             put(o, rec + 1, n);
         }
@@ -225,7 +253,7 @@ int convert_loop(nu_cv_rec *cv, const Converter &c, unsigned char **in, int *inl
     if (p.o == nullptr) root = nullptr;   // counting only: the general loop
     while (p.left > 0) {
         if (root != nullptr) {
-            fast_run(root, cv->table, counted, p);
+            fast_run(root->root, root->ascii_identity, cv->table, counted, p);
             if (p.left <= 0 || p.ended) break;
         }
         const Found f = c.find(p.s, p.left);
@@ -304,16 +332,33 @@ int mb_smiconv(nu_cv_rec *cv, void *state_arg, unsigned char **in, int *inlen,
     int left = counted ? *inlen : kUnbounded;
     unsigned char *o = out != nullptr ? *out : nullptr;
     int space = *room;
-    int substituted = 0;
+    unsigned substituted = 0;
     int result = 0;
     int source_shift = state->source_shift != 0 ? 1 : 0;
     int target_shift = state->target_shift != 0 ? 1 : 0;
     const int shift_out_len = cv->special_len[0];
     const int shift_in_len = cv->special_len[1];
+    const CvBlock *block = fast_block(cv);
     while (left > 0) {
-        const multi_t *t =
-            source_shift != 0 && cv->shift_table != nullptr ? cv->shift_table : cv->table;
-        const Found f = walk(t, s, left);
+        const bool shifted = source_shift != 0 && cv->shift_table != nullptr;
+        // Characters that leave both states alone, while the target is unshifted, convert
+        // as in the multibyte converter.
+        if (block != nullptr && o != nullptr && target_shift == 0) {
+            Position p{s, left, o, space, substituted, false};
+            fast_run<true>(shifted ? block->shift_root : block->root,
+                           !shifted && block->ascii_identity, shifted ? cv->shift_table : cv->table,
+                           counted, p);
+            s = p.s;
+            left = p.left;
+            o = p.o;
+            space = p.space;
+            substituted = p.substituted;
+            if (left <= 0 || p.ended) break;
+        }
+        const multi_t *t = shifted ? cv->shift_table : cv->table;
+        const Found f = block != nullptr
+                            ? find_from(shifted ? block->shift_root : block->root, t, s, left)
+                            : walk(t, s, left);
         if (f.rec == nullptr) {
             fail(cv, f.error, "Error in Translation.");
             result = -1;
@@ -325,7 +370,7 @@ int mb_smiconv(nu_cv_rec *cv, void *state_arg, unsigned char **in, int *inlen,
             result = -1;
             break;
         }
-        substituted |= flags & kCvIrreversible;
+        substituted |= flags;
         const int next_source = (flags & kCvSourceShift) != 0 ? source_shift ^ 1 : source_shift;
         const int wanted = (flags & kCvTargetShifted) != 0 ? 1 : 0;
         const unsigned char *before = nullptr;
@@ -361,7 +406,7 @@ int mb_smiconv(nu_cv_rec *cv, void *state_arg, unsigned char **in, int *inlen,
     if (counted) *inlen = left;
     if (out != nullptr) *out = o;
     *room = space;
-    if (irreversible != nullptr && substituted != 0) *irreversible = 1;
+    if (irreversible != nullptr && (substituted & kCvIrreversible) != 0) *irreversible = 1;
     return result;
 }
 

@@ -195,30 +195,37 @@ int read_cv_file(FILE *stream, nu_cv_rec *cv) {
     return 0;
 }
 
-void build_fast_root(CvBlock *block) {
-    const multi_t *t = block->rec.table;
+namespace {
+
+void fill_entries(const multi_t *t, FastEntry *entries) {
     const multi_arr_t *root = t->root;
     for (unsigned b = 0; b < 256; ++b) {
-        FastEntry &e = block->root[b];
+        FastEntry &e = entries[b];
         e = FastEntry{};
         const unsigned flag = root->flag_arr != nullptr ? root->flag_arr[b] : MULTI_INVALID;
         if (flag == MULTI_MORE) {
-            e.more = 1;
+            e.kind = kFastMore;
             e.child = root->next_arr[root->offset_arr[b]];
         } else if (flag == MULTI_LAST) {
             const unsigned char *rec = root->data_arr != nullptr
                                            ? root->data_arr + (size_t{b} << t->shift)
                                            : t->default_desc;
-            e.flags = rec[0];
-            e.count = static_cast<unsigned char>(rec[0] & kCvCount);
-            std::memcpy(e.bytes, rec + 1, e.count);
+            e.kind = kFastChar;
+            std::memcpy(e.rec, rec, 1 + (rec[0] & kCvCount));
         }
     }
+}
+
+} // namespace
+
+void build_fast_root(CvBlock *block) {
+    fill_entries(block->rec.table, block->root);
+    if (block->rec.shift_table != nullptr) fill_entries(block->rec.shift_table, block->shift_root);
     block->ascii_identity = true;
     for (unsigned b = 0; b < 0x80; ++b) {
         const FastEntry &e = block->root[b];
         // A plain record: valid, one byte, the terminator's end bit aside.
-        if (e.more != 0 || (e.flags & ~kCvEnd) != (kCvValid | 1) || e.bytes[0] != b) {
+        if (e.kind != kFastChar || (e.rec[0] & ~kCvEnd) != (kCvValid | 1) || e.rec[1] != b) {
             block->ascii_identity = false;
         }
     }

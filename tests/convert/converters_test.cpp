@@ -329,3 +329,64 @@ TEST(Dispatch, FailureDescriptorsAndMissingArguments) {
 }
 
 } // namespace
+
+namespace {
+
+// Long text goes through the runs of plain characters (eight ASCII bytes at a time, records
+// copied out of the table); a bad byte anywhere, and a room ending anywhere, must still stop
+// the conversion on the right character with the right counts.
+TEST(Runs, ABadByteOrTheEndOfTheRoomAnywhereInALongText) {
+    Cv cv = fixture("mb.cvo");
+    std::string text, expected;
+    for (int i = 0; i < 6; ++i) {
+        text += "plain ascii text \xa1\xa1";
+        expected += "plain ascii text \xe3\x80\x80";
+    }
+    for (size_t at = 0; at < text.size(); ++at) {
+        std::string bad = text;
+        bad.insert(at, "\xff");
+        const Conv c = convert(cv, bad, 200);
+        EXPECT_EQ(c.result, -1) << at;
+        EXPECT_EQ(c.error, NU_EILSEQ) << at;
+        // The bad byte follows whole characters only where it was put between them.
+        EXPECT_LE(c.consumed, static_cast<int>(at)) << at;
+        EXPECT_EQ(c.left, static_cast<int>(bad.size()) - c.consumed) << at;
+        const Conv good = convert(cv, text.substr(0, c.consumed), 200);
+        EXPECT_EQ(good.out, c.out) << at;
+    }
+    const Conv whole = convert(cv, text, 200);
+    EXPECT_EQ(whole.out, expected);
+    for (int room = 0; room <= static_cast<int>(expected.size()); ++room) {
+        const Conv c = convert(cv, text, room);
+        const bool fits = room == static_cast<int>(expected.size());
+        EXPECT_EQ(c.result, fits ? 0 : -1) << room;
+        EXPECT_EQ(c.out, expected.substr(0, c.out.size())) << room;
+        EXPECT_EQ(c.room, room - static_cast<int>(c.out.size())) << room;
+        // It stops only where the next character does not fit.
+        if (!fits) {
+            EXPECT_EQ(c.error, NU_E2BIG) << room;
+            const int next = static_cast<unsigned char>(text[c.consumed]) == 0xa1 ? 3 : 1;
+            EXPECT_LT(c.room, next) << room;
+        }
+    }
+}
+
+TEST(Runs, ShiftedRunsInALongMixedText) {
+    Cv cv = fixture("ssrc.cvo");
+    std::string text, expected;
+    for (int i = 0; i < 5; ++i) {
+        text += kMixed;
+        expected += kMixedUtf8;
+    }
+    EXPECT_EQ(convert(cv, text, 400).out, expected);
+    for (size_t cut = 0; cut < text.size(); ++cut) {
+        nu_cv_state state{1, 0, 0, 0};
+        Conv c = convert(cv, text.substr(0, cut), 400, true, &state);
+        state.reset = 0;
+        state.flush = 1;
+        const Conv rest = convert(cv, text.substr(c.consumed), 400, true, &state);
+        EXPECT_EQ(c.out + rest.out, expected) << cut;
+    }
+}
+
+} // namespace
