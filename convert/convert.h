@@ -26,6 +26,7 @@ struct FastEntry {
     unsigned char kind;        // kFastInvalid, kFastChar or kFastMore
     unsigned char unused[2];
     const multi_arr_t *child;  // the node of the second byte, for kFastMore
+    const multi_arr_t **grand; // by second byte, the node of the third, or null
 };
 inline constexpr unsigned char kFastInvalid = 0;
 inline constexpr unsigned char kFastChar = 1;
@@ -43,6 +44,8 @@ inline const CvBlock *fast_block(const nu_cv_rec *cv) {
 }
 // Fills the block's entries from the tables read and marks the record.
 void build_fast_root(CvBlock *block);
+// Frees what build_fast_root allocated.
+void free_fast_root(CvBlock *block);
 
 // The fixed descriptors handed out when opening fails (error slots 3, 8 and 7).
 extern nu_cv_rec cd_enomem;

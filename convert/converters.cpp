@@ -203,11 +203,16 @@ template <bool Stateful = false>
         } else if (e.kind == kFastInvalid) {
             break;
         } else {
-            // The rest of the walk, from the second byte.
+            // The rest of the walk, from the second byte, or from the third when the first
+            // two lead to a node of their own.
             const multi_arr_t *node = e.child;
             unsigned b = 0;
             length = 1;
             unsigned flag = MULTI_MORE;
+            if (e.grand != nullptr && left >= 3 && e.grand[s[1]] != nullptr) {
+                node = e.grand[s[1]];
+                length = 2;
+            }
             while (flag == MULTI_MORE && length < left) {
                 b = s[length++];
                 flag = node->flag_arr != nullptr ? node->flag_arr[b] : MULTI_INVALID;

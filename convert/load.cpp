@@ -206,6 +206,16 @@ void fill_entries(const multi_t *t, FastEntry *entries) {
         if (flag == MULTI_MORE) {
             e.kind = kFastMore;
             e.child = root->next_arr[root->offset_arr[b]];
+            // Characters of three bytes or more: their third byte's nodes by second byte.
+            // Without memory for them the walk simply starts at the second byte.
+            if (e.child->child_count > 0 &&
+                (e.grand = alloc_zeroed<const multi_arr_t *>(256)) != nullptr) {
+                for (unsigned b2 = 0; b2 < 256; ++b2) {
+                    if (e.child->flag_arr[b2] == MULTI_MORE) {
+                        e.grand[b2] = e.child->next_arr[e.child->offset_arr[b2]];
+                    }
+                }
+            }
         } else if (flag == MULTI_LAST) {
             const unsigned char *rec = root->data_arr != nullptr
                                            ? root->data_arr + (size_t{b} << t->shift)
@@ -217,6 +227,15 @@ void fill_entries(const multi_t *t, FastEntry *entries) {
 }
 
 } // namespace
+
+void free_fast_root(CvBlock *block) {
+    for (FastEntry *entries : {block->root, block->shift_root}) {
+        for (int b = 0; b < 256; ++b) {
+            _nu_free_ptr(entries[b].grand);
+            entries[b].grand = nullptr;
+        }
+    }
+}
 
 void build_fast_root(CvBlock *block) {
     fill_entries(block->rec.table, block->root);
@@ -362,6 +381,7 @@ NU_EXPORT int nu_cv_load(nu_cv_t *out, const char *target_spec, const char *sour
 NU_EXPORT int nu_cv_unload(nu_cv_t cv) {
     if (cv == nullptr) return -1;
     if (is_fixed_descriptor(cv)) return 0;
+    if (fast_block(cv) != nullptr) free_fast_root(reinterpret_cast<CvBlock *>(cv));
     if (cv->nuu_in_use != 1) {
         _nu_free_multi(cv->table);
         _nu_free_multi(cv->shift_table);
