@@ -163,8 +163,12 @@ nu_cv_rec *new_descriptor(nu_cv_t *out) {
 }
 
 // Reads the file into a descriptor made by new_descriptor and copies out its first bytes.
+// The reader leaves the stream open when it fails; whoever opened it closes it.
 int read_into_block(FILE *stream, nu_cv_rec *cv) {
-    if (read_cv_file(stream, cv) != 0) return -1;
+    if (read_cv_file(stream, cv) != 0) {
+        if (stream != nullptr) _nu_ext_fclose(stream);
+        return -1;
+    }
     build_fast_root(reinterpret_cast<CvBlock *>(cv));
     return 0;
 }

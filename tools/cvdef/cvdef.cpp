@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <iconv.h>
-#include <set>
+#include <unordered_set>
 
 namespace nus::tools {
 
@@ -242,7 +242,14 @@ std::optional<std::string> conversion_from_charmaps(const Charmap &from, const C
     Iconv forth(to.code_set_name, from.code_set_name);
     Iconv back(from.code_set_name, to.code_set_name);
     const bool consult = forth.ok() && back.ok();
-    std::set<std::string> seen;
+    // Source characters met, by their bytes (at most four) and length.
+    std::unordered_set<uint64_t> seen;
+    seen.reserve(from.entries.size() * 2);
+    auto key_of = [](const std::string &bytes) {
+        uint64_t k = bytes.size();
+        for (unsigned char b : bytes) k = (k << 8) | b;
+        return k | (uint64_t{bytes.size()} << 40);
+    };
     auto add = [&](const std::string &bytes, const CharmapEntry *target, bool listed) {
         CvChar c;
         c.source = bytes;
@@ -267,7 +274,7 @@ std::optional<std::string> conversion_from_charmaps(const Charmap &from, const C
         out.initial.push_back(std::move(c));
     };
     for (const CharmapEntry &e : from.entries) {
-        if (!seen.insert(e.bytes).second) continue;
+        if (!seen.insert(key_of(e.bytes)).second) continue;
         const CharmapEntry *t = e.ucs ? to.find_ucs(*e.ucs) : nullptr;
         if (t == nullptr) t = to.find(e.symbol);
         add(e.bytes, t, true);
@@ -285,11 +292,16 @@ std::optional<std::string> conversion_from_charmaps(const Charmap &from, const C
                 if (from.mb_cur_max >= 3 && (b1 == 0x8E || b1 == 0x8F) && b2 >= 0xA1) {
                     for (unsigned b3 = 0xA1; b3 < 0xFF; ++b3) {
                         const std::string three = two + static_cast<char>(b3);
-                        if (!seen.count(three) && single(three) && seen.insert(three).second)
+                        if (!seen.count(key_of(three)) && single(three)) {
+                            seen.insert(key_of(three));
                             add(three, nullptr, false);
+                        }
                     }
                 }
-                if (!seen.count(two) && single(two) && seen.insert(two).second) add(two, nullptr, false);
+                if (!seen.count(key_of(two)) && single(two)) {
+                    seen.insert(key_of(two));
+                    add(two, nullptr, false);
+                }
             }
         }
     }
