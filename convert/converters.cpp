@@ -206,17 +206,27 @@ template <bool Stateful = false>
             // The rest of the walk, from the second byte, or from the third when the first
             // two lead to a node of their own.
             const multi_arr_t *node = e.child;
-            unsigned b = 0;
-            length = 1;
-            unsigned flag = MULTI_MORE;
-            if (e.grand != nullptr && left >= 3 && e.grand[s[1]] != nullptr) {
-                node = e.grand[s[1]];
-                length = 2;
-            }
-            while (flag == MULTI_MORE && length < left) {
-                b = s[length++];
+            unsigned b;
+            unsigned flag;
+            if (e.grand == nullptr) {
+                // No character longer than two bytes starts here.
+                if (left < 2) break;
+                b = s[1];
                 flag = node->flag_arr != nullptr ? node->flag_arr[b] : MULTI_INVALID;
-                if (flag == MULTI_MORE) node = node->next_arr[node->offset_arr[b]];
+                length = 2;
+            } else {
+                length = 1;
+                flag = MULTI_MORE;
+                if (left >= 3 && e.grand[s[1]] != nullptr) {
+                    node = e.grand[s[1]];
+                    length = 2;
+                }
+                b = 0;
+                while (flag == MULTI_MORE && length < left) {
+                    b = s[length++];
+                    flag = node->flag_arr != nullptr ? node->flag_arr[b] : MULTI_INVALID;
+                    if (flag == MULTI_MORE) node = node->next_arr[node->offset_arr[b]];
+                }
             }
             if (flag != MULTI_LAST) break;   // cut off or invalid: the general loop says which
             const unsigned char *rec = node->data_arr != nullptr
