@@ -161,11 +161,11 @@ struct Position {
     bool ended;             // the terminating character was converted
 };
 
-// Converts as far as one- and two-byte characters with plain records go, from the first-byte
-// records (a descriptor opened by the library has them). Writes the target bytes four at a
-// time, so it stops while the room is below four; any other character is left to the
-// general loop.
-// In a conversion with shift states it stops before any character that changes a state.
+// Converts as far as valid characters go, from the first-byte records (a descriptor opened by
+// the library has them). Writes one-byte characters' target bytes four at a time, so it stops
+// while the room is below four; an invalid or cut-off character is left to the general loop,
+// which reports it. In a conversion with shift states it stops before any character that
+// changes a state.
 template <bool Stateful = false>
 [[gnu::always_inline]] inline void fast_run(const FastEntry *root, bool ascii_identity,
                                             const multi_t *t, bool counted, Position &p) {

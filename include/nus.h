@@ -792,7 +792,8 @@ NU_API int nu_mbsSortKeyCollBound(nu_locale_t handle, const unsigned char *s, in
 typedef struct nu_cv_rec *nu_cv_t;
 
 /* The caller's state of a conversion that involves shift states. Set reset on the first
-   piece of a text and flush on the last; the shift words carry over between calls. */
+   piece of a text and flush on the last (which holds a character at least: a shifted target
+   is shifted back after the last character); the shift words carry over between calls. */
 typedef struct nu_cv_state {
     int32_t reset;        /* nonzero: both sides start this call in their initial state */
     int32_t flush;        /* nonzero: this call ends the text; a shifted target shifts back */
