@@ -29,7 +29,7 @@ struct nu_cv_rec {
     multi_t *shift_table;           // stateful source: the shifted state, else null
     int32_t reserved;
     nu_cv_convert_fn convert;
-    int32_t unused3;
+    int32_t unused3;                // marks a descriptor followed by its first-byte records
     void *nuu_cv;                   // companion library converter
     int32_t nuu_in_use;
 };

@@ -392,25 +392,43 @@ void count_arrays(const multi_arr_t *node, Counts &counts) {
     for (int32_t i = 0; i < node->child_count; ++i) count_arrays(node->next_arr[i], counts);
 }
 
+// The arrays met so far, each with a fingerprint, so that most arrays that differ are told
+// apart without comparing them (large tables have thousands of distinct arrays).
+struct Shared {
+    unsigned char **list;
+    int32_t &count;
+    uint64_t *prints;   // one per list entry, or null when there was no memory for them
+};
+
 // Gives the node the first equal array of the list (freeing its own) or appends its own.
 template <typename Equal>
-int32_t share(unsigned char *&arr, unsigned char **list, int32_t &count, Equal equal) {
-    for (int32_t i = 0; i < count; ++i) {
-        if (equal(list[i], arr)) {
+int32_t share(unsigned char *&arr, Shared list, uint64_t print, Equal equal) {
+    for (int32_t i = 0; i < list.count; ++i) {
+        if (list.prints != nullptr && list.prints[i] != print) continue;
+        if (equal(list.list[i], arr)) {
             _nu_free_ptr(arr);
-            arr = list[i];
+            arr = list.list[i];
             return i;
         }
     }
-    list[count] = arr;
-    return count++;
+    if (list.prints != nullptr) list.prints[list.count] = print;
+    list.list[list.count] = arr;
+    return list.count++;
 }
 
+// FNV-1a over the bytes that equality compares.
+inline uint64_t fingerprint(uint64_t h, const unsigned char *p, size_t n) {
+    for (size_t i = 0; i < n; ++i) h = (h ^ p[i]) * 0x100000001b3ull;
+    return h;
+}
+inline constexpr uint64_t kPrintSeed = 0xcbf29ce484222325ull;
+
 // Depth first from the root, children in increasing byte order.
-void compress_node(multi_t *t, multi_arr_t *node) {
+void compress_node(multi_t *t, multi_arr_t *node, uint64_t *flag_prints, uint64_t *data_prints) {
     if (node->flag_arr != nullptr) {
-        node->flag_index = share(node->flag_arr, t->flag_list, t->flag_count,
-                                 [](const unsigned char *a, const unsigned char *b) {
+        const uint64_t print = fingerprint(kPrintSeed, node->flag_arr, kSlots);
+        node->flag_index = share(node->flag_arr, Shared{t->flag_list, t->flag_count, flag_prints},
+                                 print, [](const unsigned char *a, const unsigned char *b) {
                                      return std::memcmp(a, b, kSlots) == 0;
                                  });
     } else {
@@ -418,8 +436,12 @@ void compress_node(multi_t *t, multi_arr_t *node) {
     }
     if (node->data_arr != nullptr) {
         const size_t stride = size_t{1} << t->shift;
-        node->data_index = share(node->data_arr, t->data_list, t->data_count,
-                                 [t, stride](const unsigned char *a, const unsigned char *b) {
+        uint64_t print = kPrintSeed;
+        for (int slot = 0; slot < kSlots; ++slot) {
+            print = fingerprint(print, node->data_arr + slot * stride, t->desc_size);
+        }
+        node->data_index = share(node->data_arr, Shared{t->data_list, t->data_count, data_prints},
+                                 print, [t, stride](const unsigned char *a, const unsigned char *b) {
                                      for (int s = 0; s < kSlots; ++s) {
                                          if (!same_desc(t, a + s * stride, b + s * stride)) {
                                              return false;
@@ -432,7 +454,9 @@ void compress_node(multi_t *t, multi_arr_t *node) {
     }
     if (node->child_count == 0) return;
     for (int b = 0; b < kSlots; ++b) {
-        if (node->flag_arr[b] == MULTI_MORE) compress_node(t, node->next_arr[node->offset_arr[b]]);
+        if (node->flag_arr[b] == MULTI_MORE) {
+            compress_node(t, node->next_arr[node->offset_arr[b]], flag_prints, data_prints);
+        }
     }
 }
 
@@ -462,7 +486,12 @@ NU_EXPORT int _nu_compress_multi(multi_t *table) {
     table->data_list = data_list;
     table->flag_count = 0;
     table->data_count = 0;
-    compress_node(table, table->root);
+    // Without memory for the fingerprints every array is compared in full.
+    uint64_t *flag_prints = nus::alloc_array<uint64_t>(std::max<size_t>(counts.flags, 1));
+    uint64_t *data_prints = nus::alloc_array<uint64_t>(std::max<size_t>(counts.data, 1));
+    compress_node(table, table->root, flag_prints, data_prints);
+    _nu_free_ptr(flag_prints);
+    _nu_free_ptr(data_prints);
     return 0;
 }
 

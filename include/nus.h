@@ -842,6 +842,60 @@ NU_API int nu_cal_local_to_gregorian(nu_locale_t handle, const nu_time_rec *in,
 NU_API int nu_alt_getcentury(nu_locale_t handle);
 
 /* ---------------------------------------------------------------------------------------- */
+/* Code-set conversion                                                                       */
+/* ---------------------------------------------------------------------------------------- */
+
+/* A conversion descriptor, loaded from a conversion object file (".cvo"). Its first field is
+   the error slot, read with *_nu_ext_errno(cv). */
+typedef struct nu_cv_rec *nu_cv_t;
+
+/* The caller's state of a conversion that involves shift states. Set reset on the first
+   piece of a text and flush on the last (which holds a character at least: a shifted target
+   is shifted back after the last character); the shift words carry over between calls. */
+typedef struct nu_cv_state {
+    int32_t reset;        /* nonzero: both sides start this call in their initial state */
+    int32_t flush;        /* nonzero: this call ends the text; a shifted target shifts back */
+    int32_t source_shift; /* 1 while the source is in its shifted state */
+    int32_t target_shift; /* 1 while the target is in its shifted state */
+} nu_cv_state;
+
+/* Opening. The first argument names the target, the second the source. Results: 1 a
+   descriptor was made; 0 the two sides share one code set (*cv is null: copy the bytes);
+   -1 failure, with *cv pointing at a descriptor whose error slot says why (a fixed one with
+   NU_ENOMEM, NU_ENOFILE or NU_EINVAL, or the allocated descriptor whose reading failed, which
+   the caller unloads). nu_cv_load finds "<source number><target number>.cvo" (four
+   hexadecimal digits each) in `directory` or along the data-file search; nu_cv_open and
+   nu_iconv_open find "<source name>_<target name>.cvo"; nu_iconv_open1 (0 or -1) finds the
+   file name given. */
+NU_API int nu_cv_load(nu_cv_t *cv, const char *target_spec, const char *source_spec,
+                      const char *registry, const char *directory);
+NU_API int nu_cv_open(nu_cv_t *cv, const char *target_spec, const char *source_spec);
+NU_API int nu_iconv_open(nu_cv_t *cv, const char *target_name, const char *source_name);
+NU_API int nu_iconv_open1(nu_cv_t *cv, const char *file_name);
+/* Frees a descriptor; the fixed failure descriptors are left alone. 0, or -1 for null. */
+NU_API int nu_cv_unload(nu_cv_t cv);
+
+/* Converts *in (*inlen bytes, or up to and including the terminating character when inlen is
+   null) into *out (*room bytes; with a null out only counts). Advances *in past what was
+   converted, lowers *inlen and *room, advances *out; sets *irreversible to 1 when a character
+   had no exact equivalent and was substituted. 0, or -1 with NU_EILSEQ (invalid character),
+   NU_EINVAL (character cut off by *inlen; resubmit it with more input) or NU_E2BIG (room);
+   *in then points at the character that stopped the conversion. The state may be null (the
+   text is then converted in one piece). */
+NU_API int nu_cv_mconv(nu_cv_t cv, nu_cv_state *state, unsigned char **in, int *inlen,
+                       unsigned char **out, int *room, int *irreversible);
+NU_API int nu_miconv(nu_cv_t cv, unsigned char **in, int *inlen, unsigned char **out, int *room,
+                     int *irreversible);
+/* Counts without writing: *room is lowered by the bytes the conversion of `in` needs (inlen -1:
+   up to and including the terminating character). 0 or -1 as nu_cv_mconv. */
+NU_API int nu_mconvlen(nu_cv_t cv, nu_cv_state *state, const unsigned char *in, int inlen,
+                       int *room, int *irreversible);
+/* The largest number of target bytes per source byte. */
+NU_API double nu_iconv_expansion(nu_cv_t cv);
+/* An output size sufficient for `length` input bytes: the expansion rounded up, times length. */
+NU_API int nu_cv_outbuflen(nu_cv_t cv, int length);
+
+/* ---------------------------------------------------------------------------------------- */
 /* Characters on streams                                                                     */
 /* ---------------------------------------------------------------------------------------- */
 

@@ -131,3 +131,17 @@ TEST(Charmap, RegistryNamesOfCharmaps) {
     EXPECT_EQ(error->line, 3);
     EXPECT_TRUE(nus::tools::registry_name_of_charmap((dir.path() / "absent").string(), "X", name));
 }
+
+TEST(Charmap, Utf8RangesStepThroughTheEncoding) {
+    // <U0002B820>..<U0002B85F> /xf0/xab/xa0/xa0 crosses from trail byte bf to the next lead.
+    const Charmap map = load("UTF-8.gz");
+    ASSERT_NE(map.find_ucs(0x2B83F), nullptr);
+    EXPECT_EQ(map.find_ucs(0x2B83F)->bytes, "\xf0\xab\xa0\xbf");
+    ASSERT_NE(map.find_ucs(0x2B840), nullptr);
+    EXPECT_EQ(map.find_ucs(0x2B840)->bytes, "\xf0\xab\xa1\x80");
+    for (const auto &e : map.entries) {
+        if (e.ucs) {
+            ASSERT_EQ(e.bytes, nus::tools::utf8_bytes(*e.ucs)) << e.symbol;
+        }
+    }
+}

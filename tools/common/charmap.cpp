@@ -104,6 +104,26 @@ void increment(std::string &bytes) {
 
 } // namespace
 
+std::string utf8_bytes(uint32_t cp) {
+    std::string s;
+    if (cp < 0x80) {
+        s += static_cast<char>(cp);
+    } else if (cp < 0x800) {
+        s += static_cast<char>(0xC0 | (cp >> 6));
+        s += static_cast<char>(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+        s += static_cast<char>(0xE0 | (cp >> 12));
+        s += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        s += static_cast<char>(0x80 | (cp & 0x3F));
+    } else {
+        s += static_cast<char>(0xF0 | (cp >> 18));
+        s += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+        s += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        s += static_cast<char>(0x80 | (cp & 0x3F));
+    }
+    return s;
+}
+
 std::optional<uint32_t> ucs_of_symbol(const std::string &symbol) {
     if (symbol.size() != 5 && symbol.size() != 9) return std::nullopt;
     if (symbol[0] != 'U') return std::nullopt;
@@ -227,9 +247,16 @@ std::optional<Diagnostic> read_charmap(const std::string &path, Charmap &out) {
         if (!from || !to || from->prefix != to->prefix || to->number < from->number ||
             to->number - from->number >= kMaxRange)
             return fail(k, "bad range <" + *first + "> to <" + *last + ">");
+        // A range of code points written in UTF-8 steps through the encoding, not through
+        // the bytes as a number: <U0002B820>..<U0002B85F> /xf0/xab/xa0/xa0 crosses from
+        // trail byte bf to the next lead's 80.
+        const auto first_ucs = ucs_of_symbol(*first);
+        const bool utf8 = first_ucs && *bytes == utf8_bytes(*first_ucs);
         for (uint32_t n = from->number;; ++n) {
             const std::string symbol = numbered_symbol(*from, n);
-            out.entries.push_back({symbol, *bytes, ucs_of_symbol(symbol)});
+            const auto ucs = ucs_of_symbol(symbol);
+            if (utf8 && ucs) *bytes = utf8_bytes(*ucs);
+            out.entries.push_back({symbol, *bytes, ucs});
             if (n == to->number) break;
             increment(*bytes);
         }

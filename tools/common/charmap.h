@@ -61,6 +61,9 @@ std::optional<Diagnostic> registry_name_of_charmap(const std::string &names_file
                                                   const std::string &charmap_name,
                                                   std::string &name);
 
+// The UTF-8 encoding of a code point.
+std::string utf8_bytes(uint32_t cp);
+
 // The code point of a symbol of the form Uxxxx or Uxxxxxxxx.
 std::optional<uint32_t> ucs_of_symbol(const std::string &symbol);
 

@@ -1,0 +1,458 @@
+// The five converters and the dispatch. Every converter runs one loop: look the next source
+// character up, check its record, check the room, write its target bytes, advance; they
+// differ only in how a character is found and how its bytes are written.
+#include "convert/convert.h"
+#include "frame/multi.h"
+
+namespace nus {
+
+namespace {
+
+constexpr int kUnbounded = 0x7FFFFFFF;
+
+struct Found {
+    const unsigned char *rec; // null: no character (error says why)
+    int length;               // bytes of the source character
+    int error;
+};
+
+// The table walk of the frame's text lookups, inlined here because conversion is the
+// library's hottest loop: one flag, one offset and one pointer read per byte.
+[[gnu::always_inline]] inline Found walk(const multi_t *t, const unsigned char *s, int count) {
+    const multi_arr_t *node = t->root;
+    for (int i = 0;; ++i) {
+        if (i >= count) return {nullptr, i, NU_EINVAL};
+        const unsigned b = s[i];
+        const unsigned char *flags = node->flag_arr;
+        const unsigned flag = flags != nullptr ? flags[b] : MULTI_INVALID;
+        if (flag != MULTI_MORE) {
+            if (flag != MULTI_LAST) return {nullptr, i + 1, NU_EILSEQ};
+            const unsigned char *rec = node->data_arr != nullptr
+                                           ? node->data_arr + (size_t{b} << t->shift)
+                                           : t->default_desc;
+            return {rec, i + 1, 0};
+        }
+        node = node->next_arr[node->offset_arr[b]];
+    }
+}
+
+// The same lookup as walk(), starting from first-byte entries.
+[[gnu::always_inline]] inline Found find_from(const FastEntry *entries, const multi_t *t,
+                                              const unsigned char *s, int count) {
+    const FastEntry &e = entries[s[0]];
+    if (e.kind == kFastChar) return {e.rec, 1, 0};
+    if (e.kind == kFastInvalid) return {nullptr, 1, NU_EILSEQ};
+    const multi_arr_t *node = e.child;
+    for (int i = 1;; ++i) {
+        if (i >= count) return {nullptr, i, NU_EINVAL};
+        const unsigned b = s[i];
+        const unsigned char *flags = node->flag_arr;
+        const unsigned flag = flags != nullptr ? flags[b] : MULTI_INVALID;
+        if (flag != MULTI_MORE) {
+            if (flag != MULTI_LAST) return {nullptr, i + 1, NU_EILSEQ};
+            const unsigned char *rec = node->data_arr != nullptr
+                                           ? node->data_arr + (size_t{b} << t->shift)
+                                           : t->default_desc;
+            return {rec, i + 1, 0};
+        }
+        node = node->next_arr[node->offset_arr[b]];
+    }
+}
+
+[[gnu::always_inline]] inline unsigned char *put(unsigned char *o, const unsigned char *bytes,
+                                                 int n) {
+    switch (n) {
+    case 4: o[3] = bytes[3]; [[fallthrough]];
+    case 3: o[2] = bytes[2]; [[fallthrough]];
+    case 2: o[1] = bytes[1]; [[fallthrough]];
+    case 1: o[0] = bytes[0]; [[fallthrough]];
+    default: break;
+    }
+    return o + n;
+}
+
+// The arguments every converter needs; false (NU_EBADARG) when one is missing.
+bool arguments_ok(nu_cv_rec *cv, unsigned char **in, int *room) {
+    if (in == nullptr || *in == nullptr || room == nullptr) {
+        set_error(cv, NU_EBADARG);
+        return false;
+    }
+    return true;
+}
+
+void fail(nu_cv_rec *cv, int code, const char *message) {
+    nu_message(message);
+    set_error(cv, code);
+}
+
+// The general multibyte converter.
+struct Multibyte {
+    const multi_t *t;
+    Found find(const unsigned char *s, int left) const { return walk(t, s, left); }
+    static int need(const unsigned char *rec) { return rec[0] & kCvCount; }
+    static unsigned char *write(unsigned char *o, const unsigned char *rec) {
+        return put(o, rec + 1, rec[0] & kCvCount);
+    }
+    static int used(const unsigned char *rec) { return rec[0] & kCvCount; }
+};
+
+// Single-byte source and target: the record straight from the root's data.
+struct SingleByte {
+    const unsigned char *data; // the root's data array, or null
+    const unsigned char *fallback;
+    uint32_t shift;
+    Found find(const unsigned char *s, int) const {
+        const unsigned char *rec = data != nullptr ? data + (size_t{s[0]} << shift) : fallback;
+        return {rec, 1, 0};
+    }
+    static int need(const unsigned char *) { return 1; }
+    static unsigned char *write(unsigned char *o, const unsigned char *rec) {
+        *o = rec[1];
+        return o + 1;
+    }
+    static int used(const unsigned char *) { return 1; }
+};
+
+// A source of 2- or 4-byte little-endian code units.
+struct LittleEndianSource {
+    nu_cv_rec *cv;
+    Found find(const unsigned char *s, int left) const {
+        const int width = cv->source_min_len == 4 && cv->source_max_len == 4 ? 4 : 2;
+        const void *rec = _nu_retrieve_little_endian_unicode_limit(s, cv->table, left, cv);
+        if (rec == nullptr) return {nullptr, width, *_nu_ext_errno(cv)};
+        return {static_cast<const unsigned char *>(rec), width, 0};
+    }
+    static int need(const unsigned char *rec) { return rec[0] & kCvCount; }
+    static unsigned char *write(unsigned char *o, const unsigned char *rec) {
+        return put(o, rec + 1, rec[0] & kCvCount);
+    }
+    static int used(const unsigned char *rec) { return rec[0] & kCvCount; }
+};
+
+// A target of 2- or 4-byte little-endian code units: the record's bytes in reverse order.
+struct LittleEndianTarget {
+    const multi_t *t;
+    bool wide;   // 4-byte units
+    Found find(const unsigned char *s, int left) const { return walk(t, s, left); }
+    // Deliberate: the room asked for is 2 bytes even for 4-byte units.
+    static int need(const unsigned char *) { return 2; }
+    unsigned char *write(unsigned char *o, const unsigned char *rec) const {
+        if (wide) {
+            o[0] = rec[4];
+            o[1] = rec[3];
+            o[2] = rec[2];
+            o[3] = rec[1];
+            return o + 4;
+        }
+        o[0] = rec[2];
+        o[1] = rec[1];
+        return o + 2;
+    }
+    int used(const unsigned char *) const { return wide ? 4 : 2; }
+};
+
+// Where a conversion stands while it runs.
+struct Position {
+    const unsigned char *s;
+    int left;
+    unsigned char *o;
+    int space;
+    unsigned substituted;   // the flags of the converted characters, or-ed
+    bool ended;             // the terminating character was converted
+};
+
+// Converts as far as valid characters go, from the first-byte records (a descriptor opened by
+// the library has them). Writes one-byte characters' target bytes four at a time, so it stops
+// while the room is below four; an invalid or cut-off character is left to the general loop,
+// which reports it. In a conversion with shift states it stops before any character that
+// changes a state.
+template <bool Stateful = false>
+[[gnu::always_inline]] inline void fast_run(const FastEntry *root, bool ascii_identity,
+                                            const multi_t *t, bool counted, Position &p) {
+    const bool ascii = ascii_identity && counted;
+    const unsigned char *s = p.s;
+    int left = p.left;
+    unsigned char *o = p.o;
+    int space = p.space;
+    unsigned substituted = p.substituted;
+    while (left > 0 && space >= 4) {
+        // Runs of ASCII that convert to themselves go eight bytes at a time.
+        if (ascii) {
+            while (left >= 8 && space >= 8) {
+                uint64_t word;
+                std::memcpy(&word, s, 8);
+                if ((word & 0x8080808080808080ull) != 0) break;
+                std::memcpy(o, &word, 8);
+                s += 8;
+                o += 8;
+                left -= 8;
+                space -= 8;
+            }
+            if (left == 0 || space < 4) break;
+        }
+        const FastEntry &e = root[s[0]];
+        unsigned flags;
+        int n, length;
+        if (e.kind == kFastChar) {
+            flags = e.rec[0];
+            if ((flags & kCvInvalidMask) == 0) break;
+            if (Stateful && (flags & (kCvSourceShift | kCvTargetShifted)) != 0) break;
+            std::memcpy(o, e.rec + 1, 4);
+            n = static_cast<int>(flags & kCvCount);
+            length = 1;
+        } else if (e.kind == kFastInvalid) {
+            break;
+        } else {
+            // The rest of the walk, from the second byte, or from the third when the first
+            // two lead to a node of their own.
+            const multi_arr_t *node = e.child;
+            unsigned b;
+            unsigned flag;
+            if (e.grand == nullptr) {
+                // No character longer than two bytes starts here.
+                if (left < 2) break;
+                b = s[1];
+                flag = node->flag_arr != nullptr ? node->flag_arr[b] : MULTI_INVALID;
+                length = 2;
+            } else {
+                length = 1;
+                flag = MULTI_MORE;
+                if (left >= 3 && e.grand[s[1]] != nullptr) {
+                    node = e.grand[s[1]];
+                    length = 2;
+                }
+                b = 0;
+                while (flag == MULTI_MORE && length < left) {
+                    b = s[length++];
+                    flag = node->flag_arr != nullptr ? node->flag_arr[b] : MULTI_INVALID;
+                    if (flag == MULTI_MORE) node = node->next_arr[node->offset_arr[b]];
+                }
+            }
+            if (flag != MULTI_LAST) break;   // cut off or invalid: the general loop says which
+            const unsigned char *rec = node->data_arr != nullptr
+                                           ? node->data_arr + (size_t{b} << t->shift)
+                                           : t->default_desc;
+            flags = rec[0];
+            if ((flags & kCvInvalidMask) == 0) break;
+            if (Stateful && (flags & (kCvSourceShift | kCvTargetShifted)) != 0) break;
+            n = static_cast<int>(flags & kCvCount);
+            put(o, rec + 1, n);
+        }
+        substituted |= flags;
+        o += n;
+        space -= n;
+        s += length;
+        left -= length;
+        if (!counted && (flags & kCvEnd) != 0) {
+            p.ended = true;
+            break;
+        }
+    }
+    p.s = s;
+    p.left = left;
+    p.o = o;
+    p.space = space;
+    p.substituted = substituted;
+}
+
+template <typename Converter>
+int convert_loop(nu_cv_rec *cv, const Converter &c, unsigned char **in, int *inlen,
+                 unsigned char **out, int *room, int *irreversible,
+                 const CvBlock *root = nullptr) {
+    if (irreversible != nullptr) *irreversible = 0;
+    if (!arguments_ok(cv, in, room)) return -1;
+    const bool counted = inlen != nullptr;
+    Position p{*in, counted ? *inlen : kUnbounded, out != nullptr ? *out : nullptr, *room, 0,
+               false};
+    int result = 0;
+    if (p.o == nullptr) root = nullptr;   // counting only: the general loop
+    while (p.left > 0) {
+        if (root != nullptr) {
+            fast_run(root->root, root->ascii_identity, cv->table, counted, p);
+            if (p.left <= 0 || p.ended) break;
+        }
+        const Found f = c.find(p.s, p.left);
+        if (f.rec == nullptr) {
+            fail(cv, f.error, "Error in Translation.");
+            result = -1;
+            break;
+        }
+        const unsigned flags = f.rec[0];
+        if ((flags & kCvInvalidMask) == 0) {
+            fail(cv, NU_EILSEQ, "Error in Translation (NU_EILSEQ)");
+            result = -1;
+            break;
+        }
+        p.substituted |= flags;
+        if (p.space < c.need(f.rec)) {
+            fail(cv, NU_E2BIG, "Error in Translation (NU_E2BIG)");
+            result = -1;
+            break;
+        }
+        if (p.o != nullptr) p.o = c.write(p.o, f.rec);
+        p.space -= c.used(f.rec);
+        p.s += f.length;
+        p.left -= f.length;
+        if (!counted && (flags & kCvEnd) != 0) break;
+    }
+    *in = const_cast<unsigned char *>(p.s);
+    if (counted) *inlen = p.left;
+    if (out != nullptr) *out = p.o;
+    *room = p.space;
+    if (irreversible != nullptr && (p.substituted & kCvIrreversible) != 0) *irreversible = 1;
+    return result;
+}
+
+} // namespace
+
+int mb_miconv(nu_cv_rec *cv, void *, unsigned char **in, int *inlen, unsigned char **out,
+              int *room, int *irreversible) {
+    return convert_loop(cv, Multibyte{cv->table}, in, inlen, out, room, irreversible,
+                        fast_block(cv));
+}
+
+int sb_miconv(nu_cv_rec *cv, void *, unsigned char **in, int *inlen, unsigned char **out,
+              int *room, int *irreversible) {
+    const multi_t *t = cv->table;
+    const SingleByte c{t->root->data_arr, t->default_desc, t->shift};
+    return convert_loop(cv, c, in, inlen, out, room, irreversible);
+}
+
+int little_endian_unicode_source_miconv(nu_cv_rec *cv, void *, unsigned char **in, int *inlen,
+                                        unsigned char **out, int *room, int *irreversible) {
+    return convert_loop(cv, LittleEndianSource{cv}, in, inlen, out, room, irreversible);
+}
+
+int little_endian_unicode_target_miconv(nu_cv_rec *cv, void *, unsigned char **in, int *inlen,
+                                        unsigned char **out, int *room, int *irreversible) {
+    const bool wide = cv->target_min_len == 4 && cv->target_max_len == 4;
+    return convert_loop(cv, LittleEndianTarget{cv->table, wide}, in, inlen, out, room,
+                        irreversible);
+}
+
+// Shift states on either side. The state changes a character brings are kept only once the
+// character has been written, so that a character refused for want of room (or cut off)
+// can be resubmitted in the state it was first met in.
+int mb_smiconv(nu_cv_rec *cv, void *state_arg, unsigned char **in, int *inlen,
+               unsigned char **out, int *room, int *irreversible) {
+    nu_cv_state *state = static_cast<nu_cv_state *>(state_arg);
+    if (irreversible != nullptr) *irreversible = 0;
+    if (!arguments_ok(cv, in, room)) return -1;
+    if (state->reset != 0) {
+        state->source_shift = 0;
+        state->target_shift = 0;
+    }
+    const unsigned char *s = *in;
+    const bool counted = inlen != nullptr;
+    int left = counted ? *inlen : kUnbounded;
+    unsigned char *o = out != nullptr ? *out : nullptr;
+    int space = *room;
+    unsigned substituted = 0;
+    int result = 0;
+    int source_shift = state->source_shift != 0 ? 1 : 0;
+    int target_shift = state->target_shift != 0 ? 1 : 0;
+    const int shift_out_len = cv->special_len[0];
+    const int shift_in_len = cv->special_len[1];
+    const CvBlock *block = fast_block(cv);
+    while (left > 0) {
+        const bool shifted = source_shift != 0 && cv->shift_table != nullptr;
+        // Characters that leave both states alone, while the target is unshifted, convert
+        // as in the multibyte converter.
+        if (block != nullptr && o != nullptr && target_shift == 0) {
+            Position p{s, left, o, space, substituted, false};
+            fast_run<true>(shifted ? block->shift_root : block->root,
+                           !shifted && block->ascii_identity, shifted ? cv->shift_table : cv->table,
+                           counted, p);
+            s = p.s;
+            left = p.left;
+            o = p.o;
+            space = p.space;
+            substituted = p.substituted;
+            if (left <= 0 || p.ended) break;
+        }
+        const multi_t *t = shifted ? cv->shift_table : cv->table;
+        const Found f = block != nullptr
+                            ? find_from(shifted ? block->shift_root : block->root, t, s, left)
+                            : walk(t, s, left);
+        if (f.rec == nullptr) {
+            fail(cv, f.error, "Error in Translation.");
+            result = -1;
+            break;
+        }
+        const unsigned flags = f.rec[0];
+        if ((flags & kCvInvalidMask) == 0) {
+            fail(cv, NU_EILSEQ, "Error in Translation (NU_EILSEQ)");
+            result = -1;
+            break;
+        }
+        substituted |= flags;
+        const int next_source = (flags & kCvSourceShift) != 0 ? source_shift ^ 1 : source_shift;
+        const int wanted = (flags & kCvTargetShifted) != 0 ? 1 : 0;
+        const unsigned char *before = nullptr;
+        int before_len = 0;
+        if (wanted != target_shift) {
+            before = wanted != 0 ? cv->special[0] : cv->special[1];
+            before_len = wanted != 0 ? shift_out_len : shift_in_len;
+        }
+        const bool last = counted ? left - f.length <= 0 : (flags & kCvEnd) != 0;
+        // The state stays shifted; the shift-in only closes the text.
+        const int after_len = state->flush != 0 && wanted != 0 && last ? shift_in_len : 0;
+        const int count = flags & kCvCount;
+        if (space < before_len + count + after_len) {
+            fail(cv, NU_E2BIG, "Error in Translation (NU_E2BIG)");
+            result = -1;
+            break;
+        }
+        if (o != nullptr) {
+            o = put(o, before, before_len);
+            o = put(o, f.rec + 1, count);
+            o = put(o, cv->special[1], after_len);
+        }
+        space -= before_len + count + after_len;
+        source_shift = next_source;
+        target_shift = wanted;
+        s += f.length;
+        left -= f.length;
+        if (!counted && (flags & kCvEnd) != 0) break;
+    }
+    state->source_shift = source_shift;
+    state->target_shift = target_shift;
+    *in = const_cast<unsigned char *>(s);
+    if (counted) *inlen = left;
+    if (out != nullptr) *out = o;
+    *room = space;
+    if (irreversible != nullptr && (substituted & kCvIrreversible) != 0) *irreversible = 1;
+    return result;
+}
+
+} // namespace nus
+
+using namespace nus;
+
+NU_EXPORT int nu_cv_mconv(nu_cv_t cv, nu_cv_state *state, unsigned char **in, int *inlen,
+                          unsigned char **out, int *room, int *irreversible) {
+    if (cv == nullptr) return -1;
+    // The fixed failure descriptors convert nothing; their slots keep their codes.
+    if (cv->convert == nullptr || cv->table == nullptr) return -1;
+    if (cv->source_stateful == 0 && cv->target_stateful == 0) {
+        return cv->convert(cv, state, in, inlen, out, room, irreversible);
+    }
+    nu_cv_state fresh{1, 1, 0, 0};
+    return mb_smiconv(cv, state != nullptr ? state : &fresh, in, inlen, out, room, irreversible);
+}
+
+NU_EXPORT int nu_miconv(nu_cv_t cv, unsigned char **in, int *inlen, unsigned char **out,
+                        int *room, int *irreversible) {
+    return nu_cv_mconv(cv, nullptr, in, inlen, out, room, irreversible);
+}
+
+NU_EXPORT int nu_mconvlen(nu_cv_t cv, nu_cv_state *state, const unsigned char *in, int inlen,
+                          int *room, int *irreversible) {
+    unsigned char *p = const_cast<unsigned char *>(in);
+    int length = inlen;
+    // Counting leaves the caller's state as it was.
+    nu_cv_state copy{};
+    if (state != nullptr) copy = *state;
+    return nu_cv_mconv(cv, state != nullptr ? &copy : nullptr, &p, inlen < 0 ? nullptr : &length,
+                       nullptr, room, irreversible);
+}

@@ -1,0 +1,407 @@
+// Conversion descriptors: opening by locale specifications, code-set numbers or names, the
+// reading of conversion object files, the choice of converter, and unloading.
+#include "convert/convert.h"
+#include "frame/multi.h"
+
+#include <cmath>
+
+namespace nus {
+
+nu_cv_rec cd_enomem = {NU_ENOMEM, {}, 0, 0, {}, 0, 0, 0, 0, 0, 0, 0, 0.0f, {}, {}, {}, 0, {}, 0, {}, 0};
+nu_cv_rec cd_fileerr = {NU_ENOFILE, {}, 0, 0, {}, 0, 0, 0, 0, 0, 0, 0, 0.0f, {}, {}, {}, 0, {}, 0, {}, 0};
+nu_cv_rec cd_einval = {NU_EINVAL, {}, 0, 0, {}, 0, 0, 0, 0, 0, 0, 0, 0.0f, {}, {}, {}, 0, {}, 0, {}, 0};
+
+bool is_fixed_descriptor(const nu_cv_rec *cv) {
+    return cv == &cd_enomem || cv == &cd_fileerr || cv == &cd_einval;
+}
+
+namespace {
+
+constexpr const char kFileType[] = "FILE_TYPE=codeset_conversion_object";
+constexpr const char kVersionLine[] = "COMPILER_VERSION=9";
+constexpr const char kHeaderLengthKey[] = "HEADER_LENGTH=";
+constexpr int kHeaderLineSize = 128;   // lines of at most 127 characters
+constexpr long kMaxHeaderLines = 1000; // more is not a header but damage
+constexpr int kMaxSpecial = 4;
+constexpr double kMaxExpansion = 64.0;
+
+// One header line (at most 127 characters) without its last character; false at the end.
+bool header_line(FILE *stream, char (&line)[kHeaderLineSize]) {
+    if (_nu_ext_fgets(line, kHeaderLineSize, stream) == nullptr) return false;
+    const size_t length = std::strlen(line);
+    if (length > 0) line[length - 1] = '\0';
+    return true;
+}
+
+// Reads and discards one whole line however long; false when the file ends first.
+bool skip_line(FILE *stream) {
+    char chunk[kHeaderLineSize];
+    for (;;) {
+        if (_nu_ext_fgets(chunk, sizeof chunk, stream) == nullptr) return false;
+        const size_t length = std::strlen(chunk);
+        if (length > 0 && chunk[length - 1] == '\n') return true;
+    }
+}
+
+bool read_header(FILE *stream) {
+    char line[kHeaderLineSize];
+    if (!header_line(stream, line)) return false;
+    if (std::strcmp(line, kFileType) != 0) {
+        nu_message("Invalid CVO file. Wrong FILE_TYPE.");
+        return false;
+    }
+    if (!header_line(stream, line)) return false;
+    if (std::strcmp(line, kVersionLine) != 0) {
+        nu_message("Invalid CVO file. Wrong Version.");
+        return false;
+    }
+    if (!header_line(stream, line) ||
+        std::strncmp(line, kHeaderLengthKey, sizeof kHeaderLengthKey - 1) != 0) {
+        return false;
+    }
+    const char *digits = std::strchr(line, '=') + 1;
+    long lines = 0;
+    if (!c_isdigit(static_cast<unsigned char>(*digits))) return false;
+    for (; c_isdigit(static_cast<unsigned char>(*digits)); ++digits) {
+        lines = lines * 10 + (*digits - '0');
+        if (lines > kMaxHeaderLines) return false;
+    }
+    for (long i = 4; i <= lines; ++i) {
+        if (!skip_line(stream)) return false;
+    }
+    return true;
+}
+
+bool decimal_field(FILE *stream, int32_t *out) {
+    long value = 0;
+    if (!read_decimal(stream, &value) || value < INT32_MIN || value > INT32_MAX) return false;
+    *out = static_cast<int32_t>(value);
+    return true;
+}
+
+// A special sequence: one hexadecimal digit n, then n bytes as 2n digits.
+bool special_field(FILE *stream, int32_t *length, unsigned char *bytes) {
+    _nu_skip_whitespace(stream);
+    const uint32_t n = _nu_get_hex(stream, 1);
+    if (n > kMaxSpecial) return false;
+    for (uint32_t i = 0; i < n; ++i) {
+        const uint32_t b = _nu_get_hex(stream, 2);
+        if (b > 0xFF) return false;
+        bytes[i] = static_cast<unsigned char>(b);
+    }
+    *length = static_cast<int32_t>(n);
+    return true;
+}
+
+bool fields(FILE *stream, nu_cv_rec *cv) {
+    if (!decimal_field(stream, &cv->source_stateful) ||
+        !decimal_field(stream, &cv->target_stateful)) {
+        return false;
+    }
+    for (int i = 0; i < 4; ++i) {
+        if (!special_field(stream, &cv->special_len[i], cv->special[i])) return false;
+    }
+    int32_t *lengths[] = {&cv->target_min_len, &cv->target_max_len, &cv->unused1,
+                          &cv->unused2,        &cv->source_min_len, &cv->source_max_len,
+                          &cv->build_byte_table};
+    for (int32_t *field : lengths) {
+        if (!decimal_field(stream, field)) return false;
+    }
+    _nu_skip_whitespace(stream);
+    const double expansion = _nu_get_dbl(stream);
+    if (!(expansion >= 0.0 && expansion <= kMaxExpansion)) return false;
+    cv->expansion = static_cast<float>(expansion);
+    return true;
+}
+
+// A conversion record: byte 0, then as many target bytes as its count says; the rest of the
+// slot is zero. A count beyond the slot is refused.
+int record_reader(FILE *stream, void *dest, unsigned int desc_size) {
+    unsigned char *rec = static_cast<unsigned char *>(dest);
+    std::memset(rec, 0, desc_size);
+    const uint32_t flags = _nu_get_hex(stream, 2);
+    if (flags > 0xFF) return -1;
+    const unsigned count = flags & kCvCount;
+    if (count + 1 > desc_size) return -1;
+    rec[0] = static_cast<unsigned char>(flags);
+    for (unsigned i = 1; i <= count; ++i) {
+        const uint32_t b = _nu_get_hex(stream, 2);
+        if (b > 0xFF) return -1;
+        rec[i] = static_cast<unsigned char>(b);
+    }
+    return 0;
+}
+
+bool target_length_ok(const nu_cv_rec *cv) {
+    if (cv->target_max_len >= 1 && cv->target_max_len <= 4) return true;
+    nu_message("cv->target_max_len should be in range 1..4");
+    return false;
+}
+
+// Creates a table of records for the descriptor and reads it; false with the error set.
+bool read_table(FILE *stream, nu_cv_rec *cv, multi_t **table) {
+    const unsigned char zero[5] = {};
+    *table = _nu_create_multi(static_cast<unsigned>(cv->target_max_len) + 1, 0, zero);
+    if (*table == nullptr) {
+        set_error(cv, NU_ENOMEM);
+        return false;
+    }
+    if (_nu_fscanf_multi(stream, *table, MULTI_MAX_DEPTH, record_reader) != 0) {
+        set_error(cv, _nu_multi_err(*table));
+        return false;
+    }
+    return true;
+}
+
+// Allocates a cleared descriptor with room for its first-byte records, or hands out
+// cd_enomem.
+nu_cv_rec *new_descriptor(nu_cv_t *out) {
+    CvBlock *block = alloc_zeroed<CvBlock>(1);
+    nu_cv_rec *cv = block != nullptr ? &block->rec : nullptr;
+    *out = cv != nullptr ? cv : &cd_enomem;
+    return cv;
+}
+
+// Reads the file into a descriptor made by new_descriptor and copies out its first bytes.
+// The reader leaves the stream open when it fails; whoever opened it closes it.
+int read_into_block(FILE *stream, nu_cv_rec *cv) {
+    if (read_cv_file(stream, cv) != 0) {
+        if (stream != nullptr) _nu_ext_fclose(stream);
+        return -1;
+    }
+    build_fast_root(reinterpret_cast<CvBlock *>(cv));
+    return 0;
+}
+
+bool is_fixed_width(int32_t min, int32_t max) { return min == max && (min == 2 || min == 4); }
+
+} // namespace
+
+int read_cv_file(FILE *stream, nu_cv_rec *cv) {
+    if (stream == nullptr || !read_header(stream)) {
+        set_error(cv, NU_ENOFILE);
+        return -1;
+    }
+    if (!fields(stream, cv)) {
+        set_error(cv, NU_EBADFILE);
+        return -1;
+    }
+    // Kept for compatibility: a target length out of range fails without an error code.
+    if (!target_length_ok(cv)) return -1;
+    if (!read_table(stream, cv, &cv->table)) return -1;
+    if (cv->source_stateful != 0) {
+        if (!target_length_ok(cv)) return -1;
+        if (!read_table(stream, cv, &cv->shift_table)) return -1;
+    }
+    _nu_ext_fclose(stream);
+    set_iconv_fps(cv);
+    nu_message("CVO file loaded successfully.");
+    return 0;
+}
+
+namespace {
+
+void fill_entries(const multi_t *t, FastEntry *entries) {
+    const multi_arr_t *root = t->root;
+    for (unsigned b = 0; b < 256; ++b) {
+        FastEntry &e = entries[b];
+        e = FastEntry{};
+        const unsigned flag = root->flag_arr != nullptr ? root->flag_arr[b] : MULTI_INVALID;
+        if (flag == MULTI_MORE) {
+            e.kind = kFastMore;
+            e.child = root->next_arr[root->offset_arr[b]];
+            // Characters of three bytes or more: their third byte's nodes by second byte.
+            // Without memory for them the walk simply starts at the second byte.
+            if (e.child->child_count > 0 &&
+                (e.grand = alloc_zeroed<const multi_arr_t *>(256)) != nullptr) {
+                for (unsigned b2 = 0; b2 < 256; ++b2) {
+                    if (e.child->flag_arr[b2] == MULTI_MORE) {
+                        e.grand[b2] = e.child->next_arr[e.child->offset_arr[b2]];
+                    }
+                }
+            }
+        } else if (flag == MULTI_LAST) {
+            const unsigned char *rec = root->data_arr != nullptr
+                                           ? root->data_arr + (size_t{b} << t->shift)
+                                           : t->default_desc;
+            e.kind = kFastChar;
+            std::memcpy(e.rec, rec, 1 + (rec[0] & kCvCount));
+        }
+    }
+}
+
+} // namespace
+
+void free_fast_root(CvBlock *block) {
+    for (FastEntry *entries : {block->root, block->shift_root}) {
+        for (int b = 0; b < 256; ++b) {
+            _nu_free_ptr(entries[b].grand);
+            entries[b].grand = nullptr;
+        }
+    }
+}
+
+void build_fast_root(CvBlock *block) {
+    fill_entries(block->rec.table, block->root);
+    if (block->rec.shift_table != nullptr) fill_entries(block->rec.shift_table, block->shift_root);
+    block->ascii_identity = true;
+    for (unsigned b = 0; b < 0x80; ++b) {
+        const FastEntry &e = block->root[b];
+        // A plain record: valid, one byte, the terminator's end bit aside.
+        if (e.kind != kFastChar || (e.rec[0] & ~kCvEnd) != (kCvValid | 1) || e.rec[1] != b) {
+            block->ascii_identity = false;
+        }
+    }
+    block->rec.unused3 = kFastRootMark;
+}
+
+void set_iconv_fps(nu_cv_rec *cv) {
+    const bool stateless = cv->source_stateful == 0 && cv->target_stateful == 0;
+    if (cv->source_stateful == 0 && is_fixed_width(cv->source_min_len, cv->source_max_len)) {
+        cv->convert = little_endian_unicode_source_miconv;
+    } else if (cv->target_stateful == 0 &&
+               is_fixed_width(cv->target_min_len, cv->target_max_len)) {
+        cv->convert = little_endian_unicode_target_miconv;
+    } else if (stateless && cv->source_max_len == 1 && cv->target_max_len == 1) {
+        cv->convert = sb_miconv;
+        if (cv->build_byte_table == 0) {
+            cv->byte_table = alloc_zeroed<unsigned char>(256);
+            if (cv->byte_table != nullptr) {
+                unsigned char bytes[256];
+                for (int i = 0; i < 256; ++i) bytes[i] = static_cast<unsigned char>(i);
+                unsigned char *in = bytes;
+                unsigned char *out = cv->byte_table;
+                int length = 256, room = 256, irreversible = 0;
+                // A byte without conversion stops the filling; its error stays in the slot.
+                sb_miconv(cv, nullptr, &in, &length, &out, &room, &irreversible);
+            }
+        }
+    } else {
+        cv->convert = mb_miconv;
+    }
+}
+
+void lc_spec2cs_name(const char *spec, char *out) {
+    out[0] = '\0';
+    if (spec == nullptr) return;
+    const char *dot = std::strchr(spec, '.');
+    if (dot == nullptr) return;
+    const char *start = dot + 1;
+    size_t length = 0;
+    while (start[length] != '\0' && start[length] != ' ' && start[length] != '@') {
+        if (++length >= kCsNameBuffer - 1) return;
+    }
+    std::memcpy(out, start, length);
+    out[length] = '\0';
+}
+
+} // namespace nus
+
+using namespace nus;
+
+namespace {
+
+// Searches a conversion file along the data-file search and reads it: 0 or -1.
+int search_and_read(nu_cv_rec *cv, const char *name) {
+    FILE *stream = nu_path_search(cv, name, "cv", nu_cv_version());
+    return read_into_block(stream, cv);
+}
+
+} // namespace
+
+NU_EXPORT int nu_iconv_open1(nu_cv_t *out, const char *name) {
+    if (out == nullptr) return -1;
+    nu_cv_rec *cv = new_descriptor(out);
+    if (cv == nullptr) return -1;
+    if (name == nullptr) {
+        set_error(cv, NU_ENOFILE);
+        return -1;
+    }
+    return search_and_read(cv, name);
+}
+
+NU_EXPORT int nu_iconv_open(nu_cv_t *out, const char *target, const char *source) {
+    if (out == nullptr) return -1;
+    constexpr size_t kNameSize = 1024;
+    if (target == nullptr || source == nullptr || std::strcmp(target, source) == 0 ||
+        std::strlen(source) + 1 + std::strlen(target) + 4 >= kNameSize) {
+        *out = &cd_fileerr;
+        return -1;
+    }
+    char name[kNameSize];
+    const size_t source_length = std::strlen(source), target_length = std::strlen(target);
+    std::memcpy(name, source, source_length);
+    name[source_length] = '_';
+    std::memcpy(name + source_length + 1, target, target_length);
+    std::memcpy(name + source_length + 1 + target_length, ".cvo", 5);
+    return nu_iconv_open1(out, name);
+}
+
+NU_EXPORT int nu_cv_open(nu_cv_t *out, const char *target_spec, const char *source_spec) {
+    if (out == nullptr) return -1;
+    char target[kCsNameBuffer], source[kCsNameBuffer];
+    lc_spec2cs_name(target_spec, target);
+    lc_spec2cs_name(source_spec, source);
+    if (target[0] == '\0' || source[0] == '\0') {
+        *out = &cd_fileerr;
+        return -1;
+    }
+    if (std::strcmp(target, source) == 0) {
+        *out = nullptr;
+        return 0;
+    }
+    // No companion library converts for us: the pair is always opened by its names.
+    return nu_iconv_open(out, target, source) == -1 ? -1 : 1;
+}
+
+NU_EXPORT int nu_cv_load(nu_cv_t *out, const char *target_spec, const char *source_spec,
+                         const char *registry, const char *directory) {
+    if (out == nullptr) return -1;
+    int32_t scratch = 0;
+    const unsigned target = nu_lc_spec2cs_num(&scratch, target_spec, registry);
+    const unsigned source = nu_lc_spec2cs_num(&scratch, source_spec, registry);
+    if (target == NU_UNKNOWN_CODESET || source == NU_UNKNOWN_CODESET) {
+        *out = &cd_einval;
+        return -1;
+    }
+    if (target == source) {
+        *out = nullptr;
+        return 0;
+    }
+    const size_t dir_length = directory != nullptr ? std::strlen(directory) : 0;
+    Scratch<char, 256> name(dir_length + 14);
+    if (!name.ok()) {
+        *out = &cd_enomem;
+        return -1;
+    }
+    nu_cs_nums2cv_fname(nullptr, source, target, name.data(), directory);
+    nu_cv_rec *cv = new_descriptor(out);
+    if (cv == nullptr) return -1;
+    const int result = directory != nullptr ? read_into_block(nu_open_file(cv, name.data()), cv)
+                                            : search_and_read(cv, name.data());
+    return result == 0 ? 1 : -1;
+}
+
+NU_EXPORT int nu_cv_unload(nu_cv_t cv) {
+    if (cv == nullptr) return -1;
+    if (is_fixed_descriptor(cv)) return 0;
+    if (fast_block(cv) != nullptr) free_fast_root(reinterpret_cast<CvBlock *>(cv));
+    if (cv->nuu_in_use != 1) {
+        _nu_free_multi(cv->table);
+        _nu_free_multi(cv->shift_table);
+        _nu_free_ptr(cv->byte_table);
+    }
+    _nu_free_ptr(cv);
+    return 0;
+}
+
+NU_EXPORT double nu_iconv_expansion(nu_cv_t cv) {
+    return cv != nullptr ? static_cast<double>(cv->expansion) : 0.0;
+}
+
+NU_EXPORT int nu_cv_outbuflen(nu_cv_t cv, int length) {
+    const double expansion = nu_iconv_expansion(cv);
+    int whole = static_cast<int>(expansion);
+    if (expansion - whole > 0.0) ++whole;
+    return whole * length;
+}
