@@ -54,6 +54,13 @@ const std::vector<int> &integers() {
 
 void items(benchmark::State &state) { state.SetItemsProcessed(static_cast<int64_t>(state.iterations())); }
 
+// Runs `work` on the values in turn, round and round.
+template <typename Values, typename Work>
+void over(benchmark::State &state, const Values &values, Work work) {
+    size_t i = 0;
+    for (auto _ : state) benchmark::DoNotOptimize(work(values[i++ & 1023]));
+}
+
 #define NEED_OURS(l)                                                                         \
     if ((l).ours == nullptr) return state.SkipWithError("de_de.8859-1 not in the data tree")
 #define NEED_GLIBC(l)                                                                        \
@@ -63,10 +70,7 @@ void BM_NusFnumGroupedDouble(benchmark::State &state) {
     const Locales &l = german();
     NEED_OURS(l);
     char out[64];
-    size_t i = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(nu_mbsfnum(l.ours, out, sizeof out, "%'.2f", values()[i++ & 1023]));
-    }
+    over(state, values(), [&](const auto &v) { return nu_mbsfnum(l.ours, out, sizeof out, "%'.2f", v); });
     items(state);
 }
 BENCHMARK(BM_NusFnumGroupedDouble);
@@ -76,10 +80,7 @@ void BM_GlibcSnprintfGroupedDouble(benchmark::State &state) {
     NEED_GLIBC(l);
     const locale_t old = uselocale(l.glibc);
     char out[64];
-    size_t i = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(std::snprintf(out, sizeof out, "%'.2f", values()[i++ & 1023]));
-    }
+    over(state, values(), [&](const auto &v) { return std::snprintf(out, sizeof out, "%'.2f", v); });
     uselocale(old);
     items(state);
 }
@@ -124,10 +125,7 @@ void BM_NusFnumGroupedInt(benchmark::State &state) {
     const Locales &l = german();
     NEED_OURS(l);
     char out[64];
-    size_t i = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(nu_mbsfnum(l.ours, out, sizeof out, "%'d", integers()[i++ & 1023]));
-    }
+    over(state, integers(), [&](const auto &v) { return nu_mbsfnum(l.ours, out, sizeof out, "%'d", v); });
     items(state);
 }
 BENCHMARK(BM_NusFnumGroupedInt);
@@ -137,10 +135,7 @@ void BM_GlibcSnprintfGroupedInt(benchmark::State &state) {
     NEED_GLIBC(l);
     const locale_t old = uselocale(l.glibc);
     char out[64];
-    size_t i = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(std::snprintf(out, sizeof out, "%'d", integers()[i++ & 1023]));
-    }
+    over(state, integers(), [&](const auto &v) { return std::snprintf(out, sizeof out, "%'d", v); });
     uselocale(old);
     items(state);
 }
@@ -226,10 +221,7 @@ void BM_NusFmonNational(benchmark::State &state) {
     const Locales &l = german();
     NEED_OURS(l);
     char out[64];
-    size_t i = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(nu_mbsfmon(l.ours, out, sizeof out, "%n", values()[i++ & 1023]));
-    }
+    over(state, values(), [&](const auto &v) { return nu_mbsfmon(l.ours, out, sizeof out, "%n", v); });
     items(state);
 }
 BENCHMARK(BM_NusFmonNational);
@@ -238,10 +230,7 @@ void BM_GlibcStrfmonL(benchmark::State &state) {
     const Locales &l = german();
     NEED_GLIBC(l);
     char out[64];
-    size_t i = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(strfmon_l(out, sizeof out, l.glibc, "%n", values()[i++ & 1023]));
-    }
+    over(state, values(), [&](const auto &v) { return strfmon_l(out, sizeof out, l.glibc, "%n", v); });
     items(state);
 }
 BENCHMARK(BM_GlibcStrfmonL);

@@ -571,6 +571,22 @@ bool rest_decodes(const multi_t *table, const unsigned char *root, const unsigne
 
 constexpr int kUndecodable = 2;
 
+// Decodes the character at p (before end) into *wc and moves p past it; false when the
+// bytes are no character.
+[[gnu::always_inline]] inline bool take_char(const multi_t *table, const unsigned char *root,
+                                             const unsigned char *&p, const unsigned char *end,
+                                             nu_wchar *wc) {
+    if (root[*p] == MULTI_LAST) {
+        *wc = *p++;
+        return true;
+    }
+    const nus::Walk w = nus::walk(table, p, end - p);
+    if (w.status != 0) return false;
+    *wc = w.wc;
+    p += w.length;
+    return true;
+}
+
 // The first look of the wide comparison (quick_first_level), taken straight on the multibyte
 // text of both strings in step: decided at the first two characters of different plain
 // first-level weights, undecided (0) at a character that is not plain. A decided result is
@@ -585,22 +601,8 @@ int quick_multibyte(const nu_locale_rec *h, const unsigned char *s1, const unsig
     int result = 0;
     while (p1 < e1 && p2 < e2) {
         nu_wchar c1, c2;
-        if (root[*p1] == MULTI_LAST) {
-            c1 = *p1++;
-        } else {
-            const nus::Walk w = nus::walk(table, p1, e1 - p1);
-            if (w.status != 0) return kUndecodable;
-            c1 = w.wc;
-            p1 += w.length;
-        }
-        if (root[*p2] == MULTI_LAST) {
-            c2 = *p2++;
-        } else {
-            const nus::Walk w = nus::walk(table, p2, e2 - p2);
-            if (w.status != 0) return kUndecodable;
-            c2 = w.wc;
-            p2 += w.length;
-        }
+        if (!take_char(table, root, p1, e1, &c1) || !take_char(table, root, p2, e2, &c2))
+            return kUndecodable;
         const uint16_t w1 = plain_weight(h, 0, c1);
         if (w1 == 0) return 0;
         if (c1 == c2) continue;

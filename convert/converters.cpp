@@ -18,9 +18,9 @@ struct Found {
 
 // The table walk of the frame's text lookups, inlined here because conversion is the
 // library's hottest loop: one flag, one offset and one pointer read per byte.
-[[gnu::always_inline]] inline Found walk(const multi_t *t, const unsigned char *s, int count) {
-    const multi_arr_t *node = t->root;
-    for (int i = 0;; ++i) {
+[[gnu::always_inline]] inline Found walk_from(const multi_t *t, const multi_arr_t *node,
+                                              const unsigned char *s, int i, int count) {
+    for (;; ++i) {
         if (i >= count) return {nullptr, i, NU_EINVAL};
         const unsigned b = s[i];
         const unsigned char *flags = node->flag_arr;
@@ -36,27 +36,17 @@ struct Found {
     }
 }
 
+[[gnu::always_inline]] inline Found walk(const multi_t *t, const unsigned char *s, int count) {
+    return walk_from(t, t->root, s, 0, count);
+}
+
 // The same lookup as walk(), starting from first-byte entries.
 [[gnu::always_inline]] inline Found find_from(const FastEntry *entries, const multi_t *t,
                                               const unsigned char *s, int count) {
     const FastEntry &e = entries[s[0]];
     if (e.kind == kFastChar) return {e.rec, 1, 0};
     if (e.kind == kFastInvalid) return {nullptr, 1, NU_EILSEQ};
-    const multi_arr_t *node = e.child;
-    for (int i = 1;; ++i) {
-        if (i >= count) return {nullptr, i, NU_EINVAL};
-        const unsigned b = s[i];
-        const unsigned char *flags = node->flag_arr;
-        const unsigned flag = flags != nullptr ? flags[b] : MULTI_INVALID;
-        if (flag != MULTI_MORE) {
-            if (flag != MULTI_LAST) return {nullptr, i + 1, NU_EILSEQ};
-            const unsigned char *rec = node->data_arr != nullptr
-                                           ? node->data_arr + (size_t{b} << t->shift)
-                                           : t->default_desc;
-            return {rec, i + 1, 0};
-        }
-        node = node->next_arr[node->offset_arr[b]];
-    }
+    return walk_from(t, e.child, s, 1, count);
 }
 
 [[gnu::always_inline]] inline unsigned char *put(unsigned char *o, const unsigned char *bytes,

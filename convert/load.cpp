@@ -20,28 +20,11 @@ namespace {
 constexpr const char kFileType[] = "FILE_TYPE=codeset_conversion_object";
 constexpr const char kVersionLine[] = "COMPILER_VERSION=9";
 constexpr const char kHeaderLengthKey[] = "HEADER_LENGTH=";
-constexpr int kHeaderLineSize = 128;   // lines of at most 127 characters
 constexpr long kMaxHeaderLines = 1000; // more is not a header but damage
 constexpr int kMaxSpecial = 4;
 constexpr double kMaxExpansion = 64.0;
 
-// One header line (at most 127 characters) without its last character; false at the end.
-bool header_line(FILE *stream, char (&line)[kHeaderLineSize]) {
-    if (_nu_ext_fgets(line, kHeaderLineSize, stream) == nullptr) return false;
-    const size_t length = std::strlen(line);
-    if (length > 0) line[length - 1] = '\0';
-    return true;
-}
 
-// Reads and discards one whole line however long; false when the file ends first.
-bool skip_line(FILE *stream) {
-    char chunk[kHeaderLineSize];
-    for (;;) {
-        if (_nu_ext_fgets(chunk, sizeof chunk, stream) == nullptr) return false;
-        const size_t length = std::strlen(chunk);
-        if (length > 0 && chunk[length - 1] == '\n') return true;
-    }
-}
 
 bool read_header(FILE *stream) {
     char line[kHeaderLineSize];

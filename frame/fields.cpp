@@ -5,6 +5,7 @@
 #include <climits>
 #include <clocale>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -49,6 +50,22 @@ bool scan_decimal(FILE *stream, char (&text)[41]) {
 } // namespace
 
 namespace nus {
+
+bool header_line(FILE *stream, char (&line)[kHeaderLineSize]) {
+    if (_nu_ext_fgets(line, kHeaderLineSize, stream) == nullptr) return false;
+    const size_t length = std::strlen(line);
+    if (length > 0) line[length - 1] = '\0';
+    return true;
+}
+
+bool skip_line(FILE *stream) {
+    char chunk[kHeaderLineSize];
+    for (;;) {
+        if (_nu_ext_fgets(chunk, sizeof chunk, stream) == nullptr) return false;
+        const size_t length = std::strlen(chunk);
+        if (length > 0 && chunk[length - 1] == '\n') return true;
+    }
+}
 
 // Converts the kept text as strtol does in base 10 (an optional sign, digits, saturation at
 // the limits of long), without its locale and whitespace handling: data files are read often.

@@ -90,6 +90,13 @@ private:
 // so that readers of data files can tell garbage from a number.
 bool read_decimal(FILE *stream, long *value);
 
+// Header lines of data files hold at most 127 characters.
+inline constexpr int kHeaderLineSize = 128;
+// One header line without its last character (the newline); false at the end of the file.
+bool header_line(FILE *stream, char (&line)[kHeaderLineSize]);
+// Reads and discards one whole line, however long; false when the file ends first.
+bool skip_line(FILE *stream);
+
 // Character classes of the "C" locale, independent of the process locale.
 constexpr bool c_isspace(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 constexpr bool c_isdigit(int c) { return c >= '0' && c <= '9'; }

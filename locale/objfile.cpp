@@ -10,7 +10,6 @@ namespace {
 
 constexpr const char kFileType[] = "FILE_TYPE=locale_object";
 constexpr const char kVersionKey[] = "COMPILER_VERSION=";
-constexpr int kHeaderLineSize = 128;   // lines of at most 127 characters
 constexpr int kCodesetFieldSize = 21;  // at most 20 characters, the newline included
 
 // Marker lines, indexed by category number.
@@ -18,24 +17,7 @@ constexpr const char *category_markers[] = {
     nullptr, nullptr, "### LC_CTYPE\n", "### LC_COLLATE\n", "### LC_NUMERIC\n",
     "### LC_MONETARY\n", "### LC_TIME\n", "### LC_MESSAGES\n"};
 
-// Reads one header line (at most 127 characters) without its last character; false at the
-// end of the file.
-bool header_line(FILE *stream, char (&line)[kHeaderLineSize]) {
-    if (_nu_ext_fgets(line, kHeaderLineSize, stream) == nullptr) return false;
-    const size_t length = std::strlen(line);
-    if (length > 0) line[length - 1] = '\0';
-    return true;
-}
 
-// Reads and discards one whole line, however long; false when the file ends first.
-bool skip_line(FILE *stream) {
-    char chunk[kHeaderLineSize];
-    for (;;) {
-        if (_nu_ext_fgets(chunk, sizeof chunk, stream) == nullptr) return false;
-        const size_t length = std::strlen(chunk);
-        if (length > 0 && chunk[length - 1] == '\n') return true;
-    }
-}
 
 // Reads lines until one is exactly the category's marker, newline included. Only a chunk that
 // starts a line can be a marker, so a marker text at the end of a longer line does not count;

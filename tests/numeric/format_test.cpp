@@ -17,14 +17,9 @@ using nus_test::W;
 // nu_mbsfnum into a buffer with a canary after `size` bytes; the text, or "<fail N>".
 template <typename... Args>
 std::string fmt(nu_locale_t h, int size, const char *format, Args... args) {
-    std::vector<char> out(static_cast<size_t>(size) + 16, '#');
-    *_nu_ext_errno(h) = 0;
-    const int n = nu_mbsfnum(h, out.data(), size, format, args...);
-    for (size_t i = static_cast<size_t>(size); i < out.size(); ++i)
-        if (out[i] != '#') ADD_FAILURE() << "write past the size for " << format;
-    if (n < 0) return "<fail " + std::to_string(*_nu_ext_errno(h)) + ">";
-    EXPECT_EQ(static_cast<size_t>(n), std::strlen(out.data())) << format;
-    return out.data();
+    return nus_test::guarded_text(h, size, format, [&](char *out) {
+        return nu_mbsfnum(h, out, size, format, args...);
+    });
 }
 
 template <typename... Args>

@@ -18,14 +18,9 @@ void dollars(nu_locale_t h, const std::string &pos = "") {
 
 template <typename... Args>
 std::string money(nu_locale_t h, int size, const char *format, Args... args) {
-    std::vector<char> out(static_cast<size_t>(size) + 16, '#');
-    *_nu_ext_errno(h) = 0;
-    const int n = nu_mbsfmon(h, out.data(), size, format, args...);
-    for (size_t i = static_cast<size_t>(size); i < out.size(); ++i)
-        if (out[i] != '#') ADD_FAILURE() << "write past the size for " << format;
-    if (n < 0) return "<fail " + std::to_string(*_nu_ext_errno(h)) + ">";
-    EXPECT_EQ(static_cast<size_t>(n), std::strlen(out.data())) << format;
-    return out.data();
+    return nus_test::guarded_text(h, size, format, [&](char *out) {
+        return nu_mbsfmon(h, out, size, format, args...);
+    });
 }
 
 template <typename... Args>

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -67,6 +68,21 @@ inline void set_monetary(nu_locale_t h, const std::string &intl, const std::stri
     set_string(h, h->lc.mon_positive_sign, pos);
     set_string(h, h->lc.mon_negative_sign, neg);
     for (int i = 0; i < 8; ++i) h->lc.mon_values[i] = values.at(static_cast<size_t>(i));
+}
+
+// Runs `call` (which writes into a buffer of `size` bytes) with a canary after the size;
+// the text written, or "<fail N>" with the error code. A write past the size, or a result
+// other than the text's length, is a test failure.
+template <typename Call>
+std::string guarded_text(nu_locale_t h, int size, const char *format, Call call) {
+    std::vector<char> out(static_cast<size_t>(size) + 16, '#');
+    *_nu_ext_errno(h) = 0;
+    const int n = call(out.data());
+    for (size_t i = static_cast<size_t>(size); i < out.size(); ++i)
+        if (out[i] != '#') ADD_FAILURE() << "write past the size for " << format;
+    if (n < 0) return "<fail " + std::to_string(*_nu_ext_errno(h)) + ">";
+    EXPECT_EQ(static_cast<size_t>(n), std::strlen(out.data())) << format;
+    return out.data();
 }
 
 // The Latin-1 fixture: decimal point ".", separator ",", grouping 3;3, signs "" and "-".
