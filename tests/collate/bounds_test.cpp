@@ -1,5 +1,6 @@
 // Pass directions, collating-element classes, primary keys, neighbours in primary order and
 // the bounds of prefix searches, on hand-made tables and in a generated UTF-8 locale.
+#include "support/utf8.h"
 #include "collate/collate_test_util.h"
 
 #include <gtest/gtest.h>
@@ -364,20 +365,7 @@ TEST(Bounds, NeighboursAreNearestAndBoundsEncloseThePrefix) {
     }
 }
 
-std::string utf8(uint32_t cp) {
-    std::string s;
-    if (cp < 0x80) {
-        s += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        s += static_cast<char>(0xC0 | (cp >> 6));
-        s += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        s += static_cast<char>(0xE0 | (cp >> 12));
-        s += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        s += static_cast<char>(0x80 | (cp & 0x3F));
-    }
-    return s;
-}
+using nus_test::utf8_of;
 
 // The bytes of a wide character (its bytes concatenated big-endian).
 std::string bytesOf(nu_wchar wc) {
@@ -402,7 +390,7 @@ TEST(Bounds, GeneratedNeighboursAreNearestAmongSortKeys) {
     }
     std::vector<std::pair<std::string, std::string>> keyed;   // primary key, character
     for (uint32_t cp = 1; cp < 0x3000; ++cp) {
-        const std::string c = utf8(cp);
+        const std::string c = utf8_of(cp);
         if (nu_full_mblen(loc, u(c), 4) != static_cast<int>(c.size())) continue;
         keyed.emplace_back(primaryKey(loc, c), c);
     }

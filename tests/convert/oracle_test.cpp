@@ -1,6 +1,7 @@
 // The default conversions of the generated tree against glibc's iconv: every character of
 // every source code set, real and generated text, round trips through UTF-8, and the mixed
 // single/double-byte code set converted whole and in pieces split at every byte.
+#include "support/utf8.h"
 #include "convert/convert_test_util.h"
 #include "convert/cv_rec.h"
 
@@ -98,25 +99,7 @@ private:
     iconv_t cd_;
 };
 
-std::string utf8_of(uint32_t cp) {
-    std::string s;
-    if (cp < 0x80) {
-        s += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        s += static_cast<char>(0xC0 | (cp >> 6));
-        s += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-        s += static_cast<char>(0xE0 | (cp >> 12));
-        s += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        s += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        s += static_cast<char>(0xF0 | (cp >> 18));
-        s += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-        s += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        s += static_cast<char>(0x80 | (cp & 0x3F));
-    }
-    return s;
-}
+using nus_test::utf8_of;
 
 bool is_utf8(const std::string &name) { return lower(name) == "utf-8"; }
 bool is_ucs2(const std::string &name) { return lower(name) == "ucs-2le"; }
