@@ -42,7 +42,8 @@ constexpr const char *kBoundHelp =
     "begin with the lower bound, for one). Where PREFIX ends in the beginning of a\n"
     "collating element, the bounds lie outside the element as well. A PREFIX whose\n"
     "last character is ignored at the first level (a space or a punctuation mark in\n"
-    "many locales) has no such bounds: the command warns; bound it without that\n"
+    "many locales), or is a Thai leading vowel (which sorts after the consonant that\n"
+    "follows it), has no such bounds: the command warns; bound it without that\n"
     "character.\n"
     "\n"
     "Output: a line per bound (both unless --lower or --upper is given): \"lower\" or\n"
@@ -134,22 +135,30 @@ int bound_line(nu_locale_t h, const char *prefix, bool upper, std::string &line)
     return kOk;
 }
 
-// True when the last character of `text` weighs nothing at the first level (a space or a
-// punctuation mark in many locales): the neighbours of an empty primary weight do not
-// enclose the strings that continue the text.
-bool ends_in_primary_ignorable(nu_locale_t h, const char *text) {
-    if (nu_IsSpecialLocale(h) == 1) return false; // Thai keys have no levels to cut
+// Why the bounds of `text` do not enclose the strings that begin with it, or null when they
+// do: its last character weighs nothing at the first level (a space or a punctuation mark
+// in many locales), or is a Thai leading vowel, which sorts after the consonant that follows
+// it. The neighbours of such a character bound nothing.
+const char *unbounded_ending(nu_locale_t h, const char *text) {
     const unsigned char *p = reinterpret_cast<const unsigned char *>(text);
     const unsigned char *last = p;
     while (*p != 0) {
         const int n = nu_full_mblen(h, p, 4);
-        if (n <= 0) return false;
+        if (n <= 0) return nullptr;
         last = p;
         p += n;
     }
+    if (nu_IsSpecialLocale(h) == 1) {
+        // TIS-620 leading vowels: E0 to E4.
+        return p - last == 1 && *last >= 0xE0 && *last <= 0xE4
+                   ? "is a Thai leading vowel, which sorts after the consonant that follows it"
+                   : nullptr;
+    }
     std::string key;
     const std::string character(reinterpret_cast<const char *>(last), static_cast<size_t>(p - last));
-    return sort_key(h, character.c_str(), key) && !key.empty() && primary(key).empty();
+    return sort_key(h, character.c_str(), key) && !key.empty() && primary(key).empty()
+               ? "is ignored at the first level"
+               : nullptr;
 }
 
 } // namespace
@@ -189,10 +198,10 @@ int run_bound(int argc, char **argv) {
     nu_locale_t h = locale.get();
     const char *prefix = operands[0];
     if (!valid_text(h, prefix)) return invalid_text(h, prefix);
-    if (ends_in_primary_ignorable(h, prefix))
-        warn("the last character of '%s' is ignored at the first level: the bounds do not "
-             "enclose the strings that begin with it (bound the prefix without it instead)",
-             prefix);
+    if (const char *why = unbounded_ending(h, prefix))
+        warn("the last character of '%s' %s: the bounds do not enclose the strings that "
+             "begin with it (bound the prefix without it instead)",
+             prefix, why);
     const bool lower = args.has("lower") || !args.has("upper");
     const bool upper = args.has("upper") || !args.has("lower");
     for (bool up : {false, true}) {

@@ -211,6 +211,10 @@ int formatting_failure(nu_locale_t h, const char *format, const char *argument) 
     const int code = *_nu_ext_errno(h);
     if (format_error(code))
         return usage_error("FORMAT '%s' refused: %s", format, error_text(code).c_str());
+    if (code == NU_E2BIG)
+        return report(kDataError, "cannot format '%s': the result is too long (a floating "
+                                  "conversion's width and text are limited to 99 characters)",
+                      argument);
     return report(kDataError, "cannot format '%s': %s", argument,
                   code == 0 ? "the library gave no reason" : error_text(code).c_str());
 }

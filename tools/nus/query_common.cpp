@@ -10,10 +10,14 @@ namespace nus_cli {
 
 namespace {
 
-// Options are "-x..." with an ASCII letter and "--..."; "-42", "-.5", "-$5" and "-" are
-// operands (negative numbers and amounts).
+// Options are "-x..." with an ASCII letter and "--..."; "-", "-42", "-.5", "-inf", "-1e3"
+// and "-$5" are operands (negative numbers and amounts).
 bool looks_like_option(const char *arg) {
-    return arg[0] == '-' && (std::isalpha(static_cast<unsigned char>(arg[1])) || arg[1] == '-');
+    if (arg[0] != '-' || !(std::isalpha(static_cast<unsigned char>(arg[1])) || arg[1] == '-'))
+        return false;
+    char *end = nullptr;
+    std::strtod(arg, &end);
+    return *end != '\0';
 }
 
 const OptionSpec *find_long(std::initializer_list<OptionSpec> specs, std::string_view name) {
