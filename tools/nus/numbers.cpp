@@ -79,8 +79,10 @@ constexpr const char *kParseHelp =
     "                    may be left out of the TEXT\n"
     "Options:\n"
     "  -l, --locale LOCALE  the locale, by specification (de_de.8859-1) or file name\n"
-    "  -g, --grouping       accept thousands separators; where they are given they must\n"
-    "                       stand where the locale's groups end (\"1.234.567\" in de_de)\n"
+    "  -g, --grouping       read thousands separators: a number longer than a group\n"
+    "                       must then have one at every group boundary (\"1.234.567\",\n"
+    "                       not \"1234567\", in de_de); with --integer the number must\n"
+    "                       also end the TEXT\n"
     "      --integer, --base N, --money, --format F   as above\n"
     "  -h, --help           this help\n"
     "\n"
@@ -314,6 +316,10 @@ int run_fmt(int argc, char **argv) {
                                        : nu_mbsfnum(h, buffer, size, format, wide.data());
             });
         } else {
+            if (c.letter == 'c' && *arg == '\0') {
+                worst = report(kDataError, "an empty argument has no character for %%c");
+                continue;
+            }
             n = format_grown(h, out, [&](char *buffer, int size) {
                 return nu_mbsfnum(h, buffer, size, format, arg);
             });

@@ -202,9 +202,15 @@ TEST(NusParse, Errors) {
     EXPECT_EQ(bad.err,
               "nus: parse: 'abc': no number at the start\n"
               "nus: parse: '': empty text\n");
-    auto misplaced = nus({"parse", "-l", "de_de.8859-1", "-g", "1234.567"});
+    // With -g a number longer than a group needs its separators; an integer must end the text.
+    auto misplaced = nus({"parse", "-l", "de_de.8859-1", "-g", "1234.567", "1234567"});
     EXPECT_EQ(misplaced.status, 1);
-    EXPECT_EQ(misplaced.err, "nus: parse: '1234.567': thousands separators out of place\n");
+    EXPECT_EQ(misplaced.err,
+              "nus: parse: '1234.567': thousands separators out of place\n"
+              "nus: parse: '1234567': thousands separators out of place\n");
+    auto trailing = nus({"parse", "-l", "de_de.8859-1", "--integer", "-g", "1.234", "1.234 x"});
+    EXPECT_EQ(trailing.status, 1);
+    EXPECT_EQ(trailing.out, "value 1234, unread \"\"\n");
     auto no_integer = nus({"parse", "-l", "de_de.8859-1", "--integer", "zz"});
     EXPECT_EQ(no_integer.status, 1);
     EXPECT_EQ(no_integer.err, "nus: parse: 'zz': no whole number at the start\n");
