@@ -7,6 +7,7 @@
 #include <climits>
 #include <cstring>
 #include <functional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -33,8 +34,9 @@ constexpr const char *kHelp =
     "What is counted: in a single-byte code set, the 256 byte values; in a multibyte\n"
     "one, every character the code set's decoding table admits (all byte sequences of\n"
     "up to 4 bytes that the library decodes as one character). A character is counted\n"
-    "in every class it belongs to; alnum is alpha or digit. The case counts are the\n"
-    "characters whose upper-case (lower-case) form differs from themselves.\n"
+    "in every class it belongs to; alnum is alpha or digit. Case mappings: the pairs\n"
+    "of an upper-case and a lower-case form (a letter and its partner share one), and\n"
+    "the characters whose upper-case (lower-case) form differs from themselves.\n"
     "The examples format -1234567.891 with \"%'.3f\" (numeric), \"%n\" and \"%i\"\n"
     "(monetary).\n"
     "\n"
@@ -182,14 +184,19 @@ Node ctype_section(const Context &c, const char *codeset) {
         own_masks[i] = mask >= 2048 ? mask : 0;
     }
     long long to_upper = 0, to_lower = 0;
+    // A letter and its partner share one pair (upper form, lower form), as the locale keeps
+    // them; a character without a mapping stands for itself in its pair.
+    std::set<std::pair<nu_wchar, nu_wchar>> pairs;
     for_each_character(h, single_byte, [&](nu_wchar wc, bool valid) {
         if (valid) ++characters;
         for (size_t i = 0; i < std::size(kClasses); ++i)
             if (_nu_im_iswctype(h, wc, kClasses[i].mask) != 0) ++class_counts[i];
         for (size_t i = 0; i < std::size(kOwnClassNames); ++i)
             if (own_masks[i] != 0 && _nu_im_iswctype(h, wc, own_masks[i]) != 0) ++own_counts[i];
-        if (_nu_im_towupper(h, wc) != wc) ++to_upper;
-        if (_nu_im_towlower(h, wc) != wc) ++to_lower;
+        const nu_wchar up = _nu_im_towupper(h, wc), low = _nu_im_towlower(h, wc);
+        if (up != wc) ++to_upper;
+        if (low != wc) ++to_lower;
+        if (up != wc || low != wc) pairs.emplace(up, low);
     });
     section.add("characters", Node::integer(characters));
     Node &classes = section.add("classes", Node::object());
@@ -199,6 +206,7 @@ Node ctype_section(const Context &c, const char *codeset) {
     for (size_t i = 0; i < std::size(kOwnClassNames); ++i)
         if (own_masks[i] != 0) own.add(kOwnClassNames[i], Node::integer(own_counts[i]));
     Node &cases = section.add("case_mappings", Node::object());
+    cases.add("pairs", Node::integer(static_cast<long long>(pairs.size())));
     cases.add("to_upper", Node::integer(to_upper));
     cases.add("to_lower", Node::integer(to_lower));
     cases.add("output_bytes_per_byte", Node::integer(nu_case_conv_outbuflen(h, 1)));

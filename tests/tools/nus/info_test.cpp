@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <map>
 #include <regex>
+#include <set>
 #include <string>
 
 using nus_query_test::lines;
@@ -195,10 +196,13 @@ TEST(NusInfo, ClassCountsAgreeWithTheSystemLocales) {
         EXPECT_EQ(json_number(utf8.out, name), count) << "en_us.utf8 " << name;
     }
     up = low = 0;
+    std::set<std::pair<wint_t, wint_t>> pairs;
     for (wint_t w = 0; w < 0x110000; ++w) {
         up += towupper(w) != w;
         low += towlower(w) != w;
+        if (towupper(w) != w || towlower(w) != w) pairs.emplace(towupper(w), towlower(w));
     }
+    EXPECT_EQ(json_number(utf8.out, "pairs"), static_cast<long>(pairs.size()));
     EXPECT_EQ(json_number(utf8.out, "to_upper"), up);
     EXPECT_EQ(json_number(utf8.out, "to_lower"), low);
     EXPECT_EQ(json_number(utf8.out, "min_length"), 1);
