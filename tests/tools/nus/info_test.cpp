@@ -210,6 +210,24 @@ TEST(NusInfo, ClassCountsAgreeWithTheSystemLocales) {
     std::setlocale(LC_ALL, "C");
 }
 
+TEST(NusInfo, CategoriesFromDifferentFiles) {
+    // Categories absent from the list take the whole text as their file name and fail;
+    // every category is named here.
+    auto r = nus({"info", "-l",
+                  "NU_CTYPE = de_de/0333.lco ; NU_COLLATE = de_de/0333.lco ; NU_NUMERIC = "
+                  "en_us/0333.lco ; NU_MONETARY = fr_fr/0333.lco ; NU_TIME = de_de/0333.lco ; "
+                  "NU_MESSAGES = de_de/0333.lco ; ",
+                  "numeric", "monetary"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("  numeric:  en_us/0333.lco\n  monetary: fr_fr/0333.lco\n"),
+              std::string::npos)
+        << r.out;
+    EXPECT_NE(r.out.find("  example:       \"-1,234,567.891\"\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("  example national:      \"-1\xC2\xA0" "234\xC2\xA0" "567,89 EUR\""),
+              std::string::npos)
+        << r.out;
+}
+
 TEST(NusInfo, ErrorsAndHelp) {
     auto help = nus({"info", "--help"});
     EXPECT_EQ(help.status, 0);
