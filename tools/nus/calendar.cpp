@@ -41,12 +41,12 @@ constexpr const char *kCalendarNames[] = {"gregorian", "hebrew", "islamic"};
 
 constexpr const char *kWeekdays[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
                                      "Thursday", "Friday", "Saturday"};
-constexpr const char *kGregorianMonths[] = {"January", "February", "March",     "April",
-                                            "May",     "June",     "July",      "August",
-                                            "September", "October", "November", "December"};
+constexpr const char *kGregorianMonths[] = {"January",   "February", "March",    "April",
+                                            "May",       "June",     "July",     "August",
+                                            "September", "October",  "November", "December"};
 // By the month-name word of the time value: 12 and 13 are the two Adars of a leap year.
-constexpr const char *kHebrewMonths[] = {"Tishri", "Heshvan", "Kislev", "Tevet", "Shevat",
-                                         "Adar",   "Nisan",   "Iyar",   "Sivan", "Tammuz",
+constexpr const char *kHebrewMonths[] = {"Tishri", "Heshvan", "Kislev", "Tevet",  "Shevat",
+                                         "Adar",   "Nisan",   "Iyar",   "Sivan",  "Tammuz",
                                          "Av",     "Elul",    "Adar I", "Adar II"};
 constexpr const char *kIslamicMonths[] = {
     "Muharram", "Safar",  "Rabi al-Awwal", "Rabi al-Thani", "Jumada al-Ula", "Jumada al-Akhirah",
@@ -113,8 +113,8 @@ std::string show(Calendar calendar, const nu_time_rec &t) {
     const long year = static_cast<long>(t.year) + 1900;
     char line[160];
     std::snprintf(line, sizeof line, "%-9s %04ld-%02d-%02d  %s, %d %s %ld, day %d of the year",
-                  kCalendarNames[calendar], year, t.month + 1, t.mday, weekday, t.mday, month,
-                  year, t.yday + 1);
+                  kCalendarNames[calendar], year, t.month + 1, t.mday, weekday, t.mday, month, year,
+                  t.yday + 1);
     return line;
 }
 
@@ -125,7 +125,8 @@ int run_cal(int argc, char **argv) {
     Arguments args;
     if (!args.parse(argc, argv, {{"from", 0, true}, {"to", 0, true}})) return kUsage;
     Calendar from = kGregorian;
-    if (const char *name = args.value("from"); name != nullptr && !calendar_named(lower_ascii(name), from))
+    if (const char *name = args.value("from");
+        name != nullptr && !calendar_named(lower_ascii(name), from))
         return usage_error("unknown calendar '%s' (gregorian, hebrew, islamic)", name);
     std::vector<Calendar> targets;
     if (const char *list = args.value("to")) {
@@ -135,7 +136,8 @@ int run_cal(int argc, char **argv) {
             const std::string name = rest.substr(0, comma);
             Calendar c;
             if (!calendar_named(name, c))
-                return usage_error("unknown calendar '%s' (gregorian, hebrew, islamic)", name.c_str());
+                return usage_error("unknown calendar '%s' (gregorian, hebrew, islamic)",
+                                   name.c_str());
             targets.push_back(c);
             if (comma == std::string::npos) break;
             rest.erase(0, comma + 1);
@@ -174,8 +176,9 @@ int run_cal(int argc, char **argv) {
             nu_time_rec gregorian{}, back{};
             const bool plausible = month >= 1 && month <= 13 && day >= 1 && day <= 30;
             if (!plausible || convert(from, kGregorian, in, gregorian) != 0) {
-                worst = report(kDataError, "%s: no such %s date, or outside the conversion's range (%s)",
-                               text, kCalendarNames[from], kRanges[from]);
+                worst = report(kDataError,
+                               "%s: no such %s date, or outside the conversion's range (%s)", text,
+                               kCalendarNames[from], kRanges[from]);
                 continue;
             }
             if (convert(kGregorian, from, gregorian, back) != 0 || back.year != in.year ||

@@ -59,8 +59,8 @@ struct Node {
     Kind kind = kNull;
     bool flag = false;
     long long number = 0;
-    std::string text;       // UTF-8
-    std::string bytes;      // the locale's own bytes of a locale text
+    std::string text;  // UTF-8
+    std::string bytes; // the locale's own bytes of a locale text
     bool from_locale = false;
     std::vector<Node> items;
     std::vector<std::pair<std::string, Node>> members;
@@ -124,10 +124,10 @@ struct ClassName {
 };
 
 constexpr ClassName kClasses[] = {
-    {"upper", NU_CLASS_UPPER},   {"lower", NU_CLASS_LOWER},   {"alpha", NU_CLASS_ALPHA},
-    {"digit", NU_CLASS_DIGIT},   {"alnum", NU_CLASS_ALNUM},   {"xdigit", NU_CLASS_XDIGIT},
-    {"space", NU_CLASS_SPACE},   {"blank", NU_CLASS_BLANK},   {"punct", NU_CLASS_PUNCT},
-    {"graph", NU_CLASS_GRAPH},   {"print", NU_CLASS_PRINT},   {"cntrl", NU_CLASS_CNTRL},
+    {"upper", NU_CLASS_UPPER}, {"lower", NU_CLASS_LOWER}, {"alpha", NU_CLASS_ALPHA},
+    {"digit", NU_CLASS_DIGIT}, {"alnum", NU_CLASS_ALNUM}, {"xdigit", NU_CLASS_XDIGIT},
+    {"space", NU_CLASS_SPACE}, {"blank", NU_CLASS_BLANK}, {"punct", NU_CLASS_PUNCT},
+    {"graph", NU_CLASS_GRAPH}, {"print", NU_CLASS_PRINT}, {"cntrl", NU_CLASS_CNTRL},
 };
 
 // Classes a locale may define beside the standard ones: the locale compiler's full_width
@@ -154,7 +154,8 @@ void for_each_character(nu_locale_t h, bool single_byte,
             *_nu_ext_errno(h) = 0;
             const int length = _tsn_nu_full_mblen(h, bytes, depth + 1);
             const nu_wchar wc = (prefix << 8) | static_cast<nu_wchar>(b);
-            if (length == depth + 1) each(wc, true);
+            if (length == depth + 1)
+                each(wc, true);
             else if (length < 0 && *_nu_ext_errno(h) == NU_EINVAL && depth + 1 < 4)
                 walk(depth + 1, wc);
         }
@@ -230,10 +231,14 @@ Node collate_section(const Context &c) {
     for (int level = 1; level <= 8; ++level) {
         *_nu_ext_errno(h) = 0;
         const int direction = nu_getpassdirection(h, level);
-        if (direction == 1) directions.items.push_back(Node::plain("forward"));
-        else if (direction == 2) directions.items.push_back(Node::plain("backward"));
-        else if (*_nu_ext_errno(h) == NU_ECODESET) directions.items.push_back(Node::plain("undefined"));
-        else break;
+        if (direction == 1)
+            directions.items.push_back(Node::plain("forward"));
+        else if (direction == 2)
+            directions.items.push_back(Node::plain("backward"));
+        else if (*_nu_ext_errno(h) == NU_ECODESET)
+            directions.items.push_back(Node::plain("undefined"));
+        else
+            break;
     }
     *_nu_ext_errno(h) = 0;
     const long long levels = static_cast<long long>(directions.items.size());
@@ -252,9 +257,7 @@ Node grouping(const char *sizes) {
     return list;
 }
 
-Node small_value(char value) {
-    return value == CHAR_MAX ? Node::null() : Node::integer(value);
-}
+Node small_value(char value) { return value == CHAR_MAX ? Node::null() : Node::integer(value); }
 
 // The example formatted with one of the library's formatters, or null when it fails.
 Node example(const Context &c, bool money, const char *format) {
@@ -434,8 +437,8 @@ void json(const Node &n, int indent, std::string &out) {
     }
 }
 
-constexpr const char *kCategoryNames[] = {"ctype", "collate", "numeric", "monetary", "messages",
-                                          "time"};
+constexpr const char *kCategoryNames[] = {"ctype",    "collate",  "numeric",
+                                          "monetary", "messages", "time"};
 
 } // namespace
 
@@ -474,12 +477,18 @@ int run_info(int argc, char **argv) {
 
     const nu_lconv *conv = nu_localeconv(h);
     for (const std::string &name : wanted) {
-        if (name == "ctype") root.add("ctype", ctype_section(context, codeset));
-        else if (name == "collate") root.add("collate", collate_section(context));
-        else if (name == "numeric") root.add("numeric", numeric_section(context, conv));
-        else if (name == "monetary") root.add("monetary", monetary_section(context, conv));
-        else if (name == "messages") root.add("messages", messages_section(context));
-        else root.add("time", time_section(context));
+        if (name == "ctype")
+            root.add("ctype", ctype_section(context, codeset));
+        else if (name == "collate")
+            root.add("collate", collate_section(context));
+        else if (name == "numeric")
+            root.add("numeric", numeric_section(context, conv));
+        else if (name == "monetary")
+            root.add("monetary", monetary_section(context, conv));
+        else if (name == "messages")
+            root.add("messages", messages_section(context));
+        else
+            root.add("time", time_section(context));
     }
 
     std::string out;

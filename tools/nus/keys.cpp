@@ -87,7 +87,8 @@ bool valid_text(nu_locale_t h, const char *text) {
     const unsigned char *p = reinterpret_cast<const unsigned char *>(text);
     while (*p != 0) {
         *_nu_ext_errno(h) = 0;
-        const int n = nu_full_mblen(h, p, static_cast<int>(std::strlen(reinterpret_cast<const char *>(p))));
+        const int n =
+            nu_full_mblen(h, p, static_cast<int>(std::strlen(reinterpret_cast<const char *>(p))));
         if (n <= 0) return false;
         p += n;
     }
@@ -130,8 +131,10 @@ int bound_line(nu_locale_t h, const char *prefix, bool upper, std::string &line)
     if (k < 0)
         return report(kDataError, "no sort key for the %s bound of '%s': %s", name, prefix,
                       error_text(*_nu_ext_errno(h)).c_str());
-    line = std::string(name) + "\t" + std::string(reinterpret_cast<char *>(text.data()), static_cast<size_t>(n)) +
-           "\t" + hex_bytes(std::string_view(reinterpret_cast<char *>(key.data()), static_cast<size_t>(k)), "");
+    line = std::string(name) + "\t" +
+           std::string(reinterpret_cast<char *>(text.data()), static_cast<size_t>(n)) + "\t" +
+           hex_bytes(std::string_view(reinterpret_cast<char *>(key.data()), static_cast<size_t>(k)),
+                     "");
     return kOk;
 }
 
@@ -155,7 +158,8 @@ const char *unbounded_ending(nu_locale_t h, const char *text) {
                    : nullptr;
     }
     std::string key;
-    const std::string character(reinterpret_cast<const char *>(last), static_cast<size_t>(p - last));
+    const std::string character(reinterpret_cast<const char *>(last),
+                                static_cast<size_t>(p - last));
     return sort_key(h, character.c_str(), key) && !key.empty() && primary(key).empty()
                ? "is ignored at the first level"
                : nullptr;
@@ -191,8 +195,10 @@ int run_bound(int argc, char **argv) {
         return kUsage;
     const auto &operands = args.operands();
     if (operands.empty()) return usage_error("no PREFIX given");
-    if (operands.size() > 1) return usage_error("one PREFIX at a time ('%s' is one too many)", operands[1]);
-    if (*operands[0] == '\0') return usage_error("the PREFIX is empty: every string begins with it");
+    if (operands.size() > 1)
+        return usage_error("one PREFIX at a time ('%s' is one too many)", operands[1]);
+    if (*operands[0] == '\0')
+        return usage_error("the PREFIX is empty: every string begins with it");
     Locale locale;
     if (const int status = load_locale_option(args, locale); status != kOk) return status;
     nu_locale_t h = locale.get();

@@ -188,8 +188,7 @@ bool scan_format(nu_locale_t h, const char *format, FormatKind kind, Conversion 
 
 // Library errors that mean the format was refused rather than the value.
 bool format_error(int code) {
-    return code == NU_EFORMAT || code == NU_EBADFMT || code == NU_EMODIFIER ||
-           code == NU_EBADCONV;
+    return code == NU_EFORMAT || code == NU_EBADFMT || code == NU_EMODIFIER || code == NU_EBADCONV;
 }
 
 // Runs `format_into(buffer, size)` with a buffer grown while the library answers E2BIG.
@@ -214,8 +213,9 @@ int formatting_failure(nu_locale_t h, const char *format, const char *argument) 
     if (format_error(code))
         return usage_error("FORMAT '%s' refused: %s", format, error_text(code).c_str());
     if (code == NU_E2BIG)
-        return report(kDataError, "cannot format '%s': the result is too long (a floating "
-                                  "conversion's width and text are limited to 99 characters)",
+        return report(kDataError,
+                      "cannot format '%s': the result is too long (a floating "
+                      "conversion's width and text are limited to 99 characters)",
                       argument);
     return report(kDataError, "cannot format '%s': %s", argument,
                   code == 0 ? "the library gave no reason" : error_text(code).c_str());
@@ -281,14 +281,13 @@ int run_fmt(int argc, char **argv) {
                                c.letter);
                 continue;
             }
-            const bool fits = errno != ERANGE &&
-                              (c.letter == 'u' ? value >= 0 && value <= UINT32_MAX
-                                               : value >= INT32_MIN && value <= INT32_MAX);
+            const bool fits =
+                errno != ERANGE && (c.letter == 'u' ? value >= 0 && value <= UINT32_MAX
+                                                    : value >= INT32_MIN && value <= INT32_MAX);
             if (!fits) {
                 worst = report(kDataError, "'%s' does not fit in 32 bits (%%%c takes %s)", arg,
                                c.letter,
-                               c.letter == 'u' ? "0 to 4294967295"
-                                               : "-2147483648 to 2147483647");
+                               c.letter == 'u' ? "0 to 4294967295" : "-2147483648 to 2147483647");
                 continue;
             }
             // The library reads a 32-bit int for every integer conversion.
@@ -312,8 +311,9 @@ int run_fmt(int argc, char **argv) {
                 continue;
             }
             n = format_grown(h, out, [&](char *buffer, int size) {
-                return c.letter == 'c' ? nu_mbsfnum(h, buffer, size, format, static_cast<int>(wide[0]))
-                                       : nu_mbsfnum(h, buffer, size, format, wide.data());
+                return c.letter == 'c'
+                           ? nu_mbsfnum(h, buffer, size, format, static_cast<int>(wide[0]))
+                           : nu_mbsfnum(h, buffer, size, format, wide.data());
             });
         } else {
             if (c.letter == 'c' && *arg == '\0') {
@@ -393,7 +393,8 @@ int parse_one(nu_locale_t h, const Arguments &args, const char *text, const char
         if (rest == nullptr) {
             const int code = *_nu_ext_errno(h);
             if (format_error(code))
-                return usage_error("format '%s' refused: %s", money_format, error_text(code).c_str());
+                return usage_error("format '%s' refused: %s", money_format,
+                                   error_text(code).c_str());
             return report(kDataError, "'%s': no amount matching %s (%s)", text, money_format,
                           code == 0 ? "the locale has no placement for it"
                                     : error_text(code).c_str());

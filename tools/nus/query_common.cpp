@@ -77,7 +77,8 @@ bool Arguments::parse(int argc, char **argv, std::initializer_list<OptionSpec> s
         for (const char *p = arg + 1; *p != '\0'; ++p) {
             const OptionSpec *spec = find_short(specs, *p);
             if (spec == nullptr) {
-                usage_error("unknown option '-%c' (put '--' before operands that begin with '-')", *p);
+                usage_error("unknown option '-%c' (put '--' before operands that begin with '-')",
+                            *p);
                 return false;
             }
             if (!spec->takes_value) {
@@ -127,9 +128,12 @@ Utf8View::Utf8View(const char *codeset) {
     }
     nu_cv_t cv = nullptr;
     const int opened = nu_cv_load(&cv, "utf8", codeset, nullptr, nullptr);
-    if (opened == 1) cv_ = cv;
-    else if (opened == 0) identity_ = true;
-    else nu_cv_unload(cv); // frees a descriptor whose reading failed; leaves the fixed ones
+    if (opened == 1)
+        cv_ = cv;
+    else if (opened == 0)
+        identity_ = true;
+    else
+        nu_cv_unload(cv); // frees a descriptor whose reading failed; leaves the fixed ones
 }
 
 Utf8View::~Utf8View() {

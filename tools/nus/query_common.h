@@ -14,8 +14,8 @@ namespace nus_cli {
 
 // One option a subcommand accepts: "--name", optionally "-c", with or without a value.
 struct OptionSpec {
-    const char *name;     // long name without the dashes
-    char letter;          // short form, or 0
+    const char *name; // long name without the dashes
+    char letter;      // short form, or 0
     bool takes_value;
 };
 

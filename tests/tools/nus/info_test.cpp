@@ -1,11 +1,11 @@
 // nus info: the outline and the JSON form of what a loaded locale holds.
-#include "tools/nus/query_run.h"
 #include "support/support.h"
+#include "tools/nus/query_run.h"
 
 #include <gtest/gtest.h>
 
-#include <clocale>
 #include <cctype>
+#include <clocale>
 #include <cwctype>
 #include <filesystem>
 #include <map>
@@ -42,48 +42,47 @@ TEST(NusInfo, OutlineOfTheGermanConventions) {
     auto r = nus({"info", "-l", "de_de.8859-1", "numeric", "monetary", "messages", "time"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.err, "");
-    EXPECT_EQ(r.out,
-              "locale:   de_de.8859-1\n"
-              "code set: 8859-1\n"
-              "files:\n"
-              "  ctype:    de_de/0333.lco\n"
-              "  collate:  de_de/0333.lco\n"
-              "  numeric:  de_de/0333.lco\n"
-              "  monetary: de_de/0333.lco\n"
-              "  time:     de_de/0333.lco\n"
-              "  messages: de_de/0333.lco\n"
-              "numeric:\n"
-              "  decimal point: \",\"\n"
-              "  thousands sep: \".\"\n"
-              "  grouping:      3 3\n"
-              "  positive sign: \"\"\n"
-              "  negative sign: \"-\"\n"
-              "  example:       \"-1.234.567,891\"\n"
-              "monetary:\n"
-              "  int curr symbol:       \"EUR \"\n"
-              "  currency symbol:       \"EUR\"\n"
-              "  mon decimal point:     \",\"\n"
-              "  mon thousands sep:     \".\"\n"
-              "  mon grouping:          3 3\n"
-              "  positive sign:         \"\"\n"
-              "  negative sign:         \"-\"\n"
-              "  int frac digits:       2\n"
-              "  frac digits:           2\n"
-              "  p cs precedes:         0\n"
-              "  p sep by space:        1\n"
-              "  n cs precedes:         0\n"
-              "  n sep by space:        1\n"
-              "  p sign posn:           1\n"
-              "  n sign posn:           1\n"
-              "  example national:      \"-1.234.567,89 EUR\"\n"
-              "  example international: \"-1.234.567,89 EUR \"\n"
-              "messages:\n"
-              "  yesexpr: \"^[+1jJyY]\"\n"
-              "  noexpr:  \"^[-0nN]\"\n"
-              "  yesstr:  \"ja\"\n"
-              "  nostr:   \"nein\"\n"
-              "time:\n"
-              "  calendar: gregorian\n");
+    EXPECT_EQ(r.out, "locale:   de_de.8859-1\n"
+                     "code set: 8859-1\n"
+                     "files:\n"
+                     "  ctype:    de_de/0333.lco\n"
+                     "  collate:  de_de/0333.lco\n"
+                     "  numeric:  de_de/0333.lco\n"
+                     "  monetary: de_de/0333.lco\n"
+                     "  time:     de_de/0333.lco\n"
+                     "  messages: de_de/0333.lco\n"
+                     "numeric:\n"
+                     "  decimal point: \",\"\n"
+                     "  thousands sep: \".\"\n"
+                     "  grouping:      3 3\n"
+                     "  positive sign: \"\"\n"
+                     "  negative sign: \"-\"\n"
+                     "  example:       \"-1.234.567,891\"\n"
+                     "monetary:\n"
+                     "  int curr symbol:       \"EUR \"\n"
+                     "  currency symbol:       \"EUR\"\n"
+                     "  mon decimal point:     \",\"\n"
+                     "  mon thousands sep:     \".\"\n"
+                     "  mon grouping:          3 3\n"
+                     "  positive sign:         \"\"\n"
+                     "  negative sign:         \"-\"\n"
+                     "  int frac digits:       2\n"
+                     "  frac digits:           2\n"
+                     "  p cs precedes:         0\n"
+                     "  p sep by space:        1\n"
+                     "  n cs precedes:         0\n"
+                     "  n sep by space:        1\n"
+                     "  p sign posn:           1\n"
+                     "  n sign posn:           1\n"
+                     "  example national:      \"-1.234.567,89 EUR\"\n"
+                     "  example international: \"-1.234.567,89 EUR \"\n"
+                     "messages:\n"
+                     "  yesexpr: \"^[+1jJyY]\"\n"
+                     "  noexpr:  \"^[-0nN]\"\n"
+                     "  yesstr:  \"ja\"\n"
+                     "  nostr:   \"nein\"\n"
+                     "time:\n"
+                     "  calendar: gregorian\n");
 }
 
 TEST(NusInfo, NonAsciiTextIsShownInUtf8WithItsOwnBytes) {
@@ -113,21 +112,18 @@ TEST(NusInfo, CollationMethodsAndLevels) {
         const size_t at = r.out.find("collate:\n  method");
         return at == std::string::npos ? r.out : r.out.substr(at);
     };
-    EXPECT_EQ(collate("de_de.8859-1"),
-              "collate:\n"
-              "  method:     as_specified\n"
-              "  levels:     4\n"
-              "  directions: forward forward forward forward\n");
-    EXPECT_EQ(collate("ja_jp.sjis"),
-              "collate:\n"
-              "  method:     as_specified\n"
-              "  levels:     1\n"
-              "  directions: forward\n");
-    EXPECT_EQ(collate("th_th.tis620"),
-              "collate:\n"
-              "  method:     thai_smo\n"
-              "  levels:     n/a\n"
-              "  directions: n/a\n");
+    EXPECT_EQ(collate("de_de.8859-1"), "collate:\n"
+                                       "  method:     as_specified\n"
+                                       "  levels:     4\n"
+                                       "  directions: forward forward forward forward\n");
+    EXPECT_EQ(collate("ja_jp.sjis"), "collate:\n"
+                                     "  method:     as_specified\n"
+                                     "  levels:     1\n"
+                                     "  directions: forward\n");
+    EXPECT_EQ(collate("th_th.tis620"), "collate:\n"
+                                       "  method:     thai_smo\n"
+                                       "  levels:     n/a\n"
+                                       "  directions: n/a\n");
 }
 
 TEST(NusInfo, JsonIsValidForEveryKindOfLocale) {
@@ -145,12 +141,12 @@ TEST(NusInfo, JsonIsValidForEveryKindOfLocale) {
     ASSERT_EQ(r.status, 0);
     auto values = nus_test::run_program(
         "/usr/bin/python3",
-        {"-c",
-         "import json, sys\n"
-         "d = json.load(sys.stdin)\n"
-         "print(d['numeric']['thousands_sep'].encode().hex(), d['numeric']['grouping'],\n"
-         "      d['monetary']['frac_digits'], d['collate']['levels'], d['collate']['directions'][0],\n"
-         "      sorted(d.keys()))\n"},
+        {"-c", "import json, sys\n"
+               "d = json.load(sys.stdin)\n"
+               "print(d['numeric']['thousands_sep'].encode().hex(), d['numeric']['grouping'],\n"
+               "      d['monetary']['frac_digits'], d['collate']['levels'], "
+               "d['collate']['directions'][0],\n"
+               "      sorted(d.keys()))\n"},
         r.out);
     EXPECT_EQ(values.status, 0) << values.err;
     EXPECT_EQ(values.out,
@@ -170,7 +166,7 @@ TEST(NusInfo, ClassCountsAgreeWithTheSystemLocales) {
     ASSERT_NE(std::setlocale(LC_ALL, "de_DE.ISO-8859-1"), nullptr);
     int (*const byte_tests[])(int) = {isupper, islower, isalpha, isdigit, isalnum, isxdigit,
                                       isspace, isblank, ispunct, isgraph, isprint, iscntrl};
-    const char *names[] = {"upper", "lower", "alpha", "digit", "alnum",  "xdigit",
+    const char *names[] = {"upper", "lower", "alpha", "digit", "alnum", "xdigit",
                            "space", "blank", "punct", "graph", "print", "cntrl"};
     for (size_t k = 0; k < std::size(names); ++k) {
         long count = 0;
@@ -223,7 +219,9 @@ TEST(NusInfo, CategoriesFromDifferentFiles) {
               std::string::npos)
         << r.out;
     EXPECT_NE(r.out.find("  example:       \"-1,234,567.891\"\n"), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("  example national:      \"-1\xC2\xA0" "234\xC2\xA0" "567,89 EUR\""),
+    EXPECT_NE(r.out.find("  example national:      \"-1\xC2\xA0"
+                         "234\xC2\xA0"
+                         "567,89 EUR\""),
               std::string::npos)
         << r.out;
 }

@@ -1,7 +1,7 @@
 // nus key and nus bound: sort keys in hex, and the bounds of a prefix that every string
 // beginning with it sorts between.
-#include "tools/nus/query_run.h"
 #include "support/support.h"
+#include "tools/nus/query_run.h"
 
 #include <gtest/gtest.h>
 
@@ -63,7 +63,9 @@ TEST(NusKey, KeysAreTheLibrarysAndSortTheLocalesWay) {
         EXPECT_EQ(key_of(locale, "Abc"), hex) << locale;
     }
     // One line per string, in order; hex order is collation order.
-    auto r = nus({"key", "-l", "de_de.8859-1", "abd", "abc", "abcz", "\xC4" "bc"});
+    auto r = nus({"key", "-l", "de_de.8859-1", "abd", "abc", "abcz",
+                  "\xC4"
+                  "bc"});
     ASSERT_EQ(r.status, 0) << r.err;
     auto keys = lines(r.out);
     ASSERT_EQ(keys.size(), 4u);
@@ -72,7 +74,9 @@ TEST(NusKey, KeysAreTheLibrarysAndSortTheLocalesWay) {
     EXPECT_LT(keys[1], keys[3]); // abc < Äbc: equal letters, the accent decides later
     EXPECT_LT(keys[3], keys[2]); // Äbc < abcz
     // The primary key drops accents and case; it begins the full key.
-    auto primary = nus({"key", "-l", "de_de.8859-1", "--primary", "abc", "ABC", "\xC4" "bc"});
+    auto primary = nus({"key", "-l", "de_de.8859-1", "--primary", "abc", "ABC",
+                        "\xC4"
+                        "bc"});
     auto prim = lines(primary.out);
     ASSERT_EQ(prim.size(), 3u);
     EXPECT_EQ(prim[0], prim[1]);
@@ -86,8 +90,8 @@ TEST(NusBound, BoundsOfAGermanPrefix) {
     ASSERT_EQ(r.status, 0) << r.err;
     // c is replaced by its neighbours in primary order (the first of each primary weight
     // in code order: the capitals).
-    EXPECT_EQ(r.out, "lower\tabB\t" + key_of("de_de.8859-1", "abB") + "\n" +
-                         "upper\tabD\t" + key_of("de_de.8859-1", "abD") + "\n");
+    EXPECT_EQ(r.out, "lower\tabB\t" + key_of("de_de.8859-1", "abB") + "\n" + "upper\tabD\t" +
+                         key_of("de_de.8859-1", "abD") + "\n");
     auto upper = nus({"bound", "-l", "de_de.8859-1", "--upper", "abc"});
     EXPECT_EQ(upper.out, "upper\tabD\t" + key_of("de_de.8859-1", "abD") + "\n");
     auto lower = nus({"bound", "-l", "de_de.8859-1", "--lower", "abc"});
@@ -112,7 +116,12 @@ TEST(NusBound, EveryContinuationSortsBetweenTheBounds) {
     };
     const std::vector<Case> cases = {
         {"de_de.8859-1", "abc", {"", "z", "Z", "0", "\xE4", "zzz", " x", "-"}, {"abe", "aba", "b"}},
-        {"de_de.8859-1", "Stra", {"\xDF" "e", "sse", "", "\xDF"}, {"Strc", "Str"}},
+        {"de_de.8859-1",
+         "Stra",
+         {"\xDF"
+          "e",
+          "sse", "", "\xDF"},
+         {"Strc", "Str"}},
         {"de_de.8859-1", "M\xFC", {"ller", "nchen", ""}, {"Mw", "Ms"}},
         {"en_us.utf8", "caf", {"\xC3\xA9", "e", "E", "", "\xE2\x82\xAC"}, {"cah", "cad"}},
         // Czech "ch" is one letter after h: the bounds of "c" enclose it too.
@@ -166,8 +175,8 @@ TEST(NusKeyBound, Errors) {
     auto invalid = nus({"bound", "-l", "en_us.utf8", "ab\xFF"});
     EXPECT_EQ(invalid.status, 1);
     EXPECT_EQ(invalid.out, "");
-    EXPECT_EQ(invalid.err.rfind("nus: bound: 'ab\xFF' is not valid text in the locale's code set", 0),
-              0u)
+    EXPECT_EQ(
+        invalid.err.rfind("nus: bound: 'ab\xFF' is not valid text in the locale's code set", 0), 0u)
         << invalid.err;
     auto keys = nus({"key", "-l", "en_us.utf8", "a", "\xC3", "b"});
     EXPECT_EQ(keys.status, 1);

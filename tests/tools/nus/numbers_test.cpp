@@ -16,7 +16,13 @@ TEST(NusFmt, GroupedDecimalsInThreeLocales) {
     };
     // fr_FR separates thousands with a no-break space, 0xA0 in ISO 8859-1.
     for (const Case &c : {Case{"de_de.8859-1", "1.234.567,891", "-1.234.567,891"},
-                          Case{"fr_fr.8859-1", "1\xA0" "234\xA0" "567,891", "-1\xA0" "234\xA0" "567,891"},
+                          Case{"fr_fr.8859-1",
+                               "1\xA0"
+                               "234\xA0"
+                               "567,891",
+                               "-1\xA0"
+                               "234\xA0"
+                               "567,891"},
                           Case{"en_us.8859-1", "1,234,567.891", "-1,234,567.891"}}) {
         auto r = nus({"fmt", "-l", c.locale, "%'.3f", "1234567.891", "-1234567.891"});
         EXPECT_EQ(r.status, 0) << c.locale << ": " << r.err;
@@ -64,13 +70,15 @@ TEST(NusFmt, MultibyteArguments) {
 
 TEST(NusFmt, BadNumbersFormatsAndLocales) {
     // A bad number is reported and the others are still formatted; status 1.
-    auto mixed = nus({"fmt", "-l", "de_de.8859-1", "%'d", "1234", "12.5", "99999999999", "x", "-5"});
+    auto mixed =
+        nus({"fmt", "-l", "de_de.8859-1", "%'d", "1234", "12.5", "99999999999", "x", "-5"});
     EXPECT_EQ(mixed.status, 1);
     EXPECT_EQ(mixed.out, "1.234\n-5\n");
-    EXPECT_EQ(mixed.err,
-              "nus: fmt: '12.5' is not a whole number (%d takes one)\n"
-              "nus: fmt: '99999999999' does not fit in 32 bits (%d takes -2147483648 to 2147483647)\n"
-              "nus: fmt: 'x' is not a whole number (%d takes one)\n");
+    EXPECT_EQ(
+        mixed.err,
+        "nus: fmt: '12.5' is not a whole number (%d takes one)\n"
+        "nus: fmt: '99999999999' does not fit in 32 bits (%d takes -2147483648 to 2147483647)\n"
+        "nus: fmt: 'x' is not a whole number (%d takes one)\n");
     auto negative_u = nus({"fmt", "-l", "de_de.8859-1", "%u", "-1"});
     EXPECT_EQ(negative_u.status, 1);
     auto not_double = nus({"fmt", "-l", "de_de.8859-1", "%f", "1,5"});
@@ -106,7 +114,8 @@ TEST(NusFmt, BadNumbersFormatsAndLocales) {
     EXPECT_EQ(nus({"fmt", "%d", "1"}).status, 2);
     auto locale = nus({"fmt", "-l", "de_de.8859-15", "%d", "1"});
     EXPECT_EQ(locale.status, 1);
-    EXPECT_EQ(locale.err.rfind("nus: fmt: cannot load locale 'de_de.8859-15'", 0), 0u) << locale.err;
+    EXPECT_EQ(locale.err.rfind("nus: fmt: cannot load locale 'de_de.8859-15'", 0), 0u)
+        << locale.err;
     auto help = nus({"fmt", "--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_EQ(help.out.rfind("Usage: nus fmt -l LOCALE FORMAT NUMBER...", 0), 0u);
@@ -126,9 +135,12 @@ TEST(NusMoney, AmountsInTheirPlaces) {
     EXPECT_EQ(run("en_us.8859-1", "%^!n", "1234567"), "1234567.00\n");
     EXPECT_EQ(run("de_de.8859-1", "%n", "1234567.891"), "1.234.567,89 EUR\n");
     EXPECT_EQ(run("de_de.8859-1", "%n", "99.995"), "100,00 EUR\n"); // rounded on the digits
-    EXPECT_EQ(run("fr_fr.8859-1", "%n", "-1234567.891"), "-1\xA0" "234\xA0" "567,89 EUR\n");
+    EXPECT_EQ(run("fr_fr.8859-1", "%n", "-1234567.891"), "-1\xA0"
+                                                         "234\xA0"
+                                                         "567,89 EUR\n");
     // Shift-JIS yen sign before the amount, no fraction digits.
-    EXPECT_EQ(run("ja_jp.sjis", "%n", "1234567.891"), "\x81\x8f" "1,234,568\n");
+    EXPECT_EQ(run("ja_jp.sjis", "%n", "1234567.891"), "\x81\x8f"
+                                                      "1,234,568\n");
 }
 
 TEST(NusMoney, Errors) {
@@ -146,12 +158,11 @@ TEST(NusMoney, Errors) {
 TEST(NusParse, ValuesAndWhatIsLeft) {
     auto de = nus({"parse", "-l", "de_de.8859-1", "1234,5 EUR", "  12,5", ",5", "1.5", "-0,5e3x"});
     EXPECT_EQ(de.status, 0) << de.err;
-    EXPECT_EQ(de.out,
-              "value 1234.5, unread \" EUR\"\n"
-              "value 12.5, unread \"\"\n"
-              "value 0.5, unread \"\"\n"
-              "value 1, unread \".5\"\n"
-              "value -500, unread \"x\"\n");
+    EXPECT_EQ(de.out, "value 1234.5, unread \" EUR\"\n"
+                      "value 12.5, unread \"\"\n"
+                      "value 0.5, unread \"\"\n"
+                      "value 1, unread \".5\"\n"
+                      "value -500, unread \"x\"\n");
     auto grouped = nus({"parse", "-l", "de_de.8859-1", "-g", "1.234.567,891"});
     EXPECT_EQ(grouped.out, "value 1234567.891, unread \"\"\n");
     auto integer = nus({"parse", "-l", "de_de.8859-1", "--integer", " 42abc", "-17 Grad"});
@@ -161,23 +172,22 @@ TEST(NusParse, ValuesAndWhatIsLeft) {
     auto money = nus({"parse", "-l", "en_us.8859-1", "--money", "$1234.56", "-$1234.56",
                       "1234.56 left", "-1234.56"});
     EXPECT_EQ(money.status, 0) << money.err;
-    EXPECT_EQ(money.out,
-              "value 1234.56, unread \"\"\n"
-              "value -1234.56, unread \"\"\n"
-              "value 1234.56, unread \" left\"\n"
-              "value -1234.56, unread \"\"\n");
+    EXPECT_EQ(money.out, "value 1234.56, unread \"\"\n"
+                         "value -1234.56, unread \"\"\n"
+                         "value 1234.56, unread \" left\"\n"
+                         "value -1234.56, unread \"\"\n");
     // Without grouping the separator ends the number.
     auto ungrouped = nus({"parse", "-l", "en_us.8859-1", "--money", "-$1,234.56"});
     EXPECT_EQ(ungrouped.out, "value -1, unread \",234.56\"\n");
-    auto international = nus({"parse", "-l", "en_us.8859-1", "--money", "--format", "%i", "--",
-                              "-USD 5"});
+    auto international =
+        nus({"parse", "-l", "en_us.8859-1", "--money", "--format", "%i", "--", "-USD 5"});
     EXPECT_EQ(international.out, "value -5, unread \"\"\n");
 }
 
 // What fmt and money write, parse reads back, in each locale's own separators.
 TEST(NusParse, ReadsBackWhatFmtAndMoneyWrite) {
-    for (const char *locale : {"de_de.8859-1", "fr_fr.8859-1", "en_us.8859-1", "ja_jp.sjis",
-                               "en_us.utf8"}) {
+    for (const char *locale :
+         {"de_de.8859-1", "fr_fr.8859-1", "en_us.8859-1", "ja_jp.sjis", "en_us.utf8"}) {
         auto number = nus({"fmt", "-l", locale, "%'.3f", "-1234567.891"});
         ASSERT_EQ(number.status, 0) << locale;
         const std::string text = number.out.substr(0, number.out.size() - 1);
@@ -189,8 +199,8 @@ TEST(NusParse, ReadsBackWhatFmtAndMoneyWrite) {
         const std::string money = amount.out.substr(0, amount.out.size() - 1);
         auto read = nus({"parse", "-l", locale, "--money", "-g", money});
         const bool whole = std::string(locale) == "ja_jp.sjis"; // no fraction digits
-        EXPECT_EQ(read.out, whole ? "value -1234567, unread \"\"\n"
-                                  : "value -1234567.25, unread \"\"\n")
+        EXPECT_EQ(read.out,
+                  whole ? "value -1234567, unread \"\"\n" : "value -1234567.25, unread \"\"\n")
             << locale << ": " << read.err;
     }
 }
@@ -199,15 +209,13 @@ TEST(NusParse, Errors) {
     auto bad = nus({"parse", "-l", "de_de.8859-1", "abc", "", "12", "1.234,5"});
     EXPECT_EQ(bad.status, 1);
     EXPECT_EQ(bad.out, "value 12, unread \"\"\nvalue 1, unread \".234,5\"\n");
-    EXPECT_EQ(bad.err,
-              "nus: parse: 'abc': no number at the start\n"
-              "nus: parse: '': empty text\n");
+    EXPECT_EQ(bad.err, "nus: parse: 'abc': no number at the start\n"
+                       "nus: parse: '': empty text\n");
     // With -g a number longer than a group needs its separators; an integer must end the text.
     auto misplaced = nus({"parse", "-l", "de_de.8859-1", "-g", "1234.567", "1234567"});
     EXPECT_EQ(misplaced.status, 1);
-    EXPECT_EQ(misplaced.err,
-              "nus: parse: '1234.567': thousands separators out of place\n"
-              "nus: parse: '1234567': thousands separators out of place\n");
+    EXPECT_EQ(misplaced.err, "nus: parse: '1234.567': thousands separators out of place\n"
+                             "nus: parse: '1234567': thousands separators out of place\n");
     auto trailing = nus({"parse", "-l", "de_de.8859-1", "--integer", "-g", "1.234", "1.234 x"});
     EXPECT_EQ(trailing.status, 1);
     EXPECT_EQ(trailing.out, "value 1234, unread \"\"\n");

@@ -10,7 +10,8 @@
 
 namespace nus_query_test {
 
-inline nus_test::RunResult nus(const std::vector<std::string> &args, const std::string &input = {}) {
+inline nus_test::RunResult nus(const std::vector<std::string> &args,
+                               const std::string &input = {}) {
     return nus_test::run_program(NUS_TOOL, args, input, {"TESSARONDIR=" NUS_DATA_DIR});
 }
 
