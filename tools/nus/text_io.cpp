@@ -1,0 +1,92 @@
+// Helpers of the text subcommands: sizes, byte dumps, code-set names, buffered output.
+#include "tools/nus/text_io.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace nus_cli {
+
+bool parse_size(const char *text, std::size_t &value) {
+    if (text == nullptr || *text < '0' || *text > '9') return false;
+    errno = 0;
+    char *end = nullptr;
+    const unsigned long long number = std::strtoull(text, &end, 10);
+    if (errno != 0) return false;
+    unsigned long long scale = 1;
+    switch (*end) {
+    case '\0': break;
+    case 'b': case 'B': scale = 1; ++end; break;
+    case 'k': case 'K': scale = 1ull << 10; ++end; break;
+    case 'm': case 'M': scale = 1ull << 20; ++end; break;
+    case 'g': case 'G': scale = 1ull << 30; ++end; break;
+    default: return false;
+    }
+    if (*end != '\0' || number == 0 || number > SIZE_MAX / scale) return false;
+    value = static_cast<std::size_t>(number * scale);
+    return true;
+}
+
+bool parse_count(const char *text, long &value) {
+    if (text == nullptr || *text < '0' || *text > '9') return false;
+    errno = 0;
+    char *end = nullptr;
+    const long number = std::strtol(text, &end, 10);
+    if (errno != 0 || *end != '\0' || number < 1 || number > 0x7FFFFFFFL) return false;
+    value = number;
+    return true;
+}
+
+std::string hex_bytes(const unsigned char *bytes, std::size_t length) {
+    std::string text;
+    char one[8];
+    for (std::size_t i = 0; i < length; ++i) {
+        std::snprintf(one, sizeof one, i == 0 ? "0x%02X" : " 0x%02X", bytes[i]);
+        text += one;
+    }
+    return text;
+}
+
+std::string codeset_of(std::string_view spec) {
+    const std::size_t dot = spec.find('.');
+    if (dot == std::string_view::npos) return std::string(spec);
+    std::string_view rest = spec.substr(dot + 1);
+    const std::size_t at = rest.find('@');
+    return std::string(at == std::string_view::npos ? rest : rest.substr(0, at));
+}
+
+Output::Output() {
+    static char buffer[1 << 16];
+    std::setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
+}
+
+void Output::write(const void *data, std::size_t length) {
+    if (length != 0 && std::fwrite(data, 1, length, stdout) != length) failed_ = true;
+}
+
+bool Output::finish() {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout)) failed_ = true;
+    if (failed_) report(kDataError, "write error: %s", std::strerror(errno));
+    return !failed_;
+}
+
+std::size_t read_block(std::FILE *stream, const char *name, std::string &buffer,
+                       std::size_t size, bool &error) {
+    const std::size_t old = buffer.size();
+    buffer.resize(old + size);
+    const std::size_t got = std::fread(buffer.data() + old, 1, size, stream);
+    buffer.resize(old + got);
+    if (got < size && std::ferror(stream)) {
+        report(kDataError, "%s: read error: %s", std::strcmp(name, "-") == 0 ? "standard input" : name,
+               std::strerror(errno));
+        error = true;
+    }
+    return got;
+}
+
+std::string input_prefix(const char *name) {
+    if (std::strcmp(name, "-") == 0) return {};
+    return std::string(name) + ": ";
+}
+
+} // namespace nus_cli
