@@ -1,6 +1,7 @@
 // Helpers of the text subcommands: sizes, byte dumps, code-set names, buffered output.
 #include "tools/nus/text_io.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -87,6 +88,62 @@ std::size_t read_block(std::FILE *stream, const char *name, std::string &buffer,
 std::string input_prefix(const char *name) {
     if (std::strcmp(name, "-") == 0) return {};
     return std::string(name) + ": ";
+}
+
+} // namespace nus_cli
+
+namespace nus_cli {
+
+bool find_bad_sequence(nu_locale_t locale, const unsigned char *text, std::size_t length,
+                       std::size_t from, std::size_t column, BadSequence &bad) {
+    constexpr std::size_t kLongest = 4;
+    std::size_t at = from;
+    while (at < length) {
+        const std::size_t left = length - at;
+        const int budget = static_cast<int>(std::min(left, kLongest));
+        const int step = _tsn_nu_full_mblen(locale, text + at, budget);
+        if (step > 0) {
+            at += static_cast<std::size_t>(step);
+            ++column;
+            continue;
+        }
+        bad.offset = at;
+        bad.column = column;
+        bad.truncated = false;
+        if (*_nu_ext_errno(locale) == NU_EINVAL && left < kLongest) {
+            bad.truncated = true;
+            bad.length = left;
+            return true;
+        }
+        // Grow the budget until the decoder stops asking for more: that byte broke it.
+        bad.length = 1;
+        for (int n = 1; n <= budget; ++n) {
+            bad.length = static_cast<std::size_t>(n);
+            if (_tsn_nu_full_mblen(locale, text + at, n) < 0 &&
+                *_nu_ext_errno(locale) != NU_EINVAL)
+                break;
+        }
+        return true;
+    }
+    return false;
+}
+
+} // namespace nus_cli
+
+namespace nus_cli {
+
+std::string locale_codeset(const char *spec) {
+    const std::string_view text(spec);
+    if (text.size() > 4 && text.substr(text.size() - 4) == ".lco") {
+        const std::size_t slash = text.rfind('/', text.size() - 5);
+        const std::string tail(slash != std::string_view::npos && slash >= 5
+                                   ? text.substr(slash - 5) : text);
+        char lang[6], codeset[6], modifier[5];
+        if (nu_lc_fname2lc_pieces(nullptr, tail.c_str(), lang, codeset, modifier) == 0)
+            return codeset;
+        return std::string(text);
+    }
+    return codeset_of(text);
 }
 
 } // namespace nus_cli

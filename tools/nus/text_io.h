@@ -55,3 +55,29 @@ std::size_t read_block(std::FILE *stream, const char *name, std::string &buffer,
 std::string input_prefix(const char *name);
 
 } // namespace nus_cli
+
+namespace nus_cli {
+
+// The first sequence of a text that is not a valid character of the locale's code set.
+struct BadSequence {
+    std::size_t offset = 0;   // bytes before it
+    std::size_t column = 1;   // characters before it, plus one
+    std::size_t length = 0;   // bytes up to and including the one that made it invalid
+    bool truncated = false;   // the text ends inside a character
+};
+
+// Scans [text, text + length) character by character from `from` (a character boundary, the
+// `column` characters before it already counted); true and the first bad sequence when there
+// is one. Null characters count as characters.
+bool find_bad_sequence(nu_locale_t locale, const unsigned char *text, std::size_t length,
+                       std::size_t from, std::size_t column, BadSequence &bad);
+
+} // namespace nus_cli
+
+namespace nus_cli {
+
+// The code set of a locale named by a specification ("sjis" for ja_jp.sjis) or by a locale
+// file name ("57350" for ja_jp/e006.lco), for messages.
+std::string locale_codeset(const char *spec);
+
+} // namespace nus_cli
