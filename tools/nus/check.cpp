@@ -121,13 +121,18 @@ long Checker::line_width(const unsigned char *line, std::size_t length) {
         const int all = nu_mbswidth(locale_, s, static_cast<int>(length));
         if (all >= 0) return all;
     }
-    // Some character has no width (or a null character would end the string): one at a time.
+    // Some character has no width (or a null character would end the string): one at a time,
+    // through the wide character (the multibyte form gives any one-byte character width 1).
     long sum = 0;
     for (std::size_t at = 0; at < length;) {
-        const int step = _tsn_nu_full_mblen(locale_, s + at, static_cast<int>(std::min<std::size_t>(length - at, 4)));
+        nu_wchar wc = 0;
+        const int budget = static_cast<int>(std::min<std::size_t>(length - at, 4));
+        const int step = _tsn_nu_full_mblen(locale_, s + at, budget);
         if (step <= 0) break;
-        const int w = s[at] == 0 ? 0 : nu_mbwidth(locale_, s + at);
-        if (w > 0) sum += w;
+        if (s[at] != 0 && nu_full_mbtowc(locale_, &wc, s + at, step) > 0) {
+            const int w = nu_wcwidth(locale_, wc);
+            if (w > 0) sum += w;
+        }
         at += static_cast<std::size_t>(step);
     }
     return sum;
