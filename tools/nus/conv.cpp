@@ -107,11 +107,11 @@ int Converter::convert(nu_cv_state &state, const unsigned char *&in, int &length
                                    &room, &irreversible);
     in = cursor;
     substituted_ = irreversible != 0;
-    if (!count_only) out_.write(buffer_.data(), static_cast<std::size_t>(
-                                                    out - reinterpret_cast<unsigned char *>(buffer_.data())));
+    if (!count_only)
+        out_.write(buffer_.data(),
+                   static_cast<std::size_t>(out - reinterpret_cast<unsigned char *>(buffer_.data())));
     return result < 0 ? -1 : irreversible;
 }
-
 
 bool Converter::converts(const nu_cv_state &state, const unsigned char *p, std::size_t left) {
     for (int k = 1; k <= kProbeLimit && static_cast<std::size_t>(k) <= left; ++k) {

@@ -281,7 +281,7 @@ int Sorter::add_input(std::FILE *stream, const char *name) {
     while ((got = getline(&line, &capacity, stream)) > 0) {
         std::size_t length = static_cast<std::size_t>(got);
         if (line[length - 1] == '\n') --length;
-        if (length > 0xFFFFFFFFu) {
+        if (length != static_cast<std::uint32_t>(length)) {  // lengths are kept in 32 bits
             std::free(line);
             return report(kDataError, "%sline %llu is longer than 4 GiB", input_prefix(name).c_str(),
                           number + 1);
