@@ -4,6 +4,10 @@
 #include "support/support.h"
 
 #include <gtest/gtest.h>
+#include <fcntl.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -180,4 +184,37 @@ TEST(NusSort, RunFilesAndMergeMatchTheInMemorySort) {
     EXPECT_EQ(broken.out, "");
     EXPECT_EQ(broken.err, "nus: sort: cannot make a run file in " + tmp.str() +
                               "/missing: No such file or directory\n");
+}
+
+// Progress goes to stderr only when it is a terminal (the other tests see an empty stderr
+// through a pipe), and the progress line is cleared at the end.
+TEST(NusSort, ProgressOnATerminal) {
+    nus_test::TempDir dir;
+    const std::string input = dir.write("input.txt", generated_lines(400)).string();
+    int master = -1, slave = -1;
+    ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        dup2(slave, 2);
+        const int null = open("/dev/null", O_WRONLY);
+        dup2(null, 1);
+        close(master);
+        setenv("TESSARONDIR", NUS_DATA_DIR, 1);
+        setenv("TMPDIR", dir.str().c_str(), 1);
+        execl(NUS_TOOL, NUS_TOOL, "sort", "-l", "de_de.utf8", "-S", "1K", input.c_str(),
+              static_cast<char *>(nullptr));
+        _exit(127);
+    }
+    close(slave);
+    std::string err;
+    char buffer[4096];
+    for (ssize_t n; (n = read(master, buffer, sizeof buffer)) > 0;) err.append(buffer, n);
+    close(master);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_NE(err.find("\rnus: sort: read 400 lines, "), std::string::npos) << err;
+    EXPECT_NE(err.find("\rnus: sort: merging 400 lines, "), std::string::npos) << err;
+    ASSERT_GE(err.size(), 4u);
+    EXPECT_EQ(err.substr(err.size() - 4), "\r\033[K");
 }
