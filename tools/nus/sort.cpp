@@ -168,15 +168,22 @@ public:
 
 private:
     struct Entry {
-        std::size_t offset;  // of the key in the arena; the line follows it
+        std::uint64_t prefix;  // the key's first 8 bytes, big-endian, zero-padded
+        std::size_t offset;    // of the key in the arena (the line follows it); input order
         std::uint32_t key_length;
         std::uint32_t line_length;
     };
-    bool before(const Entry &a, std::size_t ia, const Entry &b, std::size_t ib) const {
-        const char *base = arena_.data();
-        int c = compare_keys(base + a.offset, a.key_length, base + b.offset, b.key_length);
+    // Most comparisons are settled by the prefixes, without touching the arena.
+    bool before(const Entry &a, const Entry &b) const {
+        int c;
+        if (a.prefix != b.prefix) {
+            c = a.prefix < b.prefix ? -1 : 1;
+        } else {
+            const char *base = arena_.data();
+            c = compare_keys(base + a.offset, a.key_length, base + b.offset, b.key_length);
+        }
         if (options_.reverse) c = -c;
-        return c != 0 ? c < 0 : ia < ib;
+        return c != 0 ? c < 0 : a.offset < b.offset;
     }
     // The sort key of a line (of its field with -k) into key_; false when it is not valid.
     bool make_key(const char *line, std::size_t length);
@@ -195,7 +202,6 @@ private:
     std::string directory_;
     std::vector<char> arena_;
     std::vector<Entry> entries_;
-    std::vector<std::size_t> order_;
     std::vector<std::unique_ptr<Run>> runs_;
     std::string scratch_;
     std::string key_;
@@ -266,12 +272,15 @@ void Sorter::add_line(const char *line, std::size_t length, const char *name,
         }
         status_ = kDataError;
     }
-    const Entry entry{arena_.size(), static_cast<std::uint32_t>(key_.size()),
+    std::uint64_t prefix = 0;
+    for (std::size_t i = 0; i < 8; ++i)
+        prefix = prefix << 8 | (i < key_.size() ? static_cast<unsigned char>(key_[i]) : 0u);
+    const Entry entry{prefix, arena_.size(), static_cast<std::uint32_t>(key_.size()),
                       static_cast<std::uint32_t>(length)};
     arena_.insert(arena_.end(), key_.begin(), key_.end());
     arena_.insert(arena_.end(), line, line + length);
     entries_.push_back(entry);
-    if (arena_.size() + entries_.size() * (sizeof(Entry) + sizeof(std::size_t)) >= options_.budget)
+    if (arena_.size() + entries_.size() * sizeof(Entry) >= options_.budget)
         if (!spill()) broken_ = true;
 }
 
@@ -301,11 +310,8 @@ int Sorter::add_input(std::FILE *stream, const char *name) {
 }
 
 void Sorter::sort_buffer() {
-    order_.resize(entries_.size());
-    for (std::size_t i = 0; i < order_.size(); ++i) order_[i] = i;
-    std::sort(order_.begin(), order_.end(), [this](std::size_t a, std::size_t b) {
-        return before(entries_[a], a, entries_[b], b);
-    });
+    std::sort(entries_.begin(), entries_.end(),
+              [this](const Entry &a, const Entry &b) { return before(a, b); });
 }
 
 bool Sorter::spill() {
@@ -317,8 +323,7 @@ bool Sorter::spill() {
     }
     const char *base = arena_.data();
     const Entry *previous = nullptr;
-    for (std::size_t i : order_) {
-        const Entry &e = entries_[i];
+    for (const Entry &e : entries_) {
         // Keeps the first of equal keys (the earliest line) when only unique lines are asked for.
         if (options_.unique && previous != nullptr &&
             compare_keys(base + previous->offset, previous->key_length, base + e.offset, e.key_length) == 0)
@@ -333,7 +338,6 @@ bool Sorter::spill() {
     runs_.push_back(std::move(run));
     arena_.clear();
     entries_.clear();
-    order_.clear();
     progress_.show("read", lines_, runs_.size());
     return true;
 }
@@ -407,15 +411,13 @@ int Sorter::finish() {
     if (runs_.empty()) {  // everything fitted in memory
         sort_buffer();
         const char *base = arena_.data();
-        for (std::size_t i : order_) {
-            const Entry &e = entries_[i];
+        for (const Entry &e : entries_) {
             emit(base + e.offset, e.key_length, base + e.offset + e.key_length, e.line_length);
         }
     } else {
         if (!entries_.empty() && !spill()) return kDataError;
         std::vector<char>().swap(arena_);
         std::vector<Entry>().swap(entries_);
-        std::vector<std::size_t>().swap(order_);
         // Merge consecutive groups until few enough are left; keeping them in input order
         // keeps the output stable.
         while (runs_.size() > kMergeWidth) {

@@ -56,16 +56,14 @@ std::string codeset_of(std::string_view spec) {
     return std::string(at == std::string_view::npos ? rest : rest.substr(0, at));
 }
 
-Output::Output() {
-    static char buffer[1 << 16];
-    std::setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
-}
-
-void Output::write(const void *data, std::size_t length) {
-    if (length != 0 && std::fwrite(data, 1, length, stdout) != length) failed_ = true;
+void Output::flush() {
+    if (!buffer_.empty() && std::fwrite(buffer_.data(), 1, buffer_.size(), stdout) != buffer_.size())
+        failed_ = true;
+    buffer_.clear();
 }
 
 bool Output::finish() {
+    flush();
     if (std::fflush(stdout) != 0 || std::ferror(stdout)) failed_ = true;
     if (failed_) report(kDataError, "write error: %s", std::strerror(errno));
     return !failed_;

@@ -33,16 +33,23 @@ struct Position {
     std::uint64_t byte = 1;
 };
 
-// Standard output through a large buffer; remembers a failed write.
+// Standard output through a large buffer of its own; remembers a failed write.
 class Output {
 public:
-    Output();
-    void write(const void *data, std::size_t length);
+    Output() { buffer_.reserve(kSize); }
+    ~Output() { flush(); }
+    void write(const void *data, std::size_t length) {
+        buffer_.append(static_cast<const char *>(data), length);
+        if (buffer_.size() >= kSize) flush();
+    }
     void write(std::string_view text) { write(text.data(), text.size()); }
     // Flushes; false (after reporting "write error") when any write failed.
     bool finish();
 
 private:
+    static constexpr std::size_t kSize = 1 << 16;
+    void flush();
+    std::string buffer_;
     bool failed_ = false;
 };
 
