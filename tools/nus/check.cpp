@@ -1,6 +1,226 @@
-// Placeholder: filled in by the subcommand's own change.
-#include "tools/nus/nus_tool.h"
+// nus check: validates text in a locale's code set, reporting every invalid or truncated
+// sequence by line, column and byte; optionally prints each line's display width.
+#include "tools/nus/text_io.h"
+
+#include <dirent.h>
+#include <getopt.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
 
 namespace nus_cli {
-int run_check(int, char **) { return report(kUsage, "not implemented yet"); }
+
+namespace {
+
+constexpr const char *kHelp =
+    "Usage: nus check (-l LOCALE | --codeset CS) [--width] [FILE...]\n"
+    "Check that the FILEs (standard input with none or with -) are valid text in the code set\n"
+    "of LOCALE, or of CS (through the first installed locale of that code set). Each invalid\n"
+    "or truncated sequence is reported on stderr as\n"
+    "  FILE: line L, column C, byte B: invalid sequence 0x81 0x20 in sjis\n"
+    "where C counts characters from 1 (an invalid sequence counts as one) and B counts bytes\n"
+    "of the input from 1. A sequence ends with the byte that made it invalid; when that byte\n"
+    "can start a character, checking goes on from it.\n\n"
+    "  -l, --locale=LOCALE  locale specification (ja_jp.sjis) or locale file name\n"
+    "      --codeset=CS     code-set name or number (sjis, 8859-1, 819)\n"
+    "  -w, --width          print each line's display width in columns, a tab and the line;\n"
+    "                       characters without a width (controls such as tab) count 0, and\n"
+    "                       a line with an invalid sequence shows '-'\n"
+    "  -h, --help           show this help\n\n"
+    "Exit status: 0 all valid, 1 something invalid (or an unknown locale or unreadable file),\n"
+    "2 usage error.\n";
+
+// The first locale file of the data tree written in code set `number`: "ll_tt/xxxx[mod].lco".
+std::string locale_file_for(unsigned int number) {
+    char digits[8];
+    std::snprintf(digits, sizeof digits, "%04x", number);
+    const std::string root = data_root() + "/nus/lc11";
+    std::vector<std::string> found;
+    DIR *top = opendir(root.c_str());
+    if (top == nullptr) return {};
+    while (const dirent *entry = readdir(top)) {
+        const std::string dir = entry->d_name;
+        if (dir.size() != 5 || dir[2] != '_') continue;
+        DIR *inner = opendir((root + "/" + dir).c_str());
+        if (inner == nullptr) continue;
+        while (const dirent *file = readdir(inner)) {
+            const std::string name = file->d_name;
+            if (name.size() >= 8 && name.compare(0, 4, digits) == 0 &&
+                name.compare(name.size() - 4, 4, ".lco") == 0)
+                found.push_back(dir + "/" + name);
+        }
+        closedir(inner);
+    }
+    closedir(top);
+    if (found.empty()) return {};
+    return *std::min_element(found.begin(), found.end());
+}
+
+class Checker {
+public:
+    Checker(Locale &locale, std::string codeset, bool width, Output &out)
+        : locale_(locale), codeset_(std::move(codeset)), width_(width), out_(out),
+          terminator_(static_cast<std::size_t>(std::max(nu_mb_loc_min(locale), 1))) {}
+
+    int run(std::FILE *stream, const char *name);
+
+private:
+    // Reports the bad sequences of a line; false when there was one.
+    // A character cut by the newline is invalid (the newline broke it); one cut by the end of
+    // the input is truncated.
+    bool check_line(const unsigned char *line, std::size_t length, bool newline,
+                    unsigned long long number, unsigned long long offset, const std::string &prefix);
+    // The display width of a valid line.
+    long line_width(const unsigned char *line, std::size_t length);
+
+    Locale &locale_;
+    std::string codeset_;
+    bool width_;
+    Output &out_;
+    std::size_t terminator_;
+    std::string scratch_;
+};
+
+bool Checker::check_line(const unsigned char *line, std::size_t length, bool newline,
+                         unsigned long long number, unsigned long long offset,
+                         const std::string &prefix) {
+    bool valid = true;
+    std::size_t from = 0, column = 1;
+    BadSequence bad;
+    while (find_bad_sequence(locale_, line, length, from, column, bad)) {
+        valid = false;
+        const bool cut = bad.truncated && !newline;
+        const std::string bytes = hex_bytes(line + bad.offset, bad.length) +
+                                  (bad.truncated && newline ? " 0x0A" : "");
+        report(kDataError, "%sline %llu, column %zu, byte %llu: %s sequence %s in %s",
+               prefix.c_str(), number, bad.column, offset + bad.offset + 1,
+               cut ? "truncated" : "invalid", bytes.c_str(), codeset_.c_str());
+        from = bad.offset + bad.length;
+        column = bad.column + 1;
+        if (bad.length > 1 && !bad.truncated) {
+            // The byte that broke the sequence may begin a character of its own.
+            const std::size_t last = bad.offset + bad.length - 1;
+            const int budget = static_cast<int>(std::min<std::size_t>(length - last, 4));
+            if (_tsn_nu_full_mblen(locale_, line + last, budget) > 0 ||
+                (*_nu_ext_errno(locale_) == NU_EINVAL && length - last < 4))
+                from = last;
+        }
+    }
+    return valid;
+}
+
+long Checker::line_width(const unsigned char *line, std::size_t length) {
+    scratch_.assign(reinterpret_cast<const char *>(line), length);
+    scratch_.append(terminator_, '\0');
+    const auto *s = reinterpret_cast<const unsigned char *>(scratch_.data());
+    if (std::memchr(line, 0, length) == nullptr) {
+        const int all = nu_mbswidth(locale_, s, static_cast<int>(length));
+        if (all >= 0) return all;
+    }
+    // Some character has no width (or a null character would end the string): one at a time,
+    // through the wide character (the multibyte form gives any one-byte character width 1).
+    long sum = 0;
+    for (std::size_t at = 0; at < length;) {
+        nu_wchar wc = 0;
+        const int budget = static_cast<int>(std::min<std::size_t>(length - at, 4));
+        const int step = _tsn_nu_full_mblen(locale_, s + at, budget);
+        if (step <= 0) break;
+        if (s[at] != 0 && nu_full_mbtowc(locale_, &wc, s + at, step) > 0) {
+            const int w = nu_wcwidth(locale_, wc);
+            if (w > 0) sum += w;
+        }
+        at += static_cast<std::size_t>(step);
+    }
+    return sum;
+}
+
+int Checker::run(std::FILE *stream, const char *name) {
+    const std::string prefix = input_prefix(name);
+    char *buffer = nullptr;
+    std::size_t capacity = 0;
+    unsigned long long number = 0, offset = 0;
+    int status = kOk;
+    ssize_t got;
+    while ((got = getline(&buffer, &capacity, stream)) > 0) {
+        std::size_t length = static_cast<std::size_t>(got);
+        const bool newline = buffer[length - 1] == '\n';
+        if (newline) --length;
+        const auto *line = reinterpret_cast<const unsigned char *>(buffer);
+        const bool valid = check_line(line, length, newline, ++number, offset, prefix);
+        if (!valid) status = kDataError;
+        if (width_) {
+            const std::string w = valid ? std::to_string(line_width(line, length)) : "-";
+            out_.write(w);
+            out_.write("\t", 1);
+            out_.write(buffer, length);
+            out_.write("\n", 1);
+        }
+        offset += static_cast<unsigned long long>(got);
+    }
+    const bool failed = std::ferror(stream) != 0;
+    std::free(buffer);
+    if (failed)
+        return report(kDataError, "%s: read error: %s",
+                      std::strcmp(name, "-") == 0 ? "standard input" : name, std::strerror(errno));
+    return status;
+}
+
+} // namespace
+
+int run_check(int argc, char **argv) {
+    if (wants_help(argc, argv, kHelp)) return kOk;
+    static const option kOptions[] = {
+        {"locale", required_argument, nullptr, 'l'},
+        {"codeset", required_argument, nullptr, 'C'},
+        {"width", no_argument, nullptr, 'w'},
+        {nullptr, 0, nullptr, 0}};
+    const char *spec = nullptr;
+    const char *codeset = nullptr;
+    bool width = false;
+    opterr = 0;
+    optind = 1;
+    int option;
+    while ((option = getopt_long(argc, argv, ":l:w", kOptions, nullptr)) != -1) {
+        switch (option) {
+        case 'l': spec = optarg; break;
+        case 'C': codeset = optarg; break;
+        case 'w': width = true; break;
+        case ':': return usage_error("option '%s' needs an argument", argv[optind - 1]);
+        default:
+            if (optopt != 0) return usage_error("unknown option '-%c'", optopt);
+            return usage_error("unknown option '%s'", argv[optind - 1]);
+        }
+    }
+    if ((spec == nullptr) == (codeset == nullptr))
+        return usage_error("give exactly one of -l LOCALE and --codeset CS");
+
+    std::string file;
+    std::string name;
+    if (codeset != nullptr) {
+        const unsigned int number = nu_lc_spec2cs_num(nullptr, codeset, nullptr);
+        if (number == NU_UNKNOWN_CODESET) return report(kDataError, "unknown code set '%s'", codeset);
+        file = locale_file_for(number);
+        if (file.empty())
+            return report(kDataError, "no locale in code set %s under %s/nus/lc11", codeset,
+                          data_root().c_str());
+        spec = file.c_str();
+        name = codeset;
+    } else {
+        name = locale_codeset(spec);
+    }
+    Locale locale;
+    if (!locale.load(spec)) return kDataError;
+    Output out;
+    Checker checker(locale, name, width, out);
+    int status = for_each_input(argc - optind, argv + optind, [&](std::FILE *stream, const char *input) {
+        return checker.run(stream, input);
+    });
+    if (!out.finish()) status = kDataError;
+    return status;
+}
+
 } // namespace nus_cli
