@@ -142,6 +142,7 @@ TEST(Cvdef, EnumeratesLittleEndianAndMixedCodeSetsThroughIconv) {
     EXPECT_EQ(find(c.shifted, "\x0f")->flags, kRecValid | kRecSourceShift);
     EXPECT_EQ(find(c.initial, "\xc1")->target, "A");
     EXPECT_EQ(find(c.shifted, "\x4c\x41")->target, "\xe4\xb8\x80");
+    EXPECT_EQ(find(c.shifted, "\x4c\x41")->flags, kRecValid);  // comes back: reversible
     EXPECT_GT(c.shifted.size(), 10000u);
 
     EXPECT_TRUE(conversion_from_iconv("UCS-2", "UTF-8", c).has_value());        // byte order?

@@ -350,8 +350,10 @@ std::optional<std::string> conversion_from_iconv(const std::string &from, const 
         CvChar c;
         c.source = s.key;
         if (cd.convert(s.bytes, converted) == Outcome::ok) {
-            // Irreversible unless the reverse conversion gives the character back.
-            if (reverse.convert(converted, check) != Outcome::ok || check != s.bytes)
+            // Irreversible unless the reverse conversion gives the character back (a
+            // shifted character comes back closed by its shift-in).
+            const std::string back = s.shifted ? s.bytes + '\x0f' : s.bytes;
+            if (reverse.convert(converted, check) != Outcome::ok || check != back)
                 c.flags |= kRecSubstitute;
             if (mixed_target && converted.size() >= 3 && converted.front() == '\x0e' &&
                 converted.back() == '\x0f') {
