@@ -5,10 +5,12 @@
 // first. The process-wide setup (external functions, diagnostics, registry cache) is done
 // before the threads start, as the library asks; built with ThreadSanitizer (make tsan) the
 // same program shows any shared write.
+#include "frame/frame.h"
 #include "support/support.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <string>
@@ -119,19 +121,26 @@ std::string work(nu_locale_t h, const char *spec, nu_cv_t cv, const std::string 
     return out;
 }
 
-TEST(Threads, HandlesLoadedAndUsedConcurrently) {
+// The whole run; with `logging`, every thread's messages also go to nus.log (in a
+// directory of the test's own).
+void run_threads(bool logging) {
     EnvGuard root("TESSARONDIR", std::string(NUS_DATA_DIR));
     EnvGuard path("NU_PATH", std::nullopt);
+    EnvGuard log("NUSLOG", logging ? std::optional<std::string>("on") : std::nullopt);
+    nus_test::TempDir dir;
+    nus_test::CwdGuard cwd(dir.path());
     // The process-wide setup, before any thread starts: the registry cache, the diagnostic
     // switches (read by the first message) and the external-function table (left at its
     // defaults, but fixed from here on).
     int32_t scratch = 0;
     nu_cache_registry(&scratch, nullptr);
+    nus::reset_debug_state();
     nu_message("threads: setup done");
 
     nu_cv_t cv = nullptr;
     if (nu_iconv_open(&cv, "utf8", "sjis") != 1 && cv == nullptr) {
         nu_free_registry_cache();
+        nus::reset_debug_state();
         GTEST_SKIP() << "the data tree has not been compiled (build the 64-bit tree)";
     }
     ASSERT_EQ(*_nu_ext_errno(cv), 0);
@@ -190,6 +199,17 @@ TEST(Threads, HandlesLoadedAndUsedConcurrently) {
     nu_lc_unload(shared);
     nu_cv_unload(cv);
     nu_free_registry_cache();
+    if (logging) {
+        // Every message is a whole line: writers never shared a stream.
+        const std::string log = nus_test::read_file(dir.path() / "nus.log");
+        EXPECT_NE(log.find("threads: setup done\n"), std::string::npos);
+        EXPECT_GT(std::count(log.begin(), log.end(), '\n'), kThreads * kRounds);
+    }
+    nus::reset_debug_state();
 }
+
+TEST(Threads, HandlesLoadedAndUsedConcurrently) { run_threads(false); }
+
+TEST(Threads, WithTheDiagnosticLogOn) { run_threads(true); }
 
 } // namespace
