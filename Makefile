@@ -63,7 +63,7 @@ tsan: build
 VALGRIND := valgrind --quiet --error-exitcode=99 --leak-check=full --show-leak-kinds=definite,indirect \
 	--errors-for-leak-kinds=definite,indirect --track-origins=no
 VALGRIND_PROGRAMS := frame_tests names_tests chars_tests locale_tests collate_tests time_tests \
-	numeric_tests convert_tests robust_tests
+	numeric_tests convert_tests robust_tests robust_thread_tests
 valgrind: build
 	@set -e; cd build/32/tests; for p in $(VALGRIND_PROGRAMS); do \
 	    echo "valgrind: $$p"; \
