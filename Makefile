@@ -65,6 +65,7 @@ VALGRIND := valgrind --quiet --error-exitcode=99 --leak-check=full --show-leak-k
 VALGRIND_PROGRAMS := frame_tests names_tests chars_tests locale_tests collate_tests time_tests \
 	numeric_tests convert_tests robust_tests robust_thread_tests
 valgrind: build
+	@command -v valgrind >/dev/null || { echo "valgrind: the valgrind package is not installed"; exit 1; }
 	@set -e; cd build/32/tests; for p in $(VALGRIND_PROGRAMS); do \
 	    echo "valgrind: $$p"; \
 	    NUS_TEST_DATA=$(CURDIR)/tests/data $(VALGRIND) ./$$p --gtest_brief=1 >../valgrind-$$p.log 2>&1 \
