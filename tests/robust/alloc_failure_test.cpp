@@ -256,8 +256,9 @@ TEST_F(AllocFailure, PerCategoryLoadsAndReloads) {
                 *_nu_ext_errno(h) = 0;
                 start();
                 names = nu_setlocale_4(h, category, to.c_str());
+                const bool loaded = names != nullptr;
                 nu_destroystring(names);
-                return release_handle(names != nullptr ? 0 : -1, h);
+                return release_handle(loaded ? 0 : -1, h);
             }, 1, true, sampled);
             sweep(what + " reload", [&, category] {
                 // The CTYPE and the category from the first locale, then the category anew.
@@ -268,13 +269,13 @@ TEST_F(AllocFailure, PerCategoryLoadsAndReloads) {
                 *_nu_ext_errno(h) = 0;
                 start();
                 char *names = nu_setlocale_4(h, category, to.c_str());
+                const bool loaded = names != nullptr;
                 const int code = *_nu_ext_errno(h);
                 nu_destroystring(names);
                 // Whatever the failure left, the handle still answers and releases cleanly.
                 const std::string print = fingerprint(h);
                 nu_lc_unload(h);
-                return Outcome{names != nullptr ? (code == NU_ENOMEM ? code : 0)
-                                                : (code != 0 ? code : -1),
+                return Outcome{loaded ? (code == NU_ENOMEM ? code : 0) : (code != 0 ? code : -1),
                                print};
             }, 1, true, sampled);
         }
