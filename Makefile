@@ -57,16 +57,22 @@ tsan: build
 	cd build/tsan && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
 	    NUS_TEST_DATA=$(CURDIR)/tests/data tests/robust_thread_tests
 
-# memcheck over the 32-bit test programs of the library (the reference target), one program at
-# a time; any invalid access or leak fails the run. The programs that drive the compilers and
-# the command-line tool are 64-bit only and not part of it.
+# memcheck over the test programs of the library, one program at a time; any invalid access or
+# leak fails the run. The 32-bit tree (the reference target) by default: memcheck needs the
+# debugging symbols of the 32-bit dynamic loader for it (Debian: libc6-dbg:i386, from the i386
+# architecture); VALGRIND_TREE=build/64 runs the same programs of the 64-bit tree. The
+# programs that drive the compilers and the command-line tool are not part of it.
+VALGRIND_TREE ?= build/32
 VALGRIND := valgrind --quiet --error-exitcode=99 --leak-check=full --show-leak-kinds=definite,indirect \
 	--errors-for-leak-kinds=definite,indirect --track-origins=no
 VALGRIND_PROGRAMS := frame_tests names_tests chars_tests locale_tests collate_tests time_tests \
 	numeric_tests convert_tests robust_tests robust_thread_tests
 valgrind: build
 	@command -v valgrind >/dev/null || { echo "valgrind: the valgrind package is not installed"; exit 1; }
-	@set -e; cd build/32/tests; for p in $(VALGRIND_PROGRAMS); do \
+	@$(VALGRIND) $(VALGRIND_TREE)/tests/frame_tests --gtest_list_tests >/dev/null 2>&1 || { \
+	    echo "valgrind cannot run the programs of $(VALGRIND_TREE) (for build/32 it needs libc6-dbg:i386);"; \
+	    echo "make valgrind VALGRIND_TREE=build/64 runs the 64-bit ones"; exit 1; }
+	@set -e; cd $(VALGRIND_TREE)/tests; for p in $(VALGRIND_PROGRAMS); do \
 	    echo "valgrind: $$p"; \
 	    NUS_TEST_DATA=$(CURDIR)/tests/data $(VALGRIND) ./$$p --gtest_brief=1 >../valgrind-$$p.log 2>&1 \
 	        || { tail -n 60 ../valgrind-$$p.log; exit 1; }; \
