@@ -63,7 +63,8 @@ tsan: build
 # architecture); VALGRIND_TREE=build/64 runs the same programs of the 64-bit tree. The
 # programs that drive the compilers and the command-line tool are not part of it.
 VALGRIND_TREE ?= build/32
-VALGRIND := valgrind --quiet --error-exitcode=99 --leak-check=full --show-leak-kinds=definite,indirect \
+VALGRIND := valgrind --quiet --error-exitcode=99 --suppressions=$(CURDIR)/tests/valgrind.supp \
+	--leak-check=full --show-leak-kinds=definite,indirect \
 	--errors-for-leak-kinds=definite,indirect --track-origins=no
 VALGRIND_PROGRAMS := frame_tests names_tests chars_tests locale_tests collate_tests time_tests \
 	numeric_tests convert_tests robust_tests robust_thread_tests
