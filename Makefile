@@ -2,7 +2,7 @@
 JOBS ?= $(shell nproc)
 TREES := build/32 build/64
 
-.PHONY: all deps build demo test bench asan clean
+.PHONY: all deps build demo test bench sanitize asan tsan valgrind clean
 
 all: build
 
@@ -23,20 +23,61 @@ test: build
 	cd build/32 && ctest --output-on-failure -j $(JOBS)
 	cd build/64 && ctest --output-on-failure -j $(JOBS)
 
-# The 64-bit tests under AddressSanitizer and UndefinedBehaviorSanitizer, optimised as the
-# shipped object is (which keeps the run inside CI's time), without the benchmarks. Left out:
-# the checks of the shipped object, which do not apply to an instrumented build, and the walk
-# of every Debian locale source through the tools' reader (minutes under the sanitizers; the
-# plain run has it). The data tree is the one the plain trees compile.
-ASAN_SKIP := ^build\.|^LocaleSource\.EveryDebianSourceReads$$
+# The 64-bit tests under AddressSanitizer and UndefinedBehaviorSanitizer (no recovery: the
+# first report fails the test), optimised as the shipped object is (which keeps the run inside
+# CI's time), without the benchmarks. Left out: the checks of the shipped object, which do not
+# apply to an instrumented build, and the walk of every Debian locale source through the tools'
+# reader (minutes under the sanitizers; the plain run has it). The data tree is the one the
+# plain trees compile. `asan` is the older name of the same run.
+SANITIZE_SKIP := ^build\.|^LocaleSource\.EveryDebianSourceReads$$
 SANITIZE := -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=all
-asan: build
-	cmake -S . -B build/asan -DNUS_BITS=64 -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNUS_BENCH=OFF \
-	    -DNUS_DATA_COMPILE=OFF \
+sanitize: build
+	cmake -S . -B build/sanitize -DNUS_BITS=64 -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNUS_BENCH=OFF \
+	    -DNUS_DATA_COMPILE=OFF -DNUS_DATA_DIR=$(CURDIR)/build/data \
 	    -DCMAKE_C_FLAGS="$(SANITIZE)" -DCMAKE_CXX_FLAGS="$(SANITIZE)" \
 	    -DCMAKE_EXE_LINKER_FLAGS="$(SANITIZE)" -DCMAKE_SHARED_LINKER_FLAGS="$(SANITIZE)" >/dev/null
-	cmake --build build/asan -j $(JOBS)
-	cd build/asan && ASAN_OPTIONS=detect_leaks=1 LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp ctest --output-on-failure -j $(JOBS) -E '$(ASAN_SKIP)'
+	cmake --build build/sanitize -j $(JOBS)
+	cd build/sanitize && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
+	    UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+	    LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp \
+	    ctest --output-on-failure -j $(JOBS) -E '$(SANITIZE_SKIP)'
+
+asan: sanitize
+
+# The thread test under ThreadSanitizer: a small 64-bit tree that builds the library and that
+# one test program only. Nothing is suppressed: the process-wide setup (external functions,
+# diagnostics, registry caches) is done before the test's threads start.
+TSAN := -fsanitize=thread -fno-omit-frame-pointer
+tsan: build
+	cmake -S . -B build/tsan -DNUS_BITS=64 -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNUS_BENCH=OFF \
+	    -DNUS_DATA_COMPILE=OFF -DNUS_DATA_DIR=$(CURDIR)/build/data \
+	    -DCMAKE_C_FLAGS="$(TSAN)" -DCMAKE_CXX_FLAGS="$(TSAN)" \
+	    -DCMAKE_EXE_LINKER_FLAGS="$(TSAN)" -DCMAKE_SHARED_LINKER_FLAGS="$(TSAN)" >/dev/null
+	cmake --build build/tsan -j $(JOBS) --target robust_thread_tests
+	cd build/tsan && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+	    NUS_TEST_DATA=$(CURDIR)/tests/data tests/robust_thread_tests
+
+# memcheck over the test programs of the library, one program at a time; any invalid access or
+# leak fails the run. The 32-bit tree (the reference target) by default: memcheck needs the
+# debugging symbols of the 32-bit dynamic loader for it (Debian: libc6-dbg:i386, from the i386
+# architecture); VALGRIND_TREE=build/64 runs the same programs of the 64-bit tree. The
+# programs that drive the compilers and the command-line tool are not part of it.
+VALGRIND_TREE ?= build/32
+VALGRIND := valgrind --quiet --error-exitcode=99 --suppressions=$(CURDIR)/tests/valgrind.supp \
+	--leak-check=full --show-leak-kinds=definite,indirect \
+	--errors-for-leak-kinds=definite,indirect --track-origins=no
+VALGRIND_PROGRAMS := frame_tests names_tests chars_tests locale_tests collate_tests time_tests \
+	numeric_tests convert_tests robust_tests robust_thread_tests
+valgrind: build
+	@command -v valgrind >/dev/null || { echo "valgrind: the valgrind package is not installed"; exit 1; }
+	@$(VALGRIND) $(VALGRIND_TREE)/tests/frame_tests --gtest_list_tests >/dev/null 2>&1 || { \
+	    echo "valgrind cannot run the programs of $(VALGRIND_TREE) (for build/32 it needs libc6-dbg:i386);"; \
+	    echo "make valgrind VALGRIND_TREE=build/64 runs the 64-bit ones"; exit 1; }
+	@set -e; cd $(VALGRIND_TREE)/tests; for p in $(VALGRIND_PROGRAMS); do \
+	    echo "valgrind: $$p"; \
+	    NUS_TEST_DATA=$(CURDIR)/tests/data $(VALGRIND) ./$$p --gtest_brief=1 >../valgrind-$$p.log 2>&1 \
+	        || { tail -n 60 ../valgrind-$$p.log; exit 1; }; \
+	done; echo "valgrind: no invalid accesses, no leaks"
 
 # glibc locales the benchmarks compare with, compiled into the build tree (no system change).
 GLIBC_LOCALES := build/glibc-locales

@@ -47,7 +47,10 @@ NU_EXPORT void nu_init_debug(void) {
     if (is_on(std::getenv("NUSDEBUG"))) nus_popups = 1;
 }
 
-// One open and close per message, so that the log survives a crash of the caller.
+// One open and close per message, so that the log survives a crash of the caller. The
+// stream is the message's own: threads that log at once each write and close their own
+// (a shared stream variable let one thread close another's stream), and the line goes out
+// in one write, so that lines interleave whole.
 NU_EXPORT void nu_message(const char *text) {
     if (!nus_debug_initialized) {
         nu_init_debug();
@@ -55,12 +58,9 @@ NU_EXPORT void nu_message(const char *text) {
     }
     if (text == nullptr) text = "";
     if (nus_logging) {
-        nus_log_file = std::fopen(kLogName, "a");
-        if (nus_log_file != nullptr) {
-            std::fprintf(nus_log_file, "%s", text);
-            std::fprintf(nus_log_file, "\n");
-            std::fclose(nus_log_file);
-            nus_log_file = nullptr;
+        if (FILE *log = std::fopen(kLogName, "a")) {
+            std::fprintf(log, "%s\n", text);
+            std::fclose(log);
         }
     }
     if (nus_popups) std::printf("%s: %s\n", "NUS", text);

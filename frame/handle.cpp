@@ -178,6 +178,10 @@ NU_EXPORT int nu_create_null_locale_4(nu_locale_t *handle) {
     *handle = h;
     h->case_expansion = 1.0;
     h->expansion2 = 1.0;
+    // The string functions of the null locale, until a load chooses the locale's own: the
+    // formatting functions widen their formats through them before anything is loaded.
+    h->to_wide = _nu_im_mbstowcs;
+    h->counted_to_wide = _tsn_nu_im_mbfstowcfs;
     nus::init_nuconv_monetary(h);
     nus::init_nuconv_numeric(h);
     for (int category = NU_CTYPE; category <= NU_MESSAGES; ++category) {

@@ -49,16 +49,18 @@ private:
     char local_[kPathBufferSize];
 };
 
-// Reports one attempt through the log, with a message buffer of the path's length plus 16.
+// Reports one attempt through the log, with a message buffer of the path's length plus 16
+// and its terminating zero ("Could not open: " alone takes the 16).
 void report(const Io &io, bool opened, const char *path) {
-    const size_t length = std::strlen(path) + 16;
+    const size_t path_length = std::strlen(path);
+    const size_t length = path_length + 16 + 1;
     char local[kPathBufferSize];
     char *text = length <= sizeof local ? local : static_cast<char *>(io.alloc(length));
     if (text == nullptr) return;
     const char *prefix = opened ? "Opened: " : "Could not open: ";
     const size_t prefix_length = std::strlen(prefix);
     std::memcpy(text, prefix, prefix_length);
-    std::memcpy(text + prefix_length, path, length - 16 + 1);
+    std::memcpy(text + prefix_length, path, path_length + 1);
     nu_message(text);
     if (text != local) io.release(text);
 }

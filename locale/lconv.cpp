@@ -176,7 +176,9 @@ int read_group(FILE *stream, Grouping &group, int *error) {
 
 namespace {
 
-// Reads strings into each field in turn; false at the first that fails (when checked).
+// Reads strings into each field in turn; false at the first that fails (when checked). A
+// refused allocation always stops the reading: the string's bytes were not consumed, so the
+// fields after it would be read out of step and overwrite the code.
 template <size_t N>
 bool read_strings(FILE *stream, CatString *const (&fields)[N], int *error, bool checked) {
     bool ok = true;
@@ -185,7 +187,7 @@ bool read_strings(FILE *stream, CatString *const (&fields)[N], int *error, bool 
         field->mb = str_readallc(stream, error);
         if (field->mb == nullptr) {
             ok = false;
-            if (checked) return false;
+            if (checked || *error == NU_ENOMEM) return false;
         }
     }
     return ok;

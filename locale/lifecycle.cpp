@@ -135,6 +135,12 @@ char *set_categories(nu_locale_rec *h, int category, const char *spec, const cha
         name[0] = '\0';
         if (load_category(h, c, text, name, directory, &resume) != 0) {
             if (h->error == 0) nus::set_error(h, NU_ELOAD);
+            // The failing category was emptied: the flags and functions chosen for what it
+            // held before must follow (a collation over the old CTYPE's tables would read
+            // freed or missing ones). The load's own code is the one the caller sees.
+            const int code = h->error;
+            nus::update_locale(h);
+            nus::set_error(h, code);
             return nullptr;
         }
         copy_name(h->locname[nus::cat_index(c)], kNameSize, name, std::strlen(name));
@@ -289,6 +295,9 @@ int invalid_copy(nu_locale_rec *dst, nu_locale_rec *src, int category) {
 
 int copy_category(nu_locale_rec *dst, nu_locale_rec *src, int category) {
     nu_free_category(dst, category);
+    // The conventions record is rebuilt for the destination; when its memory is refused the
+    // copy fails with 3, which the update that follows would otherwise clear.
+    bool record_built = true;
     switch (category) {
     case NU_CTYPE:
         dst->ctype = src->ctype;   // shared with the source
@@ -302,12 +311,12 @@ int copy_category(nu_locale_rec *dst, nu_locale_rec *src, int category) {
     case NU_NUMERIC:
         nus::copy_numeric(dst, src);
         nus::free_nuconv_numeric(dst);
-        nus::load_nuconv_numeric(dst);
+        record_built = nus::load_nuconv_numeric(dst) == 0;
         break;
     case NU_MONETARY:
         nus::copy_monetary(dst, src);
         nus::free_nuconv_monetary(dst);
-        nus::load_nuconv_monetary(dst);
+        record_built = nus::load_nuconv_monetary(dst) == 0;
         break;
     case NU_TIME:
         dst->time = src->time;
@@ -323,7 +332,12 @@ int copy_category(nu_locale_rec *dst, nu_locale_rec *src, int category) {
     dst->borrowed[i] = 1;
     std::memcpy(dst->codeset[i], src->codeset[i], sizeof dst->codeset[i]);
     std::memcpy(dst->locname[i], src->locname[i], sizeof dst->locname[i]);
-    return nus::update_locale(dst);
+    const int updated = nus::update_locale(dst);
+    if (!record_built) {
+        nus::set_error(dst, NU_ENOMEM);
+        return -1;
+    }
+    return updated;
 }
 
 } // namespace
@@ -337,6 +351,14 @@ NU_EXPORT int nu_copy_cat(nu_locale_t dst, nu_locale_t src, int category) {
     if (invalid_copy(dst, src, category) != 0) return -1;
     const int first = category == NU_ALL ? NU_CTYPE : category;
     const int last = category == NU_ALL ? NU_MESSAGES : category;
-    for (int c = first; c <= last; ++c) copy_category(dst, src, c);
+    // The result of each copy is not examined (kept for compatibility: the call returns 0),
+    // but a refused allocation stays in the error slot, where a later copy's update would
+    // otherwise clear it.
+    bool out_of_memory = false;
+    for (int c = first; c <= last; ++c) {
+        if (copy_category(dst, src, c) != 0 && *_nu_ext_errno(dst) == NU_ENOMEM)
+            out_of_memory = true;
+    }
+    if (out_of_memory) nus::set_error(dst, NU_ENOMEM);
     return 0;
 }

@@ -8,6 +8,8 @@
 
 #include <cstdlib>
 
+#include <sys/stat.h>
+
 // The built-in registry. Kept exactly as it has always been, quirks included: "csid933"
 // lacks the "c" of its siblings, "ccsid28709" maps to 29709 while "tchhstexsbcs" maps to
 // 28709, "8859-5" shares 915 with "cyrillic-8bit", "eucjp" (5050) and "ujis" (0xE007)
@@ -100,19 +102,38 @@ int skip_space(FILE *stream) {
     return c;
 }
 
-// Reads up to and including a newline; false when the end of the file comes first.
-bool skip_line(FILE *stream) {
+// The longest registry line the reader goes through: a line without end (a device such as
+// /dev/zero named as the registry) is damage, not a registry.
+constexpr long kMaxLineLength = 64 * 1024;
+
+enum class LineEnd { newline, end_of_file, overlong };
+
+// Reads up to and including a newline.
+LineEnd skip_line_checked(FILE *stream) {
     int c;
-    while ((c = std::fgetc(stream)) != EOF) {
-        if (c == '\n') return true;
+    for (long n = 0; (c = std::fgetc(stream)) != EOF; ++n) {
+        if (c == '\n') return LineEnd::newline;
+        if (n >= kMaxLineLength) return LineEnd::overlong;
     }
-    return false;
+    return LineEnd::end_of_file;
 }
 
-// The registry file: the caller's path when it is not empty, else the data-file search.
+// Reads up to and including a newline; false when the end of the file (or of the longest
+// line) comes first.
+bool skip_line(FILE *stream) { return skip_line_checked(stream) == LineEnd::newline; }
+
+// The registry file: the caller's path when it is not empty, else the data-file search. A
+// directory opens for reading but cannot be read: it counts as a file that cannot be opened.
 FILE *open_registry(void *handle, const char *path) {
-    if (path != nullptr && path[0] != '\0') return std::fopen(path, "r");
-    return nu_path_search_no_ext(handle, "registry", "cm", "3");
+    FILE *stream = path != nullptr && path[0] != '\0'
+                       ? std::fopen(path, "r")
+                       : nu_path_search_no_ext(handle, "registry", "cm", "3");
+    struct stat st;
+    if (stream != nullptr && fstat(fileno(stream), &st) == 0 && S_ISDIR(st.st_mode)) {
+        std::fclose(stream);
+        return nullptr;
+    }
+    return stream;
 }
 
 void free_list(nu_registry_node *node) {
@@ -303,7 +324,13 @@ NU_EXPORT const void *nu_cache_registry(void *handle, const char *registry) {
         }
         *tail = node;
         tail = &node->next;
-        if (!skip_line(stream)) break;   // the last line may lack its newline here
+        const LineEnd end = skip_line_checked(stream);
+        if (end == LineEnd::overlong) {
+            std::fclose(stream);
+            free_list(head);
+            return install_canned(handle, NU_EBADFILE);
+        }
+        if (end == LineEnd::end_of_file) break;   // the last line may lack its newline here
     }
     std::fclose(stream);
     nus_registry_list_cache = head;
