@@ -2,7 +2,7 @@
 JOBS ?= $(shell nproc)
 TREES := build/32 build/64
 
-.PHONY: all deps build demo test bench sanitize asan tsan valgrind clean
+.PHONY: all deps build demo test bench sanitize asan tsan valgrind fuzz clean
 
 all: build
 
@@ -78,6 +78,29 @@ valgrind: build
 	    NUS_TEST_DATA=$(CURDIR)/tests/data $(VALGRIND) ./$$p --gtest_brief=1 >../valgrind-$$p.log 2>&1 \
 	        || { tail -n 60 ../valgrind-$$p.log; exit 1; }; \
 	done; echo "valgrind: no invalid accesses, no leaks"
+
+# Fuzzing, not part of `make test`: the targets of fuzz/ in a clang tree of their own
+# (build/fuzz), each run for FUZZ_SECONDS on its seed corpus (build/fuzz/corpus/<target>,
+# assembled from the test data, the generated data tree and the saved inputs of
+# tests/data/fuzz). New inputs go to build/fuzz/work/<target>, findings to
+# build/fuzz/findings/<target>; a target that finds something makes the run fail.
+FUZZ_SECONDS ?= 60
+FUZZ_TARGETS := multi_table registry locale_file cvo_file convert collate numeric strings \
+                charmap locale_source cvdef
+FUZZ_FLAGS := -rss_limit_mb=2048 -timeout=20 -print_final_stats=1
+fuzz: build
+	CC=clang CXX=clang++ cmake -S fuzz -B build/fuzz -DNUS_DATA_DIR=$(CURDIR)/build/data >/dev/null
+	cmake --build build/fuzz -j $(JOBS) --target fuzz_all
+	rm -rf build/fuzz/corpus
+	fuzz/make-corpus.py $(CURDIR) $(CURDIR)/build/data build/fuzz/corpus
+	@status=0; for t in $(FUZZ_TARGETS); do \
+	    mkdir -p build/fuzz/work/$$t build/fuzz/findings/$$t; \
+	    echo "== fuzz_$$t for $(FUZZ_SECONDS) s"; \
+	    build/fuzz/fuzz_$$t -max_total_time=$(FUZZ_SECONDS) $(FUZZ_FLAGS) \
+	        -artifact_prefix=build/fuzz/findings/$$t/ build/fuzz/work/$$t build/fuzz/corpus/$$t \
+	        2>build/fuzz/findings/$$t.log || { status=1; tail -n 40 build/fuzz/findings/$$t.log; }; \
+	    grep -E '^stat::(number_of_executed_units|peak_rss_mb)|DONE' build/fuzz/findings/$$t.log; \
+	done; exit $$status
 
 # glibc locales the benchmarks compare with, compiled into the build tree (no system change).
 GLIBC_LOCALES := build/glibc-locales

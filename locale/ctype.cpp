@@ -2,6 +2,7 @@
 #include "chars/chars.h"
 #include "locale/locale.h"
 
+#include <climits>
 #include <cmath>
 
 namespace {
@@ -151,6 +152,13 @@ int read_ctype(FILE *stream, nu_locale_rec *h) {
         h->case_expansion = 4.0;
     } else {
         h->case_expansion = std::strtod(rest, nullptr);
+        // A character grows at most from one byte to four: anything else (a negative, a
+        // huge or a NaN factor) is damage, and would make the output size meaningless.
+        if (!(h->case_expansion >= 0.0 && h->case_expansion <= MULTI_MAX_DEPTH)) {
+            h->case_expansion = 4.0;
+            set_error(h, NU_EBADFILE);
+            return -1;
+        }
     }
     return 0;
 }
@@ -192,7 +200,9 @@ NU_EXPORT nu_wchar _nu_im_towlower(nu_locale_t h, nu_wchar wc) {
 }
 
 NU_EXPORT int nu_case_conv_outbuflen(nu_locale_t h, int length) {
-    return static_cast<int>(std::ceil(h->case_expansion)) * length;
+    // Saturated rather than wrapped for lengths near the int range.
+    const long long size = static_cast<long long>(std::ceil(h->case_expansion)) * length;
+    return size > INT_MAX ? INT_MAX : size < INT_MIN ? INT_MIN : static_cast<int>(size);
 }
 
 // ---- multibyte characters and strings --------------------------------------------------------

@@ -96,6 +96,10 @@ T wcs_to_integer(nu_locale_rec *h, const nu_wchar *ws, nu_wchar **end, int base,
                        static_cast<int>(buffer + kBufferChars - cursor), &skipped) != 0) {
         return static_cast<T>(kFailure);
     }
+    // A base the system conversion does not define converts nothing and stores no end, as
+    // the system library does, without handing it the base (which leaves its end pointer to
+    // whoever implements it).
+    if (base != 0 && (base < 2 || base > 36)) return 0;
     errno = 0;
     char *stop = nullptr;
     const T value = convert(buffer, &stop, base);

@@ -303,10 +303,15 @@ int format_float(nu_locale_rec *h, double value, int *count, int size, nu_wchar 
             } while (v > 0);
             while (n > 0) fmt[k++] = digits[--n];
         };
-        if (inner > 0) number(inner);
+        // Widths and precisions above 1000 are written as 1000: the text is refused either
+        // way (it holds at least that many characters), except for a "g" text, which a
+        // double's exact digits (767 at most) already end; the system formatter would
+        // otherwise be asked for a buffer of the precision's size.
+        constexpr int kInnerLimit = 1000;
+        if (inner > 0) number(std::min(inner, kInnerLimit));
         if (precision >= 0) {   // a negative precision from "*" counts as none
             fmt[k++] = '.';
-            number(precision);
+            number(std::min(precision, kInnerLimit));
         }
         fmt[k++] = style;
         fmt[k] = 0;
