@@ -2,7 +2,7 @@
 JOBS ?= $(shell nproc)
 TREES := build/32 build/64
 
-.PHONY: all deps build demo test bench asan clean
+.PHONY: all deps build demo test install bench asan clean
 
 all: build
 
@@ -23,12 +23,24 @@ test: build
 	cd build/32 && ctest --output-on-failure -j $(JOBS)
 	cd build/64 && ctest --output-on-failure -j $(JOBS)
 
+# Installs both trees: the libraries into PREFIX/lib/x86_64-linux-gnu and
+# PREFIX/lib/i386-linux-gnu (with nus.pc and the CMake package beside each), nus.h, the tools,
+# the man pages, and the compiled data into DATAROOT, where the library looks when TESSARONDIR
+# is not set. DESTDIR is put in front of every path, for staged installs.
+PREFIX ?= /usr/local
+DATAROOT ?= /usr/tessaron
+DESTDIR ?=
+install: build
+	for tree in $(TREES); do \
+	    DESTDIR="$(DESTDIR)" NUS_DATAROOT="$(DATAROOT)" cmake --install $$tree --prefix "$(PREFIX)" || exit 1; \
+	done
+
 # The 64-bit tests under AddressSanitizer and UndefinedBehaviorSanitizer, optimised as the
 # shipped object is (which keeps the run inside CI's time), without the benchmarks. Left out:
-# the checks of the shipped object, which do not apply to an instrumented build, and the walk
-# of every Debian locale source through the tools' reader (minutes under the sanitizers; the
-# plain run has it). The data tree is the one the plain trees compile.
-ASAN_SKIP := ^build\.|^LocaleSource\.EveryDebianSourceReads$$
+# the checks of the shipped object and the install test, which do not apply to an instrumented
+# build, and the walk of every Debian locale source through the tools' reader (minutes under the
+# sanitizers; the plain run has it). The data tree is the one the plain trees compile.
+ASAN_SKIP := ^build\.|^install\.|^LocaleSource\.EveryDebianSourceReads$$
 SANITIZE := -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=all
 asan: build
 	cmake -S . -B build/asan -DNUS_BITS=64 -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNUS_BENCH=OFF \
