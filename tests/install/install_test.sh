@@ -24,10 +24,11 @@ fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
 step() { echo "-- $*"; }
 # expect_output WHAT EXPECTED COMMAND...: runs the command, compares its standard output.
 expect_output() {
-    local what=$1 expected=$2 out
+    local what=$1 expected=$2 out status=0
     shift 2
-    if ! out=$("$@" 2>"$work/stderr"); then
-        fail "$what: exit status $? ($(cat "$work/stderr"))"
+    out=$("$@" 2>"$work/stderr") || status=$?
+    if ((status != 0)); then
+        fail "$what: exit status $status ($(cat "$work/stderr"))"
     elif [[ "$out" != "$expected" ]]; then
         fail "$what: printed [$out], expected [$expected]"
     fi
