@@ -46,6 +46,7 @@ int main(int argc, char **argv) {
     case 0: {
         size_t n;
         while ((n = fread(piece, 1, sizeof piece, input)) > 0) fwrite(piece, 1, n, stdout);
+        if (input != stdin) fclose(input);
         return 0;
     }
     }

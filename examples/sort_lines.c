@@ -24,7 +24,8 @@ struct line {
     unsigned char *key; /* its sort key, ending in a 0 byte */
 };
 
-/* Orders by key; lines of equal keys by their bytes, so that the output is stable. */
+/* Orders by key; lines whose keys are equal by their bytes, so that the output does not depend
+   on the order in which qsort happens to compare them. */
 static int by_key(const void *a, const void *b) {
     const struct line *x = a, *y = b;
     int order = strcmp((const char *)x->key, (const char *)y->key);
@@ -75,9 +76,14 @@ int main(int argc, char **argv) {
     while ((length = getline(&text, &text_size, stdin)) != -1) {
         if (length > 0 && text[length - 1] == '\n') text[--length] = '\0';
         if (count == capacity) {
+            struct line *more;
             capacity = capacity ? 2 * capacity : 64;
-            lines = realloc(lines, capacity * sizeof *lines);
-            if (lines == NULL) return 1;
+            more = realloc(lines, capacity * sizeof *lines);
+            if (more == NULL) {
+                fprintf(stderr, "sort_lines: out of memory\n");
+                return 1;
+            }
+            lines = more;
         }
         lines[count].key = make_key(locale, text, (long)count + 1);
         if (lines[count].key == NULL) {
@@ -85,6 +91,10 @@ int main(int argc, char **argv) {
             continue; /* leave an invalid line out and go on */
         }
         lines[count].text = strdup(text);
+        if (lines[count].text == NULL) {
+            fprintf(stderr, "sort_lines: out of memory\n");
+            return 1;
+        }
         ++count;
     }
     free(text);
