@@ -5,7 +5,7 @@
  *
  * FROM and TO are code-set names of the registry (8859-1, utf8, sjis, ...) or locale
  * specifications (de_de.8859-1). The conversion object is found under $TESSARONDIR (default
- * /usr/tessaron). Characters that TO lacks are replaced by its substitute and counted.
+ * /usr/tessaron). Characters that TO lacks are replaced by its substitute, and a note says so.
  *
  * The input is read in pieces of a fixed size, so a character may be cut at the end of a
  * piece: the conversion then stops before it (NU_EINVAL) and the cut bytes are carried over to
@@ -24,7 +24,7 @@ int main(int argc, char **argv) {
     unsigned char piece[4096], out[4096];
     int pending = 0;          /* bytes at the front of `piece` left from the last round */
     long offset = 0;          /* input bytes converted so far, for messages */
-    long substituted = 0;
+    int substituted = 0;      /* set once a character had no exact equivalent */
     int status = 0, last = 0;
 
     if (argc < 3 || argc > 4) {
@@ -67,7 +67,7 @@ int main(int argc, char **argv) {
             int result = nu_cv_mconv(cv, &state, &in, &inlen, &to, &room, &irreversible);
             int error = result == 0 ? 0 : *_nu_ext_errno(cv);
             fwrite(out, 1, (size_t)(to - out), stdout);
-            substituted += irreversible;
+            substituted |= irreversible;
             state.reset = 0;
             if (error == NU_E2BIG) continue; /* output written out: go on from *in */
             offset += (long)(in - piece);
@@ -87,9 +87,9 @@ int main(int argc, char **argv) {
             break;
         }
     }
-    if (substituted != 0)
-        fprintf(stderr, "convert_file: %ld piece(s) held characters that %s lacks\n",
-                substituted, argv[2]);
+    if (substituted)
+        fprintf(stderr, "convert_file: characters without an equivalent in %s were substituted\n",
+                argv[2]);
     nu_cv_unload(cv);
     if (input != stdin) fclose(input);
     return status;

@@ -1,6 +1,6 @@
 # Runs an example: COMMAND (a ;-list) with the file INPUT (optional) on standard input, and
-# compares its standard output with the file EXPECT and its exit status with STATUS (default
-# 0). With REPEAT, the input is INPUT's text that many times over and the expected output
+# compares its standard output with the file EXPECT, its exit status with STATUS (default 0)
+# and, when ERROR is given, its standard error with that regular expression. With REPEAT, the input is INPUT's text that many times over and the expected output
 # EXPECT's text as many times (long inputs from one-line files).
 if(NOT DEFINED STATUS)
     set(STATUS 0)
@@ -24,4 +24,7 @@ if(NOT status EQUAL STATUS)
 endif()
 if(NOT out STREQUAL expected)
     message(FATAL_ERROR "output differs from ${EXPECT}:\n--- got\n${out}--- expected\n${expected}\n${err}")
+endif()
+if(DEFINED ERROR AND NOT err MATCHES "${ERROR}")
+    message(FATAL_ERROR "standard error does not match \"${ERROR}\":\n${err}")
 endif()
