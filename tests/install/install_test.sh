@@ -21,6 +21,9 @@ lib64=$root/lib/x86_64-linux-gnu lib32=$root/lib/i386-linux-gnu
 failures=0
 
 fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
+# grep that reads all of its input: with pipefail, "grep -q" quitting at the first match would
+# fail the pipeline through the writer's broken pipe.
+matches() { grep "$@" >/dev/null; }
 step() { echo "-- $*"; }
 # expect_output WHAT EXPECTED COMMAND...: runs the command, compares its standard output.
 expect_output() {
@@ -51,14 +54,14 @@ for lib in "${libs[@]}"; do
     [[ -f $lib/libnus.so.4.0.0 ]] || fail "$lib/libnus.so.4.0.0 missing"
     [[ "$(readlink "$lib/libnus.so.4")" == libnus.so.4.0.0 ]] || fail "$lib/libnus.so.4 is no link to libnus.so.4.0.0"
     [[ "$(readlink "$lib/libnus.so")" == libnus.so.4 ]] || fail "$lib/libnus.so is no link to libnus.so.4"
-    readelf -d "$lib/libnus.so.4.0.0" | grep -q 'SONAME.*\[libnus\.so\.4\]' || fail "$lib: SONAME is not libnus.so.4"
+    readelf -d "$lib/libnus.so.4.0.0" | matches 'SONAME.*\[libnus\.so\.4\]' || fail "$lib: SONAME is not libnus.so.4"
     for f in pkgconfig/nus.pc cmake/nus/nusConfig.cmake cmake/nus/nusConfigVersion.cmake cmake/nus/nusTargets.cmake; do
         [[ -f $lib/$f ]] || fail "$lib/$f missing"
     done
 done
-readelf -h "$lib64/libnus.so.4.0.0" | grep -q 'Class:.*ELF64' || fail "the x86_64 library is not ELF64"
+readelf -h "$lib64/libnus.so.4.0.0" | matches 'Class:.*ELF64' || fail "the x86_64 library is not ELF64"
 if [[ -n "$tree32" ]]; then
-    readelf -h "$lib32/libnus.so.4.0.0" | grep -q 'Class:.*ELF32' || fail "the i386 library is not ELF32"
+    readelf -h "$lib32/libnus.so.4.0.0" | matches 'Class:.*ELF32' || fail "the i386 library is not ELF32"
 else
     echo "note: no built 32-bit tree beside $tree64; the i386 library is not checked"
 fi
@@ -74,13 +77,13 @@ done
 [[ -z "$(find "$data" -name '.compiled')" ]] || fail "the build's stamp files were installed with the data"
 
 step "tools"
-readelf -d "$root/bin/nus" | grep -q 'R.*PATH.*\$ORIGIN/\.\./lib/x86_64-linux-gnu' || fail "bin/nus has no RUNPATH to its library"
+readelf -d "$root/bin/nus" | matches 'R.*PATH.*\$ORIGIN/\.\./lib/x86_64-linux-gnu' || fail "bin/nus has no RUNPATH to its library"
 # No LD_LIBRARY_PATH: the RUNPATH must find the installed library, not the build tree's.
 if ! (cd "$work" && env -u LD_LIBRARY_PATH "$root/bin/nus" --help >"$work/help" 2>&1); then
     fail "bin/nus --help: $(cat "$work/help")"
 fi
 grep -q 'Usage: nus' "$work/help" || fail "bin/nus --help printed no usage"
-ldd "$root/bin/nus" | grep -q "libnus.so.4 => $root/bin/../lib/x86_64-linux-gnu/" || fail "bin/nus does not load the installed library"
+ldd "$root/bin/nus" | matches "libnus.so.4 => $root/bin/../lib/x86_64-linux-gnu/" || fail "bin/nus does not load the installed library"
 
 # The installed compilers read the registry and charmap names installed beside them: an entry
 # that only these copies have must show in what they write.
@@ -92,7 +95,7 @@ if ! (cd "$work" && "$root/bin/nus-localedef" -i de_DE -f ISO-8859-1 --tree "$tr
       "$root/bin/nus-cvdef" -f ISO-8859-1 -t UTF-8 --tree "$tree" >>"$work/tool.log" 2>&1); then
     fail "installed nus-localedef / nus-cvdef: $(cat "$work/tool.log")"
 fi
-head -n 6 "$tree/nus/lc11/de_de/0333.lco" 2>/dev/null | grep -qx nus-install-test || fail "nus-localedef did not use the installed charmap names"
+head -n 6 "$tree/nus/lc11/de_de/0333.lco" 2>/dev/null | matches -x nus-install-test || fail "nus-localedef did not use the installed charmap names"
 [[ -f $tree/nus/cv9/0333e01c.cvo && -f $tree/nus/cv9/nus-install-test_utf8.cvo ]] || fail "nus-cvdef did not use the installed registry and names"
 mkdir -p "$tree/nus/cm3" && cp "$root/share/nus/registry" "$tree/nus/cm3/registry"
 
@@ -154,7 +157,7 @@ else
 fi
 if [[ -n "$tree32" ]]; then
     if cmake_build cmake32 -m32; then
-        ldd "$work/cmake32/consumer" | grep -q "$lib32/libnus.so.4" || fail "-m32 CMake consumer is not linked with the i386 library"
+        ldd "$work/cmake32/consumer" | matches "$lib32/libnus.so.4" || fail "-m32 CMake consumer is not linked with the i386 library"
         expect_output "-m32 CMake consumer" "$expected" env LD_LIBRARY_PATH="$lib32" TESSARONDIR="$data" "$work/cmake32/consumer"
     else
         fail "-m32 CMake consumer does not build"
