@@ -7,10 +7,12 @@
 // FROM and TO are charmaps (paths, or names in /usr/share/i18n/charmaps), or with --iconv
 // code-set names of the system's iconv. -F and -T give the registry names of the two code
 // sets; for charmaps they default to the charmap names file (data/charmap-names), else to the
-// charmap's name in lower case. With --tree the object is written twice under
-// ROOT/nus/cv9: named by the two code-set numbers (source first: ssssTTTT.cvo) and by the two
-// names (FROM-NAME_TO-NAME.cvo). --list compiles many pairs, one per line: "FROM TO", or
-// "iconv FROM TO FROM-NAME TO-NAME"; '#' starts a comment.
+// charmap's name in lower case. The registry and the names file default to the installed
+// copies in share/nus beside an installed tool, else to the source tree's. With --tree the
+// object is written twice under ROOT/nus/cv9: named by the two code-set numbers (source
+// first: ssssTTTT.cvo) and by the two names (FROM-NAME_TO-NAME.cvo). --list compiles many
+// pairs, one per line: "FROM TO", or "iconv FROM TO FROM-NAME TO-NAME"; '#' starts a comment.
+#include "tools/common/install_paths.h"
 #include "tools/cvdef/cvdef.h"
 
 #include "nus.h"
@@ -44,8 +46,8 @@ struct Job {
 };
 
 struct Settings {
-    std::string registry = NUS_DEFAULT_REGISTRY;
-    std::string names = NUS_DEFAULT_CHARMAP_NAMES;
+    std::string registry = default_input("registry", NUS_DEFAULT_REGISTRY);
+    std::string names = default_input("charmap-names", NUS_DEFAULT_CHARMAP_NAMES);
 };
 
 std::string find_charmap(const std::string &name) {

@@ -7,8 +7,10 @@
 // SOURCE and CHARMAP are paths, or names looked up in /usr/share/i18n/locales and
 // /usr/share/i18n/charmaps. CODESET is the registry name written into the file; by default it comes
 // from the charmap names file (data/charmap-names), else it is the charmap's name in lower case,
-// which the registry must know. With --tree the file goes to
+// which the registry must know. The registry and the names file default to the installed copies
+// in share/nus beside an installed tool, else to the source tree's. With --tree the file goes to
 // ROOT/nus/lc11/<language>_<territory>/<code-set number><modifier>.lco.
+#include "tools/common/install_paths.h"
 #include "tools/localedef/compile.h"
 
 #include "nus.h"
@@ -45,8 +47,9 @@ std::string find_file(const std::string &name, const char *dir, const char *suff
 } // namespace
 
 int main(int argc, char **argv) {
-    std::string source_arg, charmap_arg, codeset, output, tree, registry = NUS_DEFAULT_REGISTRY;
-    std::string names = NUS_DEFAULT_CHARMAP_NAMES;
+    std::string source_arg, charmap_arg, codeset, output, tree;
+    std::string registry = default_input("registry", NUS_DEFAULT_REGISTRY);
+    std::string names = default_input("charmap-names", NUS_DEFAULT_CHARMAP_NAMES);
     std::string widths_arg = "/usr/share/i18n/charmaps/UTF-8.gz";
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
