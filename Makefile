@@ -82,7 +82,7 @@ VALGRIND := valgrind --quiet --error-exitcode=99 --suppressions=$(CURDIR)/tests/
 VALGRIND_PROGRAMS := frame_tests names_tests chars_tests locale_tests collate_tests time_tests \
 	numeric_tests convert_tests robust_tests robust_thread_tests
 valgrind: build
-	@command -v valgrind >/dev/null || { echo "valgrind: the valgrind package is not installed"; exit 1; }
+	@scripts/install-deps valgrind
 	@$(VALGRIND) $(VALGRIND_TREE)/tests/frame_tests --gtest_list_tests >/dev/null 2>&1 || { \
 	    echo "valgrind cannot run the programs of $(VALGRIND_TREE) (for build/32 it needs libc6-dbg:i386);"; \
 	    echo "make valgrind VALGRIND_TREE=build/64 runs the 64-bit ones"; exit 1; }
@@ -102,6 +102,7 @@ FUZZ_TARGETS := multi_table registry locale_file cvo_file convert collate numeri
                 charmap locale_source cvdef
 FUZZ_FLAGS := -rss_limit_mb=2048 -timeout=20 -print_final_stats=1
 fuzz: build
+	@scripts/install-deps clang libclang-rt-14-dev
 	CC=clang CXX=clang++ cmake -S fuzz -B build/fuzz -DNUS_DATA_DIR=$(CURDIR)/build/data >/dev/null
 	cmake --build build/fuzz -j $(JOBS) --target fuzz_all
 	rm -rf build/fuzz/corpus
