@@ -1,11 +1,11 @@
 // nus cal: dates in the Gregorian, Hebrew and Islamic calendars. The expected dates were
 // checked against ICU's hebrew and islamic-tbla calendars.
-#include "tools/nus/query_run.h"
+#include "tools/nus/nus_run.h"
 
 #include <gtest/gtest.h>
 
-using nus_query_test::nus;
-using nus_query_test::usage;
+using nus_test::nus;
+using nus_test::usage;
 
 TEST(NusCal, OneDateInThreeCalendars) {
     auto r = nus({"cal", "2026-11-22"});

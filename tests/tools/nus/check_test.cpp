@@ -1,6 +1,6 @@
 // nus check: validation messages with line, column and byte, display widths, and the ways a
 // code set is named.
-#include "tools/nus/text_tools.h"
+#include "tools/nus/nus_run.h"
 #include "support/support.h"
 
 #include <gtest/gtest.h>

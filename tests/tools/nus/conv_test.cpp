@@ -1,7 +1,7 @@
 // nus conv: conversions on the generated data, messages and statuses, and block boundaries
 // falling inside characters and shift states (checked against glibc's iconv where it has the
 // code set).
-#include "tools/nus/text_tools.h"
+#include "tools/nus/nus_run.h"
 #include "support/support.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // nus info: the outline and the JSON form of what a loaded locale holds.
 #include "support/support.h"
-#include "tools/nus/query_run.h"
+#include "tools/nus/nus_run.h"
 
 #include <gtest/gtest.h>
 
@@ -13,9 +13,9 @@
 #include <set>
 #include <string>
 
-using nus_query_test::lines;
-using nus_query_test::nus;
-using nus_query_test::usage;
+using nus_test::lines;
+using nus_test::nus;
+using nus_test::usage;
 
 namespace {
 
@@ -127,7 +127,7 @@ TEST(NusInfo, CollationMethodsAndLevels) {
 }
 
 TEST(NusInfo, JsonIsValidForEveryKindOfLocale) {
-    if (!nus_query_test::have_python()) GTEST_SKIP() << "no python3 to check the JSON with";
+    if (!nus_test::have_python()) GTEST_SKIP() << "no python3 to check the JSON with";
     // Single-byte, multibyte of two and four bytes, the Thai method; every category.
     for (const char *locale : {"de_de.8859-1", "fr_fr.8859-1", "ja_jp.sjis", "zh_tw.big5",
                                "th_th.tis620", "en_us.utf8"}) {

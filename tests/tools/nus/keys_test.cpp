@@ -1,16 +1,16 @@
 // nus key and nus bound: sort keys in hex, and the bounds of a prefix that every string
 // beginning with it sorts between.
 #include "support/support.h"
-#include "tools/nus/query_run.h"
+#include "tools/nus/nus_run.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-using nus_query_test::lines;
-using nus_query_test::nus;
-using nus_query_test::usage;
+using nus_test::lines;
+using nus_test::nus;
+using nus_test::usage;
 
 namespace {
 

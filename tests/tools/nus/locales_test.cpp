@@ -1,6 +1,6 @@
 // nus locales: the tables on a small hand-assembled tree (exact text) and on the generated
 // tree, whose listed specifications must load.
-#include "tools/nus/text_tools.h"
+#include "tools/nus/nus_run.h"
 #include "support/support.h"
 
 #include <gtest/gtest.h>
@@ -65,7 +65,7 @@ TEST(NusLocales, TablesOfASmallTree) {
 TEST(NusLocales, ListedNamesOfTheGeneratedTreeWork) {
     const auto r = nus({"locales"});
     ASSERT_EQ(r.status, 0) << r.err;
-    const auto lines = nus_test::split_lines(r.out);
+    const auto lines = nus_test::lines(r.out);
     nus_test::TempDir dir;
     const std::string text = dir.write("a.txt", "a\n").string();
     int locales = 0, conversions = 0;

@@ -1,12 +1,12 @@
 // nus fmt, nus money, nus parse: numbers and amounts written and read the locale's way.
-#include "tools/nus/query_run.h"
+#include "tools/nus/nus_run.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-using nus_query_test::nus;
-using nus_query_test::usage;
+using nus_test::nus;
+using nus_test::usage;
 
 TEST(NusFmt, GroupedDecimalsInThreeLocales) {
     struct Case {

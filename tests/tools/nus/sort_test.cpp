@@ -1,6 +1,6 @@
 // nus sort: collation order on the generated locales, options, errors, and large inputs
 // sorted through run files with a tiny memory budget against the same lines sorted in memory.
-#include "tools/nus/text_tools.h"
+#include "tools/nus/nus_run.h"
 #include "support/support.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@
 #include <vector>
 
 using nus_test::nus;
-using nus_test::split_lines;
+using nus_test::lines;
 
 namespace {
 
@@ -37,7 +37,7 @@ std::string generated_lines(int count) {
 // The "KEY<tab>LINE" lines of --keys output.
 std::vector<std::pair<std::string, std::string>> keyed(const std::string &out) {
     std::vector<std::pair<std::string, std::string>> rows;
-    for (const std::string &line : split_lines(out)) {
+    for (const std::string &line : lines(out)) {
         const auto tab = line.find('\t');
         rows.emplace_back(line.substr(0, tab), tab == std::string::npos ? "" : line.substr(tab + 1));
     }

@@ -1,21 +1,25 @@
-// Running the built nus tool on the generated data tree, for the tests of the query
-// subcommands (info, fmt, money, parse, cal, bound, key).
+// Running the built nus tool on the generated data tree, and what its tests read its output
+// with.
 #pragma once
 
 #include "support/run_tool.h"
 
-#include <string>
 #include <unistd.h>
+
+#include <string>
 #include <vector>
 
-namespace nus_query_test {
+namespace nus_test {
 
-inline nus_test::RunResult nus(const std::vector<std::string> &args,
-                               const std::string &input = {}) {
-    return nus_test::run_program(NUS_TOOL, args, input, {"TESSARONDIR=" NUS_DATA_DIR});
+// nus with `args`, `input` on its standard input and the build's data tree as TESSARONDIR
+// (plus any `env` entries).
+inline RunResult nus(const std::vector<std::string> &args, const std::string &input = {},
+                     std::vector<std::string> env = {}) {
+    env.push_back("TESSARONDIR=" NUS_DATA_DIR);
+    return run_program(NUS_TOOL, args, input, env);
 }
 
-// The standard output's lines, without their newlines.
+// The lines of a text, without their newlines.
 inline std::vector<std::string> lines(const std::string &text) {
     std::vector<std::string> out;
     size_t start = 0;
@@ -35,4 +39,4 @@ inline std::string usage(const std::string &command, const std::string &message)
 
 inline bool have_python() { return access("/usr/bin/python3", X_OK) == 0; }
 
-} // namespace nus_query_test
+} // namespace nus_test
