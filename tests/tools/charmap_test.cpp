@@ -69,6 +69,10 @@ TEST(Charmap, BrokenFilesAreReportedWithTheirLine) {
         {"five bytes", "<escape_char> /\nCHARMAP\n<U0041> /x41/x41/x41/x41/x41\nEND CHARMAP\n",
          3},
         {"no section", "<code_set_name> X\n", 0},
+        {"length not a number",
+         "<escape_char> /\n<mb_cur_min> MAP\nCHARMAP\n<U0041> /x41\nEND CHARMAP\n", 2},
+        {"lengths the wrong way",
+         "<escape_char> /\n<mb_cur_min> 2\n<mb_cur_max> 1\nCHARMAP\n<U0041> /x41\nEND CHARMAP\n", 0},
     };
     for (const Case &c : cases) {
         const auto file = dir.write("broken", c.text);

@@ -211,8 +211,12 @@ std::optional<Diagnostic> read_charmap(const std::string &path, Charmap &out) {
             std::string key, value;
             words >> key >> value;
             if (key == "<code_set_name>") out.code_set_name = value;
-            else if (key == "<mb_cur_min>") out.mb_cur_min = std::atoi(value.c_str());
-            else if (key == "<mb_cur_max>") out.mb_cur_max = std::atoi(value.c_str());
+            else if (key == "<mb_cur_min>" || key == "<mb_cur_max>") {
+                // A length in bytes (UTF-8's charmap still says 6).
+                const int n = value.size() == 1 ? value[0] - '0' : -1;
+                if (n < 1 || n > 6) return fail(k, key + " must be a number from 1 to 6");
+                (key == "<mb_cur_min>" ? out.mb_cur_min : out.mb_cur_max) = n;
+            }
             continue;
         }
         if (where == Where::other) continue;
@@ -262,6 +266,8 @@ std::optional<Diagnostic> read_charmap(const std::string &path, Charmap &out) {
         }
     }
     if (out.entries.empty()) return Diagnostic{path, 0, "no CHARMAP section"};
+    if (out.mb_cur_min > out.mb_cur_max)
+        return Diagnostic{path, 0, "<mb_cur_min> is greater than <mb_cur_max>"};
     out.index();
     return std::nullopt;
 }
