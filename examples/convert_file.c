@@ -4,7 +4,7 @@
  *   convert_file FROM TO [FILE] > output
  *
  * FROM and TO are code-set names of the registry (8859-1, utf8, sjis, ...) or locale
- * specifications (de_de.8859-1). The conversion object is found under $TESSARONDIR (default
+ * names (de_de.8859-1). The conversion object is found under $TESSARONDIR (default
  * /usr/tessaron). Characters that TO lacks are replaced by its substitute, and a note says so.
  *
  * The input is read in pieces of a fixed size, so a character may be cut at the end of a

@@ -3,7 +3,7 @@
  *
  *   sort_lines LOCALE < words.txt
  *
- * LOCALE is a locale specification such as de_de.8859-1 or sv_se.utf8; the input must be in
+ * LOCALE is a locale name such as de_de.8859-1 or sv_se.utf8; the input must be in
  * that locale's code set. The locale files are found under $TESSARONDIR (default
  * /usr/tessaron).
  *

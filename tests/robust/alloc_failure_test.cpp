@@ -163,7 +163,7 @@ protected:
     EnvGuard lang_{"NU_LANG", std::nullopt};
 };
 
-// The locale object file name of a specification, as nu_setlocale_4 takes it.
+// The locale object file name of a locale name, as nu_setlocale_4 takes it.
 std::string file_of(const char *spec) {
     int32_t scratch = 0;
     char name[NU_LC_FNAME_SIZE(0)];

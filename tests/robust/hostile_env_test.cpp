@@ -77,7 +77,7 @@ int create_default() {
     return code;
 }
 
-// nu_lc_load of a specification or file name: the handle's code.
+// nu_lc_load of a locale name or file name: the handle's code.
 int load(const std::string &what) {
     nu_locale_t h = nullptr;
     const int r = nu_lc_load(&h, what.c_str(), nullptr, nullptr);

@@ -25,7 +25,7 @@ constexpr const char *kHelp =
     "where C counts characters from 1 (an invalid sequence counts as one) and B counts bytes\n"
     "of the input from 1. A sequence ends with the byte that made it invalid; when that byte\n"
     "can start a character, checking goes on from it.\n\n"
-    "  -l, --locale=LOCALE  locale specification (ja_jp.sjis) or locale file name\n"
+    "  -l, --locale=LOCALE  locale name (ja_jp.sjis) or locale file name\n"
     "      --codeset=CS     code-set name or number (sjis, 8859-1, 819)\n"
     "  -w, --width          print each line's display width in columns, a tab and the line;\n"
     "                       characters without a width (controls such as tab) count 0, and\n"

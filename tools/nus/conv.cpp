@@ -16,7 +16,7 @@ namespace {
 constexpr const char *kHelp =
     "Usage: nus conv -f FROM -t TO [-c] [FILE...]\n"
     "Convert text from the code set FROM to the code set TO and write it to standard output.\n"
-    "FROM and TO are code-set names or numbers (sjis, 8859-1, 819) or locale specifications\n"
+    "FROM and TO are code-set names or numbers (sjis, 8859-1, 819) or locale names\n"
     "(ja_jp.sjis). With no FILE, or when FILE is -, read standard input. Each file is a text\n"
     "of its own: shift states start afresh at its beginning and are closed at its end.\n\n"
     "  -f, --from=FROM     code set of the input\n"

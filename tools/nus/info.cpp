@@ -41,7 +41,7 @@ constexpr const char *kHelp =
     "(monetary).\n"
     "\n"
     "Options:\n"
-    "  -l, --locale LOCALE  the locale, by specification (de_de.8859-1) or file name,\n"
+    "  -l, --locale LOCALE  the locale, by name (de_de.8859-1) or file name,\n"
     "                       or a list naming the file of each of the six categories:\n"
     "                       \"NU_CTYPE = de_de/0333.lco ; NU_COLLATE = ... ; \" (the\n"
     "                       keywords NU_CTYPE, NU_COLLATE, NU_NUMERIC, NU_MONETARY,\n"

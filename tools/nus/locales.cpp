@@ -19,7 +19,7 @@ constexpr const char *kHelp =
     "Usage: nus locales\n"
     "List the locales (DATA/nus/lc11) and code-set conversions (DATA/nus/cv9) of the data\n"
     "tree, where DATA is TESSARONDIR or the installed data.\n\n"
-    "Locales: the specification to load (language_territory.codeset[@modifier], with the code\n"
+    "Locales: the name to load (language_territory.codeset[@modifier], with the code\n"
     "set the file names), the code-set number it stands for in the registry, and the file.\n"
     "Conversions: source and target code sets with their registry numbers, and the files\n"
     "that hold the conversion (one named by the numbers, one by the names). A name the\n"

@@ -32,8 +32,8 @@ void print_help(std::FILE *out) {
                  "Commands:\n");
     for (const Command &c : kCommands) std::fprintf(out, "  %-8s %s\n", c.name, c.summary);
     std::fprintf(out,
-                 "\n'nus COMMAND --help' describes a command. Locales are named by their\n"
-                 "specification (de_de.8859-1) and found under TESSARONDIR (now %s).\n"
+                 "\n'nus COMMAND --help' describes a command. Locales are named as in\n"
+                 "de_de.8859-1 and found under TESSARONDIR (now %s).\n"
                  "Exit status: 0 success, 1 data error, 2 usage error.\n",
                  nus_cli::data_root().c_str());
 }

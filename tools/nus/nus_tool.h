@@ -35,7 +35,7 @@ std::string error_text(int code);
 // default installation root.
 std::string data_root();
 
-// A locale handle loaded from a specification ("de_de.8859-1") or a locale file name, released
+// A locale handle loaded from a locale name ("de_de.8859-1") or a locale file name, released
 // at the end of its scope.
 class Locale {
 public:

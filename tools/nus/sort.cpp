@@ -23,7 +23,7 @@ constexpr const char *kHelp =
     "Usage: nus sort -l LOCALE [-r] [-u] [-k FIELD] [--keys] [-S SIZE] [FILE...]\n"
     "Sort the lines of the FILEs (standard input with none or with -) by the collation of\n"
     "LOCALE and write them to standard output. Lines with equal keys keep their input order.\n\n"
-    "  -l, --locale=LOCALE     locale specification (de_de.8859-1) or locale file name\n"
+    "  -l, --locale=LOCALE     locale name (de_de.8859-1) or locale file name\n"
     "  -r, --reverse           descending order (equal lines still in input order)\n"
     "  -u, --unique            output only the first of lines with equal keys\n"
     "  -k, --field=FIELD       sort by field FIELD (from 1); fields are separated by runs of\n"

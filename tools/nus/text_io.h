@@ -22,7 +22,7 @@ bool parse_count(const char *text, long &value);
 // "0x81 0x20": the bytes of an invalid or truncated sequence, for messages.
 std::string hex_bytes(const unsigned char *bytes, std::size_t length);
 
-// The code-set part of a locale specification ("ja_jp.sjis@mod" gives "sjis"); a text without
+// The code-set part of a locale name ("ja_jp.sjis@mod" gives "sjis"); a text without
 // a "." is taken as a code-set name already.
 std::string codeset_of(std::string_view spec);
 
@@ -83,7 +83,7 @@ bool find_bad_sequence(nu_locale_t locale, const unsigned char *text, std::size_
 
 namespace nus_cli {
 
-// The code set of a locale named by a specification ("sjis" for ja_jp.sjis) or by a locale
+// The code set of a locale named by a locale name ("sjis" for ja_jp.sjis) or by a locale
 // file name ("57350" for ja_jp/e006.lco), for messages.
 std::string locale_codeset(const char *spec);
 

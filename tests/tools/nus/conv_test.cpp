@@ -37,14 +37,14 @@ bool has_conversion(const std::string &file) {
 
 } // namespace
 
-TEST(NusConv, ConvertsStdinFilesAndLocaleSpecifications) {
+TEST(NusConv, ConvertsStdinFilesAndLocaleNames) {
     // Latin-1 to UTF-8 by code-set names, from standard input.
     auto r = nus({"conv", "-f", "8859-1", "-t", "utf8"}, "Gr\xFC\xDF" "e\nna\xEFve\n");
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "Gr\xC3\xBC\xC3\x9F" "e\nna\xC3\xAFve\n");
     EXPECT_EQ(r.err, "");
 
-    // The same by locale specifications, from two files and "-" in between: outputs follow
+    // The same by locale names, from two files and "-" in between: outputs follow
     // one another in order.
     nus_test::TempDir dir;
     const auto a = dir.write("a.txt", "\xE4\n").string();

@@ -1,5 +1,5 @@
 // nus locales: the tables on a small hand-assembled tree (exact text) and on the generated
-// tree, whose listed specifications must load.
+// tree, whose listed names must load.
 #include "tools/nus/nus_run.h"
 #include "support/support.h"
 
@@ -61,7 +61,7 @@ TEST(NusLocales, TablesOfASmallTree) {
     EXPECT_EQ(r.err, "nus: locales: unexpected argument 'de_de'\nTry 'nus locales --help'.\n");
 }
 
-// Every specification listed for the generated tree loads, and every conversion listed opens.
+// Every locale name listed for the generated tree loads, and every conversion listed opens.
 TEST(NusLocales, ListedNamesOfTheGeneratedTreeWork) {
     const auto r = nus({"locales"});
     ASSERT_EQ(r.status, 0) << r.err;
