@@ -140,6 +140,9 @@ inline void environment() {
 // when it cannot be loaded (the target then has nothing to do).
 nu_locale_t locale(const char *spec);
 
+// A handle holding only the built-in null locale, made on first use and kept likewise.
+nu_locale_t null_handle();
+
 // A directory of its own for the process, removed at exit; files written into it are
 // rewritten for every input.
 const std::string &scratch_dir();

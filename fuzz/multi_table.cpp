@@ -102,11 +102,7 @@ std::string probe(const multi_t *t, nu_locale_t handle, const std::vector<std::s
 
 NUS_FUZZ_TARGET(multi_table) {
     nus_fuzz::environment();
-    static nu_locale_t handle = [] {
-        nu_locale_t h = nullptr;
-        if (nu_create_null_locale_4(&h) != 0) std::abort();
-        return h;
-    }();
+    const nu_locale_t handle = nus_fuzz::null_handle();
     nus_fuzz::Input in(data, size);
     const uint8_t mode = in.byte();
     Kind kind{2, nus::ub2_reader, ub2_printer};

@@ -63,11 +63,7 @@ bool in_list(const std::string &name, unsigned *number) {
 
 NUS_FUZZ_TARGET(registry) {
     nus_fuzz::environment();
-    static nu_locale_t handle = [] {
-        nu_locale_t h = nullptr;
-        if (nu_create_null_locale_4(&h) != 0) std::abort();
-        return h;
-    }();
+    const nu_locale_t handle = nus_fuzz::null_handle();
     nus_fuzz::Input in(data, size);
     const int buffer_size = in.range(1, 30);
     const std::string text = in.rest();

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <cstdlib>
 #include <map>
 
 namespace nus_fuzz {
@@ -23,6 +24,15 @@ nu_locale_t locale(const char *spec) {
     }
     if (it->second != nullptr) *_nu_ext_errno(it->second) = 0;
     return it->second;
+}
+
+nu_locale_t null_handle() {
+    static nu_locale_t handle = [] {
+        nu_locale_t h = nullptr;
+        if (nu_create_null_locale_4(&h) != 0) std::abort();
+        return h;
+    }();
+    return handle;
 }
 
 namespace {
