@@ -75,24 +75,31 @@ tsan: build
 	    NUS_TEST_DATA=$(CURDIR)/tests/data tests/robust_thread_tests
 
 # memcheck over the test programs of the library, one program at a time; any invalid access or
-# leak fails the run. The 32-bit tree (the reference target) by default: memcheck needs the
-# debugging symbols of the 32-bit dynamic loader for it (Debian: libc6-dbg:i386, from the i386
-# architecture); VALGRIND_TREE=build/64 runs the same programs of the 64-bit tree. The
-# programs that drive the compilers and the command-line tool are not part of it.
+# leak fails the run. The 32-bit tree (the reference target) by default, VALGRIND_TREE=build/64
+# for the other. memcheck needs the symbols of the 32-bit dynamic loader, which Debian's
+# multilib C library strips: the 32-bit programs run through the loader and C library of
+# libc6:i386 of the same version, with their debugging symbols, which scripts/fetch-i386-libc
+# unpacks from the Debian archive into build/i386-libc (nothing is installed). The programs
+# that drive the compilers and the command-line tool are not part of it.
 VALGRIND_TREE ?= build/32
+I386_LIBC := $(CURDIR)/build/i386-libc
 VALGRIND := valgrind --quiet --error-exitcode=99 --suppressions=$(CURDIR)/tests/valgrind.supp \
 	--leak-check=full --show-leak-kinds=definite,indirect \
 	--errors-for-leak-kinds=definite,indirect --track-origins=no
 VALGRIND_PROGRAMS := frame_tests names_tests chars_tests locale_tests collate_tests time_tests \
-	numeric_tests convert_tests robust_tests robust_thread_tests
+	numeric_tests convert_tests robust_tests robust_thread_tests fuzz_replay_tests
 valgrind: build
 	@scripts/install-deps valgrind
-	@$(VALGRIND) $(VALGRIND_TREE)/tests/frame_tests --gtest_list_tests >/dev/null 2>&1 || { \
-	    echo "valgrind cannot run the programs of $(VALGRIND_TREE) (for build/32 it needs libc6-dbg:i386);"; \
-	    echo "make valgrind VALGRIND_TREE=build/64 runs the 64-bit ones"; exit 1; }
-	@set -e; cd $(VALGRIND_TREE)/tests; for p in $(VALGRIND_PROGRAMS); do \
+	@set -e; run="$(VALGRIND)"; \
+	if grep -q '^NUS_BITS:STRING=32$$' $(VALGRIND_TREE)/CMakeCache.txt; then \
+	    scripts/fetch-i386-libc $(I386_LIBC); \
+	    lib=$(I386_LIBC)/root/lib/i386-linux-gnu; \
+	    run="env GCONV_PATH=$(I386_LIBC)/root/usr/lib/i386-linux-gnu/gconv $$run"; \
+	    run="$$run $$lib/ld-linux.so.2 --library-path $$lib:/usr/lib32"; \
+	fi; \
+	cd $(VALGRIND_TREE)/tests; for p in $(VALGRIND_PROGRAMS); do \
 	    echo "valgrind: $$p"; \
-	    NUS_TEST_DATA=$(CURDIR)/tests/data $(VALGRIND) ./$$p --gtest_brief=1 >../valgrind-$$p.log 2>&1 \
+	    NUS_TEST_DATA=$(CURDIR)/tests/data $$run ./$$p --gtest_brief=1 >../valgrind-$$p.log 2>&1 \
 	        || { tail -n 60 ../valgrind-$$p.log; exit 1; }; \
 	done; echo "valgrind: no invalid accesses, no leaks"
 
