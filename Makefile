@@ -107,7 +107,9 @@ valgrind: build
 # (build/fuzz), each run for FUZZ_SECONDS on its seed corpus (build/fuzz/corpus/<target>,
 # assembled from the test data, the generated data tree and the saved inputs of
 # tests/data/fuzz). New inputs go to build/fuzz/work/<target>, findings to
-# build/fuzz/findings/<target>; a target that finds something makes the run fail.
+# build/fuzz/findings/<target>; a target that finds something makes the run fail. The inputs
+# found then go through the library targets of the 32-bit tree's replay program, as the fuzzers
+# themselves run only in the 64-bit tree.
 FUZZ_SECONDS ?= 60
 FUZZ_TARGETS := multi_table registry locale_file cvo_file convert collate numeric strings \
                 charmap locale_source cvdef
@@ -125,7 +127,12 @@ fuzz: build
 	        -artifact_prefix=build/fuzz/findings/$$t/ build/fuzz/work/$$t build/fuzz/corpus/$$t \
 	        2>build/fuzz/findings/$$t.log || { status=1; tail -n 40 build/fuzz/findings/$$t.log; }; \
 	    grep -E '^stat::(number_of_executed_units|peak_rss_mb)|DONE' build/fuzz/findings/$$t.log; \
-	done; exit $$status
+	done; \
+	echo "== the inputs found, through the 32-bit build"; \
+	NUS_FUZZ_CORPUS=$(CURDIR)/build/fuzz/work NUS_TEST_DATA=$(CURDIR)/tests/data \
+	    build/32/tests/fuzz_replay_tests --gtest_brief=1 \
+	    --gtest_filter=FuzzReplay.CorpusNamedByTheEnvironment || status=1; \
+	exit $$status
 
 # glibc locales the benchmarks compare with, compiled into the build tree (no system change).
 GLIBC_LOCALES := build/glibc-locales
