@@ -460,7 +460,8 @@ BoundCache *build_cache(nu_locale_rec *h) {
         const Visited &x = v[order.get()[i]];
         if (at > 0 && key_compare(pool + x.key, x.length, c->key(at - 1), c->length(at - 1)) == 0)
             continue;
-        std::memcpy(c->keys + used, pool + x.key, x.length);
+        // A damaged table can give every character an empty key, and the pool no bytes.
+        if (x.length != 0) std::memcpy(c->keys + used, pool + x.key, x.length);
         c->chars[at] = x.wc;
         used += x.length;
         c->expansion[at] = nu_is_expans_elem(sorted.data(), expansions, pool + x.key, x.length);
