@@ -718,6 +718,8 @@ NU_EXPORT int nu_mbsCollBound(nu_locale_t h, const unsigned char *s, int upper,
         }
     }
     if (len == 0) {
+        // No unit to replace: out holds the empty string, if its terminator fits.
+        if (m > size) return fail(h, NU_E2BIG, -1);
         std::memset(out, 0, static_cast<size_t>(m));
         return -2;
     }

@@ -18,6 +18,20 @@
 #include <string>
 #include <vector>
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define NUS_FUZZ_ASAN 1
+#endif
+#endif
+#if !defined(NUS_FUZZ_ASAN) && defined(__SANITIZE_ADDRESS__)
+#define NUS_FUZZ_ASAN 1
+#endif
+#ifdef NUS_FUZZ_ASAN
+#include <sanitizer/asan_interface.h>
+#else
+#define NUS_FUZZ_ASAN 0
+#endif
+
 #ifndef NUS_DATA_DIR
 #error "NUS_DATA_DIR names the generated data tree"
 #endif
@@ -149,20 +163,38 @@ const std::string &scratch_dir();
 std::string write_scratch(const std::string &name, const std::string &content);
 
 // Bytes copied into a heap block of exactly their size, so that a read or write past them is
-// caught by the address sanitizer.
+// caught by the address sanitizer or memcheck. The address sanitizer gives an empty block one
+// usable byte, so that a write of one byte into "no room" would pass unseen: that byte is
+// poisoned here while the block lives.
 class Exact {
 public:
     explicit Exact(size_t size) : size_(size), p_(new unsigned char[size]) {
         if (size != 0) std::memset(p_.get(), 0xAB, size);
+        else poison_empty(p_.get(), true);
     }
     Exact(const std::string &bytes) : Exact(bytes.size()) {
         if (!bytes.empty()) std::memcpy(p_.get(), bytes.data(), bytes.size());
+    }
+    Exact(Exact &&) = default;
+    Exact &operator=(Exact &&) = delete;
+    ~Exact() {
+        if (size_ == 0 && p_ != nullptr) poison_empty(p_.get(), false);
     }
     unsigned char *get() const { return p_.get(); }
     char *chars() const { return reinterpret_cast<char *>(p_.get()); }
     size_t size() const { return size_; }
 
 private:
+    static void poison_empty(unsigned char *p, bool on) {
+#if NUS_FUZZ_ASAN
+        if (on) __asan_poison_memory_region(p, 1);
+        else __asan_unpoison_memory_region(p, 1);
+#else
+        (void)p;
+        (void)on;
+#endif
+    }
+
     size_t size_;
     std::unique_ptr<unsigned char[]> p_;
 };

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <iostream>
 #include <set>
@@ -66,6 +67,9 @@ Result bound(nu_locale_t h, const std::string &s, int upper, int size = 64) {
     std::vector<unsigned char> out(static_cast<size_t>(size) + 8, 0x55);
     *_nu_ext_errno(h) = 0;
     const int r = nu_mbsCollBound(h, u(s), upper, out.data(), size);
+    // Nothing is written past the room given, whatever the outcome.
+    EXPECT_TRUE(std::all_of(out.begin() + size, out.end(), [](unsigned char c) { return c == 0x55; }))
+        << "bound of \"" << s << "\" wrote past " << size << " bytes";
     return {r, reinterpret_cast<char *>(out.data()), *_nu_ext_errno(h)};
 }
 
@@ -246,6 +250,13 @@ TEST(Bounds, Failures) {
     EXPECT_EQ(r.r, -1);
     EXPECT_EQ(r.error, NU_E2BIG);
     EXPECT_EQ(bound(loc, "ad", 0, 4).text, "ach");
+    // The empty string has no unit to replace: out holds it, when its terminator fits.
+    r = bound(loc, "", 1, 0);
+    EXPECT_EQ(r.r, -1);
+    EXPECT_EQ(r.error, NU_E2BIG);
+    r = bound(loc, "", 0, 1);
+    EXPECT_EQ(r.r, -2);
+    EXPECT_EQ(r.text, "");
 
     // A null handle: error 12 in the slot for calls without a handle, when there is one.
     static int no_handle_slot = 0;
