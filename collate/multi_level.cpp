@@ -8,6 +8,7 @@
 #include "chars/chars.h"
 #include "collate/collate.h"
 
+#include <algorithm>
 #include <bit>
 
 namespace {
@@ -62,24 +63,38 @@ inline bool may_begin_element(const nu_locale_rec *h, nu_wchar wc) {
     return (h->coll.element_starts[bit / 32] & (1u << (bit % 32))) != 0;
 }
 
-// The first element in table order that the `len` characters at s begin with, or null: the
-// elements beginning with s[0] are found by a binary search over their index ordered by first
-// character, and tried in table order.
-const CollElement *first_element(const nu_locale_rec *h, const nu_wchar *s, int len) {
-    if (!may_begin_element(h, s[0])) return nullptr;
+// Where the elements beginning with wc start in their index ordered by first character: a
+// binary search.
+int elements_beginning(const nu_locale_rec *h, nu_wchar wc) {
     const CollElement *elements = h->coll.elements;
     const int32_t *order = h->coll.elements_by_first;
     int lo = 0, hi = h->element_count;
     while (lo < hi) {
         const int mid = (lo + hi) / 2;
-        if (elements[order[mid]].chars[0] < s[0]) lo = mid + 1;
+        if (elements[order[mid]].chars[0] < wc) lo = mid + 1;
         else hi = mid;
     }
-    for (; lo < h->element_count && elements[order[lo]].chars[0] == s[0]; ++lo) {
+    return lo;
+}
+
+// The first element that the `len` characters at s begin with, trying those that begin with
+// s[0] from `from` (elements_beginning) on, or null.
+const CollElement *element_from(const nu_locale_rec *h, int from, const nu_wchar *s, int len) {
+    const CollElement *elements = h->coll.elements;
+    const int32_t *order = h->coll.elements_by_first;
+    for (int lo = from; lo < h->element_count && elements[order[lo]].chars[0] == s[0]; ++lo) {
         const CollElement &e = elements[order[lo]];
         if (nu_wcspre(s, len, e.chars, static_cast<int>(e.count))) return &e;
     }
     return nullptr;
+}
+
+// The first element in table order that the `len` characters at s begin with, or null: the
+// elements beginning with s[0] are found by a binary search over their index ordered by first
+// character, and tried in table order.
+const CollElement *first_element(const nu_locale_rec *h, const nu_wchar *s, int len) {
+    if (!may_begin_element(h, s[0])) return nullptr;
+    return element_from(h, elements_beginning(h, s[0]), s, len);
 }
 
 // Fills the parallel array from position `from` on to at least position `upto`: at each
@@ -231,10 +246,9 @@ CollState init_coll_state(const nu_locale_rec *h, Prepared &str, int level) {
     }
 }
 
-// The plain weight of wc at a level: a weight other than ignorable, expansion or tie-break,
-// of a character with a row at which no element may begin; 0 when it is not plain.
-uint16_t plain_weight(const nu_locale_rec *h, int level, nu_wchar wc) {
-    if (wc < 256) return h->coll.plain_weights[level * 256 + wc];
+// The plain weight of a character of 256 or more at a level (plain_weight's table covers the
+// others); 0 when it is not plain.
+uint16_t wide_plain_weight(const nu_locale_rec *h, int level, nu_wchar wc) {
     const nu_wchar bit = wc & 1023u;
     if (h->element_count > 0 && (h->coll.element_starts[bit / 32] & (1u << (bit % 32))) != 0)
         return 0;
@@ -244,19 +258,67 @@ uint16_t plain_weight(const nu_locale_rec *h, int level, nu_wchar wc) {
     return w >= 2 && (w & (nus::kExpansionBit | nus::kCodeTieBit)) == 0 ? w : 0;
 }
 
+// The plain weight of wc at a level: a weight other than ignorable, expansion or tie-break,
+// of a character with a row at which no element may begin; 0 when it is not plain. Inline
+// for the characters below 256, whose weights the handle keeps in a table.
+[[gnu::always_inline]] inline uint16_t plain_weight(const nu_locale_rec *h, int level, nu_wchar wc) {
+    if (wc < 256) return h->coll.plain_weights[level * 256 + wc];
+    return wide_plain_weight(h, level, wc);
+}
+
+// The first-level weight of wc, a character that may begin an element, where the walk takes
+// it as a unit of its own: at a position where no element begins (the caller has looked).
+// 0 when that weight is not plain either.
+uint16_t unit_weight(const nu_locale_rec *h, nu_wchar wc) {
+    if (h->element_count == 0 || !may_begin_element(h, wc)) return 0;
+    const int row = nus::collation_row(h, wc);
+    if (row < 0) return 0;
+    const uint16_t w = h->coll.weights[0][row];
+    return w >= 2 && (w & (nus::kExpansionBit | nus::kCodeTieBit)) == 0 ? w : 0;
+}
+
+// The longest element that begins with wc, in characters, trying those from `from`
+// (elements_beginning) on.
+uint32_t longest_element(const nu_locale_rec *h, int from, nu_wchar wc) {
+    const CollElement *elements = h->coll.elements;
+    const int32_t *order = h->coll.elements_by_first;
+    uint32_t longest = 0;
+    for (int i = from; i < h->element_count && elements[order[i]].chars[0] == wc; ++i)
+        longest = std::max(longest, elements[order[i]].count);
+    return longest;
+}
+
+// The first-level weight of the character at position i of a wide string in the first look:
+// its plain weight, or, for a character that may begin an element, its own weight when no
+// element begins at i (as the full walk finds it). 0 when the first look cannot go on there.
+inline uint16_t first_look_weight(const nu_locale_rec *h, const nu_wchar *ws, int i, int len) {
+    const uint16_t w = plain_weight(h, 0, ws[i]);
+    if (w != 0) return w;
+    const uint16_t unit = unit_weight(h, ws[i]);
+    return unit != 0 && first_element(h, ws + i, len - i) == nullptr ? unit : 0;
+}
+
 // A first look at a forward first level: while both strings have plain weights position by
 // position, the first level's walks yield exactly these weights in step (no element begins,
 // nothing expands or is skipped), so the first two that differ decide the comparison as the
-// full walk would. 0 when this look cannot decide.
+// full walk would. A character that may begin an element counts with its own weight where
+// none begins. 0 when this look cannot decide.
 int quick_first_level(const nu_locale_rec *h, const nu_wchar *ws1, int len1, const nu_wchar *ws2,
                       int len2) {
     if (h->coll.level_count < 1 || !nus::level_forward(h, 0)) return 0;
     const int n = len1 < len2 ? len1 : len2;
     for (int i = 0; i < n; ++i) {
         const uint16_t w1 = plain_weight(h, 0, ws1[i]);
-        if (w1 == 0) return 0;
+        if (w1 == 0) {
+            // A character that may begin an element: each string is looked at on its own.
+            const uint16_t u1 = first_look_weight(h, ws1, i, len1);
+            const uint16_t u2 = u1 == 0 ? 0 : first_look_weight(h, ws2, i, len2);
+            if (u2 == 0) return 0;
+            if (u1 != u2) return u1 < u2 ? -1 : 1;
+            continue;
+        }
         if (ws2[i] == ws1[i]) continue;
-        const uint16_t w2 = plain_weight(h, 0, ws2[i]);
+        const uint16_t w2 = first_look_weight(h, ws2, i, len2);
         if (w2 == 0) return 0;
         if (w1 != w2) return w1 < w2 ? -1 : 1;
     }
@@ -535,28 +597,32 @@ NU_EXPORT int nu_full_mbsxfrm(nu_locale_t h, unsigned char *out, const unsigned 
 namespace {
 
 // Whether the bytes from p to end are whole characters of the handle's code set. Bytes below
-// 128 are one-byte characters: they are taken eight at a time, and the text after the last
-// byte of 128 or more (found in the eight bytes that end the text, which may be read when the
-// text from `start` has eight) needs no look at all.
-bool rest_decodes(const multi_t *table, const unsigned char *root, const unsigned char *start,
-                  const unsigned char *p, const unsigned char *end) {
+// 128 are one-byte characters: the walk goes from one byte of 128 or more to the next,
+// finding it in blocks of eight bytes that lie inside the text from `start` to end: the
+// block at p, or, for the last eight bytes, the block that ends the text less the bytes
+// before p (which it may overlap). Text shorter than a block is stepped through byte by byte.
+[[gnu::always_inline]] inline bool rest_decodes(const multi_t *table, const unsigned char *root,
+                                               const unsigned char *start, const unsigned char *p,
+                                               const unsigned char *end) {
     static_assert(std::endian::native == std::endian::little, "byte order of the blocks");
     constexpr uint64_t kHigh = 0x8080808080808080ull;
-    const unsigned char *plain_from = end;
-    if (end - start >= 8) {
-        uint64_t block;
-        std::memcpy(&block, end - 8, sizeof block);
-        const uint64_t high = block & kHigh;
-        plain_from = end - 8 + (high == 0 ? 0 : (63 - __builtin_clzll(high)) / 8 + 1);
-    }
-    while (p < plain_from) {
-        if (plain_from - p >= 8) {
+    const bool blocks = end - start >= 8;
+    while (p < end) {
+        if (*p < 0x80) {
+            if (!blocks) {
+                ++p;
+                continue;
+            }
+            const unsigned char *at = end - p > 8 ? p : end - 8;
             uint64_t block;
-            std::memcpy(&block, p, sizeof block);
-            if ((block & kHigh) == 0) {
+            std::memcpy(&block, at, sizeof block);
+            const uint64_t high = block & kHigh & (~0ull << (8 * (p - at)));
+            if (high == 0) {
+                if (at != p) return true;   // the block that ends the text
                 p += 8;
                 continue;
             }
+            p = at + __builtin_ctzll(high) / 8;
         }
         if (root[*p] == MULTI_LAST) {
             ++p;
@@ -571,8 +637,20 @@ bool rest_decodes(const multi_t *table, const unsigned char *root, const unsigne
 
 constexpr int kUndecodable = 2;
 
+// The bytes a character at p may take: up to end in a counted string; in a null-terminated
+// one (Counted false), the bytes before the terminator, counted no further than the longest
+// character, so that the terminator is never passed.
+template <bool Counted>
+[[gnu::always_inline]] inline long char_budget(const unsigned char *p, const unsigned char *end) {
+    if (Counted) return end - p;
+    long n = 1;
+    while (n < MULTI_MAX_DEPTH && p[n] != 0) ++n;
+    return n;
+}
+
 // Decodes the character at p (before end) into *wc and moves p past it; false when the
 // bytes are no character.
+template <bool Counted>
 [[gnu::always_inline]] inline bool take_char(const multi_t *table, const unsigned char *root,
                                              const unsigned char *&p, const unsigned char *end,
                                              nu_wchar *wc) {
@@ -580,48 +658,103 @@ constexpr int kUndecodable = 2;
         *wc = *p++;
         return true;
     }
-    const nus::Walk w = nus::walk(table, p, end - p);
+    const nus::Walk w = nus::walk(table, p, char_budget<Counted>(p, end));
     if (w.status != 0) return false;
     *wc = w.wc;
     p += w.length;
     return true;
 }
 
+// The first-level weight of the character wc, which may begin an element, where the walk
+// takes it as a unit of its own: where no element is wc followed by the characters at next
+// (before end, or the terminator when Counted is false). Those are decoded as far as the
+// longest element beginning with wc reaches and looked up as the full walk does. 0 when an
+// element begins there, when the weight is not plain, or when a character after wc does not
+// decode (the full walk then fails).
+template <bool Counted>
+uint16_t lone_weight(const nu_locale_rec *h, const multi_t *table, const unsigned char *root,
+                     nu_wchar wc, const unsigned char *next, const unsigned char *end) {
+    const uint16_t w = unit_weight(h, wc);
+    if (w == 0) return 0;
+    constexpr uint32_t kMostChars = 16;   // an element has at most 15 characters (one hex digit)
+    nu_wchar chars[kMostChars];
+    const int from = elements_beginning(h, wc);
+    const uint32_t longest = longest_element(h, from, wc);
+    if (longest > kMostChars) return 0;
+    chars[0] = wc;
+    uint32_t n = 1;
+    while (n < longest && (Counted ? next < end : *next != 0)) {
+        if (!take_char<Counted>(table, root, next, end, &chars[n])) return 0;
+        ++n;
+    }
+    return element_from(h, from, chars, static_cast<int>(n)) == nullptr ? w : 0;
+}
+
 // The first look of the wide comparison (quick_first_level), taken straight on the multibyte
 // text of both strings in step: decided at the first two characters of different plain
-// first-level weights, undecided (0) at a character that is not plain. A decided result is
-// returned only when the rest of both strings decodes; kUndecodable when it does not. For
-// multibyte handles whose bytes below 128 are one-byte characters and whose terminator is
-// one byte.
+// first-level weights, undecided (0) at a character that is not plain or at the end of
+// either string. A decided result is returned only when the rest of both strings decodes;
+// kUndecodable when it does not. For multibyte handles whose bytes below 128 are one-byte
+// characters and whose terminator is one byte. Counted strings end at e1 and e2,
+// null-terminated ones (Counted false) at their zero byte, found on the way: the rest of a
+// string is measured only once a pair of characters has decided.
+template <bool Counted>
 int quick_multibyte(const nu_locale_rec *h, const unsigned char *s1, const unsigned char *e1,
                     const unsigned char *s2, const unsigned char *e2) {
     const unsigned char *p1 = s1, *p2 = s2;
     const multi_t *table = h->ctype.class_table;
     const unsigned char *root = table->root->flag_arr;
-    int result = 0;
-    while (p1 < e1 && p2 < e2) {
-        nu_wchar c1, c2;
-        if (!take_char(table, root, p1, e1, &c1) || !take_char(table, root, p2, e2, &c2))
-            return kUndecodable;
-        const uint16_t w1 = plain_weight(h, 0, c1);
-        if (w1 == 0) return 0;
-        if (c1 == c2) continue;
-        const uint16_t w2 = plain_weight(h, 0, c2);
-        if (w2 == 0) return 0;
-        if (w1 != w2) {
-            result = w1 < w2 ? -1 : 1;
-            break;
+    const uint16_t *first = h->coll.plain_weights;   // the first level's
+    uint16_t w1, w2;
+    for (;;) {
+        if (Counted ? p1 >= e1 || p2 >= e2 : *p1 == 0 || *p2 == 0) return 0;
+        const unsigned char b1 = *p1, b2 = *p2;
+        if ((b1 | b2) < 0x80) {
+            // Two one-byte characters, whose codes are their bytes: the common case of two
+            // plain ones goes on here.
+            w1 = first[b1];
+            if (w1 != 0 && b1 == b2) {
+                ++p1, ++p2;
+                continue;
+            }
+            w2 = first[b2];
+            if (w1 != 0 && w2 != 0) {
+                ++p1, ++p2;
+                if (w1 != w2) break;
+                continue;
+            }
         }
+        nu_wchar c1, c2;
+        if (!take_char<Counted>(table, root, p1, e1, &c1) ||
+            !take_char<Counted>(table, root, p2, e2, &c2))
+            return kUndecodable;
+        w1 = plain_weight(h, 0, c1);
+        if (w1 == 0) {
+            // A character that may begin an element: the other string's character, even an
+            // equal one, is looked at on its own.
+            w1 = lone_weight<Counted>(h, table, root, c1, p1, e1);
+            if (w1 == 0) return 0;
+        } else if (c1 == c2) {
+            continue;
+        }
+        w2 = plain_weight(h, 0, c2);
+        if (w2 == 0) w2 = lone_weight<Counted>(h, table, root, c2, p2, e2);
+        if (w2 == 0) return 0;
+        if (w1 != w2) break;
     }
-    if (result == 0) return 0;
+    if (!Counted) {
+        e1 = p1 + std::strlen(reinterpret_cast<const char *>(p1));
+        e2 = p2 + std::strlen(reinterpret_cast<const char *>(p2));
+    }
     if (!rest_decodes(table, root, s1, p1, e1) || !rest_decodes(table, root, s2, p2, e2))
         return kUndecodable;
-    return result;
+    return w1 < w2 ? -1 : 1;
 }
 
 bool quick_multibyte_applies(nu_locale_rec *h) {
     return !h->single_byte && h->ascii_direct && h->has_collation && h->coll.method == 1 &&
-           h->coll.level_count >= 1 && nus::level_forward(h, 0) && nu_mb_loc_min(h) == 1;
+           h->coll.level_count >= 1 && nus::level_forward(h, 0) &&
+           h->ctype.class_table->min_length == 1;
 }
 
 } // namespace
@@ -632,9 +765,8 @@ NU_EXPORT int _tsn_nu_im_mbfscoll(nu_locale_t h, const unsigned char *s1, int le
     if ((len1 == -1) != (len2 == -1)) return fail(h, NU_ELENGTHS, 0);
     if (len1 < -1 || len2 < -1) return fail(h, NU_EBADVAL, 0);
     if (quick_multibyte_applies(h)) {
-        const size_t n1 = len1 == -1 ? std::strlen(reinterpret_cast<const char *>(s1)) : size_t(len1);
-        const size_t n2 = len2 == -1 ? std::strlen(reinterpret_cast<const char *>(s2)) : size_t(len2);
-        const int quick = quick_multibyte(h, s1, s1 + n1, s2, s2 + n2);
+        const int quick = len1 == -1 ? quick_multibyte<false>(h, s1, nullptr, s2, nullptr)
+                                     : quick_multibyte<true>(h, s1, s1 + len1, s2, s2 + len2);
         if (quick == kUndecodable) return fail(h, NU_EILSEQ, 0);
         if (quick != 0) return quick;
     }

@@ -4,6 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <optional>
+
 namespace {
 
 using nus_test::CollateFixture;
@@ -264,6 +269,151 @@ TEST(MultiLevel, CollAndKeysAgreeInEveryGeneratedLocale) {
         ++loaded;
         SCOPED_TRACE(spec);
         check_consistency(loc, random_strings(loc, rng, alphabet));
+    }
+    if (loaded == 0) GTEST_SKIP() << "no generated locale (build the 64-bit tree)";
+}
+
+// The characters of the first n bytes of s and a wide null, or nothing when they do not
+// decode.
+std::optional<std::vector<nu_wchar>> decoded(nu_locale_t h, const std::string &s, size_t n) {
+    std::vector<nu_wchar> w(n + 1);
+    const int count = n == 0 ? 0 : h->counted_to_wide(h, w.data(), u(s), static_cast<int>(n), static_cast<int>(n));
+    if (count < 0) return std::nullopt;
+    w.resize(static_cast<size_t>(count) + 1);
+    w.back() = 0;
+    return w;
+}
+
+// The first na bytes of a against the first nb of b, counted and (for whole strings)
+// null-terminated, each in a buffer of its exact size so that the sanitizers see a read past
+// the end or the terminator: the sign of the comparison of the decoded wide strings, or 0
+// with NU_EILSEQ when either does not decode. Returns a description of a disagreement.
+std::string disagreement(nu_locale_t h, const std::string &a, size_t na, const std::string &b,
+                         size_t nb) {
+    const auto wa = decoded(h, a, na), wb = decoded(h, b, nb);
+    const bool good = wa && wb;
+    const int expected = good ? sign(_tsn_nu_full_wcscoll(h, wa->data(), static_cast<int>(wa->size() - 1),
+                                                          wb->data(), static_cast<int>(wb->size() - 1)))
+                              : 0;
+    const auto exact = [](const std::string &s, size_t n, bool terminated) {
+        std::unique_ptr<unsigned char[]> buf(new unsigned char[n + terminated]);
+        std::memcpy(buf.get(), s.data(), n);
+        if (terminated) buf[n] = 0;
+        return buf;
+    };
+    const auto check = [&](const char *form, auto compare) -> std::string {
+        *_nu_ext_errno(h) = 0;
+        const int got = sign(compare());
+        const int error = *_nu_ext_errno(h);
+        if (got == expected && (error == NU_EILSEQ) == !good) return "";
+        return std::string(form) + " gives " + std::to_string(got) + " error " + std::to_string(error) +
+               ", expected " + std::to_string(expected) + (good ? "" : " with NU_EILSEQ");
+    };
+    const auto ca = exact(a, na, false), cb = exact(b, nb, false);
+    std::string out = check("counted", [&] {
+        return _tsn_nu_im_mbfscoll(h, ca.get(), static_cast<int>(na), cb.get(), static_cast<int>(nb));
+    });
+    if (out.empty() && na == a.size() && nb == b.size()) {
+        const auto ta = exact(a, na, true), tb = exact(b, nb, true);
+        out = check("null-terminated", [&] { return _nu_im_mbscoll(h, ta.get(), tb.get()); });
+    }
+    return out;
+}
+
+// A hand-made collation for the UTF-8 locale with elements whose first-level weight is not
+// their first character's: beginning with a one-byte and with a two-byte character, and a
+// longer one listed before a shorter one with the same beginning.
+CollateFixture utf8_elements() {
+    CollateFixture f;
+    f.directions = {1, 1};
+    f.map("a", f.row({2, 2}));
+    f.map("b", f.row({3, 2}));
+    f.map("l", f.row({4, 2}));
+    f.map("-", f.row({1, 1}));
+    f.chars.emplace_back("\xc2\xb7", f.row({5, 2}));            // U+00B7
+    f.chars.emplace_back("\xc3\xa4", f.row({2, 3}));            // U+00E4: an accented a
+    f.chars.emplace_back("\xe2\x82\xac", f.row({6, 2}));        // U+20AC
+    f.chars.emplace_back("\xf0\x9f\x98\x80", f.row({7, 2}));    // U+1F600
+    f.elements = {{{'l', 0xC2B7, 0xC2B7}, f.row({8, 3})},
+                  {{'l', 0xC2B7}, f.row({2, 4})},
+                  {{0xC3A4, 'b'}, f.row({9, 2})}};
+    return f;
+}
+
+// The comparison of multibyte text (which decides on the bytes where it can, checking that the
+// rest of both strings decodes) against the wide comparison, in a UTF-8 locale (with its own
+// collation and with the hand-made one above), a Shift-JIS and an EUC one: pairs of strings
+// of one- to four-byte characters with a shared beginning, so that the deciding position
+// moves; the same with an undecodable or cut sequence put at every character boundary of
+// either string; and counted lengths that end anywhere, inside a character too.
+TEST(MultiLevel, MultibyteComparisonAgreesWithTheWideOneAndFindsEveryBadSequence) {
+    struct Case {
+        std::string spec;
+        bool hand_made;
+        std::vector<std::string> pieces, bad;
+    };
+    const std::vector<std::string> utf8_bad = {"\x80", "\xff", "\xc3", "\xc3(", "\xe2\x82", "\xf0\x9f\x98"};
+    const std::vector<Case> cases = {
+        {"de_de.utf8", false,
+         {"a", "b", "l", "L", "Z", " ", "-", "abbaabba", "\xc3\xa4", "\xc3\x9f", "l\xc2\xb7", "L\xce\x87",
+          "\xe2\x82\xac", "\xe6\x97\xa5", "\xf0\x9f\x98\x80"},
+         utf8_bad},
+        {"de_de.utf8", true,
+         {"a", "b", "l", "-", "abbaabba", "\xc2\xb7", "l\xc2\xb7", "\xc3\xa4", "\xc3\xa4" "b", "\xe2\x82\xac",
+          "\xf0\x9f\x98\x80"},
+         utf8_bad},
+        {"ja_jp.sjis", false, {"a", "l", "Z", " ", "abbaabba", "\xb1", "\x82\xa0", "\x83\x41", "\x88\x9f"},
+         {"\x82", "\x82 "}},
+        {"ja_jp.ujis", false, {"a", "l", " ", "abbaabba", "\x8e\xb1", "\xa4\xa2", "\xa5\xa2", "\xb0\xa1"},
+         {"\xa4", "\xa4 ", "\x8e"}},
+    };
+    int loaded = 0;
+    for (const Case &c : cases) {
+        nus_test::TestLocale loc(c.spec);
+        if (loc.h == nullptr) continue;
+        ++loaded;
+        SCOPED_TRACE(c.spec + (c.hand_made ? " (hand-made collation)" : ""));
+        if (c.hand_made) {
+            ASSERT_EQ(nus_test::load_collate(loc, utf8_elements()), 0);
+        }
+        for (const std::string &bad : c.bad) ASSERT_FALSE(decoded(loc, bad, bad.size())) << bad;
+        std::mt19937 rng(11);
+        const auto piece = [&](const std::vector<std::string> &from) { return from[rng() % from.size()]; };
+        int failures = 0;
+        const auto expect = [&](const std::string &a, size_t na, const std::string &b, size_t nb) {
+            const std::string why = disagreement(loc, a, na, b, nb);
+            if (!why.empty() && ++failures <= 5)
+                ADD_FAILURE() << "\"" << a.substr(0, na) << "\" vs \"" << b.substr(0, nb) << "\": " << why;
+        };
+        // The pieces joined, with `bad` before piece bad_at.
+        const auto join = [](const std::vector<std::string> &p, size_t bad_at, const std::string &bad) {
+            std::string s;
+            for (size_t i = 0; i <= p.size(); ++i) {
+                if (i == bad_at) s += bad;
+                if (i < p.size()) s += p[i];
+            }
+            return s;
+        };
+        for (int round = 0; round < 400; ++round) {
+            // Up to 40 bytes each, the first `shared` pieces common.
+            std::vector<std::string> pa, pb;
+            for (size_t i = rng() % 5; i > 0; --i) pa.push_back(piece(c.pieces));
+            pb = pa;
+            for (size_t i = rng() % 4; i > 0; --i) pa.push_back(piece(c.pieces));
+            for (size_t i = rng() % 4; i > 0; --i) pb.push_back(piece(c.pieces));
+            const std::string a = join(pa, SIZE_MAX, ""), b = join(pb, SIZE_MAX, "");
+            expect(a, a.size(), b, b.size());
+            for (size_t i = 0; i <= pa.size(); ++i) {
+                const std::string bad = join(pa, i, piece(c.bad));
+                expect(bad, bad.size(), b, b.size());
+                expect(b, b.size(), bad, bad.size());
+            }
+            for (size_t n = 0; n < a.size(); ++n) {
+                expect(a, n, b, b.size());
+                expect(b, b.size(), a, n);
+            }
+        }
+        EXPECT_EQ(failures, 0);
     }
     if (loaded == 0) GTEST_SKIP() << "no generated locale (build the 64-bit tree)";
 }
