@@ -64,11 +64,13 @@ Result prev(nu_locale_t h, const std::string &s, int whole = 1) {
 }
 
 Result bound(nu_locale_t h, const std::string &s, int upper, int size = 64) {
-    std::vector<unsigned char> out(static_cast<size_t>(size) + 8, 0x55);
+    // Eight guard bytes after the room, then a zero that ends the text of a failed call.
+    std::vector<unsigned char> out(static_cast<size_t>(size) + 9, 0x55);
+    out.back() = 0;
     *_nu_ext_errno(h) = 0;
     const int r = nu_mbsCollBound(h, u(s), upper, out.data(), size);
     // Nothing is written past the room given, whatever the outcome.
-    EXPECT_TRUE(std::all_of(out.begin() + size, out.end(), [](unsigned char c) { return c == 0x55; }))
+    EXPECT_TRUE(std::all_of(out.begin() + size, out.end() - 1, [](unsigned char c) { return c == 0x55; }))
         << "bound of \"" << s << "\" wrote past " << size << " bytes";
     return {r, reinterpret_cast<char *>(out.data()), *_nu_ext_errno(h)};
 }
