@@ -348,7 +348,7 @@ CollateFixture utf8_elements() {
 // either string; and counted lengths that end anywhere, inside a character too.
 TEST(MultiLevel, MultibyteComparisonAgreesWithTheWideOneAndFindsEveryBadSequence) {
     struct Case {
-        std::string spec;
+        std::string locale;
         bool hand_made;
         std::vector<std::string> pieces, bad;
     };
@@ -369,10 +369,10 @@ TEST(MultiLevel, MultibyteComparisonAgreesWithTheWideOneAndFindsEveryBadSequence
     };
     int loaded = 0;
     for (const Case &c : cases) {
-        nus_test::TestLocale loc(c.spec);
+        nus_test::TestLocale loc(c.locale);
         if (loc.h == nullptr) continue;
         ++loaded;
-        SCOPED_TRACE(c.spec + (c.hand_made ? " (hand-made collation)" : ""));
+        SCOPED_TRACE(c.locale + (c.hand_made ? " (hand-made collation)" : ""));
         if (c.hand_made) {
             ASSERT_EQ(nus_test::load_collate(loc, utf8_elements()), 0);
         }
