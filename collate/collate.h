@@ -45,6 +45,9 @@ inline bool level_forward(const nu_locale_rec *h, int level) {
 inline constexpr uint16_t kIgnorable = 1;
 inline constexpr uint16_t kExpansionBit = 0x4000;
 inline constexpr uint16_t kCodeTieBit = 0x8000;
+
+// A plain weight: neither ignorable nor an expansion reference nor a tie-break weight.
+constexpr bool is_plain(uint16_t w) { return w >= 2 && (w & (kExpansionBit | kCodeTieBit)) == 0; }
 inline constexpr uint16_t kWeightMask = 0x3FFF;
 
 } // namespace nus

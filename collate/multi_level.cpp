@@ -246,16 +246,22 @@ CollState init_coll_state(const nu_locale_rec *h, Prepared &str, int level) {
     }
 }
 
+// The weight of wc's row at a level when it is plain, else 0 (also for a character without a
+// row); whether an element may begin with wc is the caller's to look at.
+uint16_t row_plain_weight(const nu_locale_rec *h, int level, nu_wchar wc) {
+    const int row = nus::collation_row(h, wc);
+    if (row < 0) return 0;
+    const uint16_t w = h->coll.weights[level][row];
+    return nus::is_plain(w) ? w : 0;
+}
+
 // The plain weight of a character of 256 or more at a level (plain_weight's table covers the
 // others); 0 when it is not plain.
 uint16_t wide_plain_weight(const nu_locale_rec *h, int level, nu_wchar wc) {
     const nu_wchar bit = wc & 1023u;
     if (h->element_count > 0 && (h->coll.element_starts[bit / 32] & (1u << (bit % 32))) != 0)
         return 0;
-    const int row = nus::collation_row(h, wc);
-    if (row < 0) return 0;
-    const uint16_t w = h->coll.weights[level][row];
-    return w >= 2 && (w & (nus::kExpansionBit | nus::kCodeTieBit)) == 0 ? w : 0;
+    return row_plain_weight(h, level, wc);
 }
 
 // The plain weight of wc at a level: a weight other than ignorable, expansion or tie-break,
@@ -271,10 +277,7 @@ uint16_t wide_plain_weight(const nu_locale_rec *h, int level, nu_wchar wc) {
 // 0 when that weight is not plain either.
 uint16_t unit_weight(const nu_locale_rec *h, nu_wchar wc) {
     if (h->element_count == 0 || !may_begin_element(h, wc)) return 0;
-    const int row = nus::collation_row(h, wc);
-    if (row < 0) return 0;
-    const uint16_t w = h->coll.weights[0][row];
-    return w >= 2 && (w & (nus::kExpansionBit | nus::kCodeTieBit)) == 0 ? w : 0;
+    return row_plain_weight(h, 0, wc);
 }
 
 // The longest element that begins with wc, in characters, trying those from `from`
@@ -815,7 +818,7 @@ int build_weight_keys(nu_locale_rec *h) {
     for (int l = 0; l < h->coll.level_count; ++l) {
         for (size_t r = 0; r < rows; ++r) {
             const uint16_t w = h->coll.weights[l][r];
-            if (w < 2 || (w & (kExpansionBit | kCodeTieBit)) != 0 || w > largest) continue;
+            if (!is_plain(w) || w > largest) continue;
             std::memcpy(&h->coll.row_keys[l * rows + r],
                         h->coll.weight_keys + static_cast<size_t>(w) * digits,
                         static_cast<size_t>(digits));

@@ -389,7 +389,7 @@ int set_byte_weights(nu_locale_rec *h) {
         const uint16_t w = c.byte_weights[b];
         const bool expands = c.exp_candidates[0] != nullptr && c.exp_candidates[0][b] != nullptr;
         const bool element = c.elem_candidates != nullptr && c.elem_candidates[b] != 0;
-        if (w >= 2 && (w & (nus::kExpansionBit | nus::kCodeTieBit)) == 0 && !expands && !element)
+        if (nus::is_plain(w) && !expands && !element)
             c.byte_quick[b] = w;
     }
     return 0;
@@ -407,7 +407,7 @@ int set_plain_weights(nu_locale_rec *h) {
         if (row < 0 || (c.elem_candidates != nullptr && c.elem_candidates[b] != 0)) continue;
         for (int l = 0; l < c.level_count; ++l) {
             const uint16_t w = c.weights[l][row];
-            if (w >= 2 && (w & (nus::kExpansionBit | nus::kCodeTieBit)) == 0)
+            if (nus::is_plain(w))
                 c.plain_weights[l * 256 + b] = w;
         }
     }
