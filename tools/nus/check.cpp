@@ -181,18 +181,14 @@ int run_check(int argc, char **argv) {
     const char *spec = nullptr;
     const char *codeset = nullptr;
     bool width = false;
-    opterr = 0;
-    optind = 1;
+    start_options();
     int option;
     while ((option = getopt_long(argc, argv, ":l:w", kOptions, nullptr)) != -1) {
         switch (option) {
         case 'l': spec = optarg; break;
         case 'C': codeset = optarg; break;
         case 'w': width = true; break;
-        case ':': return usage_error("option '%s' needs an argument", argv[optind - 1]);
-        default:
-            if (optopt != 0) return usage_error("unknown option '-%c'", optopt);
-            return usage_error("unknown option '%s'", argv[optind - 1]);
+        default: return option_error(option, argv);
         }
     }
     if ((spec == nullptr) == (codeset == nullptr))

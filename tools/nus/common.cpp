@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cerrno>
 #include <cstring>
+#include <getopt.h>
 
 namespace nus_cli {
 
@@ -42,6 +43,17 @@ int usage_error(const char *format, ...) {
     va_end(args);
     std::fprintf(stderr, "Try 'nus %s --help'.\n", g_command);
     return kUsage;
+}
+
+void start_options() {
+    opterr = 0;
+    optind = 1;
+}
+
+int option_error(int option, char **argv) {
+    if (option == ':') return usage_error("option '%s' needs an argument", argv[optind - 1]);
+    if (optopt != 0) return usage_error("unknown option '-%c'", optopt);
+    return usage_error("unknown option '%s'", argv[optind - 1]);
 }
 
 bool wants_help(int argc, char **argv, const char *help) {

@@ -344,8 +344,7 @@ int run_conv(int argc, char **argv) {
     const char *to = nullptr;
     bool skip = false;
     std::size_t block = kDefaultBlock;
-    opterr = 0;
-    optind = 1;
+    start_options();
     int option;
     while ((option = getopt_long(argc, argv, ":f:t:c", kOptions, nullptr)) != -1) {
         switch (option) {
@@ -356,10 +355,7 @@ int run_conv(int argc, char **argv) {
             if (!parse_size(optarg, block) || block > (1u << 30))
                 return usage_error("invalid block size '%s'", optarg);
             break;
-        case ':': return usage_error("option '%s' needs an argument", argv[optind - 1]);
-        default:
-            if (optopt != 0) return usage_error("unknown option '-%c'", optopt);
-            return usage_error("unknown option '%s'", argv[optind - 1]);
+        default: return option_error(option, argv);
         }
     }
     if (from == nullptr) return usage_error("missing -f FROM");

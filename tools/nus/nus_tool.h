@@ -24,6 +24,13 @@ extern const char *g_command;
 // A usage error: the message, then "Try 'nus CMD --help'."; returns kUsage.
 [[gnu::format(printf, 1, 2)]] int usage_error(const char *format, ...);
 
+// getopt_long over a subcommand's own arguments: starts the scan afresh with getopt's own
+// messages off (the option strings begin with ':').
+void start_options();
+// The usage error for what getopt_long returned other than an option of the subcommand: ':'
+// (an option without its argument) or '?' (an unknown option); returns kUsage.
+int option_error(int option, char **argv);
+
 // True (after printing `help` to stdout) when the arguments hold -h or --help.
 bool wants_help(int argc, char **argv, const char *help);
 

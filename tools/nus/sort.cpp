@@ -462,8 +462,7 @@ int run_sort(int argc, char **argv) {
         {nullptr, 0, nullptr, 0}};
     Options options;
     const char *spec = nullptr;
-    opterr = 0;
-    optind = 1;
+    start_options();
     int option;
     while ((option = getopt_long(argc, argv, ":l:ruk:S:", kOptions, nullptr)) != -1) {
         switch (option) {
@@ -479,10 +478,7 @@ int run_sort(int argc, char **argv) {
             if (!parse_size(optarg, options.budget))
                 return usage_error("invalid buffer size '%s'", optarg);
             break;
-        case ':': return usage_error("option '%s' needs an argument", argv[optind - 1]);
-        default:
-            if (optopt != 0) return usage_error("unknown option '-%c'", optopt);
-            return usage_error("unknown option '%s'", argv[optind - 1]);
+        default: return option_error(option, argv);
         }
     }
     if (spec == nullptr) return usage_error("missing -l LOCALE");
