@@ -192,7 +192,11 @@ bool plain_ascii(std::string_view bytes) {
     return true;
 }
 
-std::string quoted(std::string_view bytes) {
+namespace {
+
+// bytes in double quotes, with quotes, backslashes, tabs and newlines escaped by a backslash
+// and other control bytes as \u00NN (JSON) or \xNN.
+std::string escaped(std::string_view bytes, bool json) {
     std::string out = "\"";
     for (char c : bytes) {
         const unsigned char b = static_cast<unsigned char>(c);
@@ -204,7 +208,8 @@ std::string quoted(std::string_view bytes) {
         default:
             if (b < 0x20 || b == 0x7f) {
                 char escape[8];
-                std::snprintf(escape, sizeof escape, "\\x%02x", b);
+                if (json) std::snprintf(escape, sizeof escape, "\\u%04x", b);
+                else std::snprintf(escape, sizeof escape, "\\x%02x", b);
                 out += escape;
             } else {
                 out += c;
@@ -214,27 +219,11 @@ std::string quoted(std::string_view bytes) {
     return out + "\"";
 }
 
-std::string json_string(std::string_view utf8) {
-    std::string out = "\"";
-    for (char c : utf8) {
-        const unsigned char b = static_cast<unsigned char>(c);
-        switch (c) {
-        case '"': out += "\\\""; break;
-        case '\\': out += "\\\\"; break;
-        case '\n': out += "\\n"; break;
-        case '\t': out += "\\t"; break;
-        default:
-            if (b < 0x20 || b == 0x7f) {
-                char escape[8];
-                std::snprintf(escape, sizeof escape, "\\u%04x", b);
-                out += escape;
-            } else {
-                out += c;
-            }
-        }
-    }
-    return out + "\"";
-}
+} // namespace
+
+std::string quoted(std::string_view bytes) { return escaped(bytes, false); }
+
+std::string json_string(std::string_view utf8) { return escaped(utf8, true); }
 
 std::string shortest_double(double value) {
     if (std::isnan(value)) return "nan";
