@@ -138,11 +138,20 @@ public:
         if (len_ > 0) row(len_ - 1);
         if (!has_elements()) return rows_.data();
         int *runs = runs_.data();
-        // A run reaches a position inside an element only through the element's first
-        // character, which marks the run's end: characters that begin no element need no
-        // look at the parallel array.
-        for (int i = 0; i < len_; ++i)
-            runs[i] = may_begin_element(h_, ws_[i]) && element_at(i) != nullptr ? -1 : rows_.data()[i];
+        // Every position an element covers ends a run: the walk takes the element there, and
+        // after an element whose weight expands it comes back at the element's next
+        // position and takes the element again. An element is found at its first character,
+        // so characters that begin none need no look at the parallel array.
+        for (int i = 0; i < len_;) {
+            const CollElement *e = may_begin_element(h_, ws_[i]) ? element_at(i) : nullptr;
+            if (e == nullptr) {
+                runs[i] = rows_.data()[i];
+                ++i;
+                continue;
+            }
+            const int end = i + static_cast<int>(e->count - par_.data()[i].index);
+            for (; i < end; ++i) runs[i] = -1;
+        }
         return runs;
     }
     bool ok_runs() { return runs_.ok(); }

@@ -21,6 +21,7 @@ struct SbCursor {
     const unsigned char *end;
     const unsigned char *in_expansion;   // next byte of buf, or null
     const unsigned char *resume;         // the byte after the expansion's source
+    uint32_t repeats;                    // further walks of the expansion before resuming
     unsigned char buf[16];
 
     bool at_end() const { return end != nullptr ? p >= end : *p == 0; }
@@ -36,7 +37,7 @@ struct SbCursor {
 };
 
 SbCursor cursor(const unsigned char *s, int len) {
-    return {s, len == -1 ? nullptr : s + len, nullptr, nullptr, {}};
+    return {s, len == -1 ? nullptr : s + len, nullptr, nullptr, 0, {}};
 }
 
 // The first element in table order whose characters are the bytes at the cursor.
@@ -52,12 +53,14 @@ const CollElement *true_elem(const nu_locale_rec *h, const SbCursor &c) {
     return nullptr;
 }
 
-void enter_expansion(SbCursor &c, const CollExpansion *e, const unsigned char *resume) {
+void enter_expansion(SbCursor &c, const CollExpansion *e, const unsigned char *resume,
+                     uint32_t repeats = 0) {
     uint32_t k = 0;
     for (; k < e->count && k < sizeof c.buf - 1; ++k) c.buf[k] = static_cast<unsigned char>(e->chars[k]);
     c.buf[k] = 0;
     c.in_expansion = c.buf;
     c.resume = resume;
+    c.repeats = repeats;
 }
 
 // The next weight other than ignorable at a level, walking forward, with the character it
@@ -70,8 +73,13 @@ bool take(const nu_locale_rec *h, int level, SbCursor &c, uint16_t *w, unsigned 
         if (Exp && c.in_expansion != nullptr) {
             const unsigned char b = *c.in_expansion;
             if (b == 0) {
-                c.in_expansion = nullptr;
-                c.p = c.resume;
+                if (c.repeats > 0) {
+                    --c.repeats;
+                    c.in_expansion = c.buf;
+                } else {
+                    c.in_expansion = nullptr;
+                    c.p = c.resume;
+                }
                 continue;
             }
             ++c.in_expansion;
@@ -95,7 +103,10 @@ bool take(const nu_locale_rec *h, int level, SbCursor &c, uint16_t *w, unsigned 
                 *ch = b;
                 *w = ew;
                 if (Exp && (ew & nus::kExpansionBit) != 0) {
-                    enter_expansion(c, &h->coll.expansions[ew & nus::kWeightMask], c.p);
+                    // The element is weighed at each of its characters, as the general walk
+                    // does: its expansion once per character.
+                    enter_expansion(c, &h->coll.expansions[ew & nus::kWeightMask], c.p,
+                                    e->count - 1);
                     continue;
                 }
                 if ((ew & nus::kExpansionBit) == 0 && ew != nus::kIgnorable) return true;
