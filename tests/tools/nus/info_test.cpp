@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <cstdlib>
+#include <cstring>
 #include <clocale>
 #include <cwctype>
 #include <filesystem>
@@ -27,13 +29,21 @@ long json_number(const std::string &json, const std::string &key) {
     return std::stol(m[1].str());
 }
 
-// The system's compiled locales, built beside the generated data.
+// The system's compiled locales of de_DE.ISO-8859-1 and en_US.UTF-8 in the build tree (the
+// tree `make bench` fills), compiled here with localedef when missing; empty when they cannot
+// be had.
 std::string glibc_locales() {
-    for (const std::filesystem::path &dir :
-         {std::filesystem::path(NUS_SOURCE_DIR) / "build" / "glibc-locales",
-          std::filesystem::path(NUS_DATA_DIR).parent_path() / "glibc-locales"})
-        if (std::filesystem::is_directory(dir)) return dir.string();
-    return {};
+    const std::filesystem::path dir = std::filesystem::path(NUS_SOURCE_DIR) / "build" / "glibc-locales";
+    for (const char *name : {"de_DE.ISO-8859-1", "en_US.UTF-8"}) {
+        if (std::filesystem::exists(dir / name / "LC_CTYPE")) continue;
+        std::filesystem::create_directories(dir);
+        const std::string source(name, std::strchr(name, '.'));
+        const std::string command = "localedef -i " + source + " -f " + (std::strchr(name, '.') + 1) +
+                                    " " + (dir / name).string() + " >/dev/null 2>&1";
+        (void)std::system(command.c_str());
+        if (!std::filesystem::exists(dir / name / "LC_CTYPE")) return {};
+    }
+    return dir.string();
 }
 
 } // namespace
