@@ -119,18 +119,18 @@ unsigned long system_strtoul(const char *s, char **end, int base) {
 template <typename T, typename Wide>
 T mbs_to_number(nu_locale_rec *h, const char *s, char **end, T failure, T empty, Wide wide_form) {
     if (end != nullptr) *end = nullptr;
-    if (s == nullptr || *s == 0) {
+    // Empty: the terminator, as many zero bytes as the shortest character, stands first.
+    if (s == nullptr || nu_ismbsterm(h, reinterpret_cast<const unsigned char *>(s)) != 0) {
         nus::set_error(h, NU_ERANGE);
         return empty;
     }
-    const size_t bytes = std::strlen(s) + 1;
-    nus::Scratch<nu_wchar, 128> wide_text(bytes);
-    if (!wide_text.ok()) {
+    nus::num::WideText<128> wide_text(h, s);
+    if (wide_text.no_memory()) {
         nus::set_error(h, NU_ENOMEM);
         return failure;
     }
-    nu_wchar *w = wide_text.data();
-    if (nus::num::to_wide(h, w, s, static_cast<int>(bytes)) < 0 || w[0] == 0) return failure;
+    nu_wchar *w = wide_text.get();
+    if (w == nullptr || w[0] == 0) return failure;
     errno = 0;
     nu_wchar *wide_end = nullptr;
     const T value = wide_form(w, end != nullptr ? &wide_end : nullptr);
@@ -191,9 +191,10 @@ int to_mbs(nu_locale_rec *h, char *out, int size, unsigned long magnitude, bool 
     char bytes[4 * kBufferChars + 4];
     const int written = nus::num::to_multibyte(h, bytes, wide_text, kBufferChars);
     const int m = nu_mb_loc_min(h) > 0 ? nu_mb_loc_min(h) : 1;
-    // The caller's size bounds the copy: a text that does not fit leaves the empty string.
+    // The caller's size bounds the copy: a text that does not fit leaves the empty string
+    // (as much of its terminator as fits).
     if (written < 0 || written + m > size) {
-        out[0] = 0;
+        std::memset(out, 0, static_cast<size_t>(m < size ? m : size));
         return written < 0 ? written : 0;
     }
     std::memcpy(out, bytes, static_cast<size_t>(written));

@@ -749,16 +749,15 @@ NU_EXPORT int nu_wcsfnum1(nu_locale_t h, nu_wchar *out, int size, const nu_wchar
                         fail(h, NU_EBADARG);
                         goto done;
                     }
-                    const size_t chars = std::strlen(s) + 1;
-                    nus::Scratch<nu_wchar, 32> wide_text(chars);
-                    if (!wide_text.ok()) {
+                    // Up to 31 wide characters (124 bytes) on the stack.
+                    const nus::num::WideText<31> wide_text(h, s);
+                    if (wide_text.no_memory()) {
                         fail(h, NU_ENOMEM);
                         goto done;
                     }
-                    nu_wchar *ws = wide_text.data();
-                    if (nus::num::to_wide(h, ws, s, static_cast<int>(chars)) < 0) goto done;
-                    ws[chars - 1] = 0;
-                    status = nus::num::format_string(h, ws, &c, size, &o, width, precision, flags);
+                    if (wide_text.get() == nullptr) goto done;
+                    status = nus::num::format_string(h, wide_text.get(), &c, size, &o, width,
+                                                     precision, flags);
                 }
                 break;
             }
@@ -839,17 +838,10 @@ int format_multibyte(nu_locale_rec *h, char *out, int size, const char *format,
     if (size < 1) return fail(h, NU_E2BIG);
     Scratch<nu_wchar, 127> wide_out(static_cast<size_t>(size) + 1);
     if (!wide_out.ok()) return fail(h, NU_ENOMEM);
-    const size_t chars = std::strlen(format) + 1;
-    Scratch<nu_wchar, 31> wide_format(chars);
-    if (!wide_format.ok()) return fail(h, NU_ENOMEM);
-    nu_wchar *wf = wide_format.data();
-    if (h->single_byte) {
-        for (size_t i = 0; i < chars; ++i) wf[i] = static_cast<unsigned char>(format[i]);
-    } else if (to_wide(h, wf, format, static_cast<int>(chars)) < 0) {
-        return -1;
-    }
-    wf[chars - 1] = 0;
-    if (engine(h, wide_out.data(), size, wf, args) < 0) return -1;
+    const WideText<31> wide_format(h, format);
+    if (wide_format.no_memory()) return fail(h, NU_ENOMEM);
+    if (wide_format.get() == nullptr) return -1;
+    if (engine(h, wide_out.data(), size, wide_format.get(), args) < 0) return -1;
     return get_mbstring(h, out, wide_out.data(), size);
 }
 

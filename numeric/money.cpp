@@ -29,24 +29,15 @@ enum Element { kOpen = 1, kSymbol = 2, kValue = 3, kSign = 4, kSpace = 5, kClose
 template <size_t N>
 class Widened {
 public:
-    Widened(nu_locale_rec *h, const char *mb) : buffer_(mb != nullptr ? std::strlen(mb) + 1 : 1) {
-        if (mb == nullptr) return;
-        if (buffer_.size() > N) {
-            // The allocated buffer reports NU_ENOMEM even though it was obtained, and the
-            // formatting goes on: kept for compatibility.
-            nus::set_error(h, NU_ENOMEM);
-        }
-        if (!buffer_.ok()) return;
-        nu_wchar *w = buffer_.data();
-        if (nus::num::to_wide(h, w, mb, static_cast<int>(buffer_.size())) < 0) return;
-        w[buffer_.size() - 1] = 0;
-        text_ = w;
+    Widened(nu_locale_rec *h, const char *mb) : text_(h, mb) {
+        // The allocated buffer reports NU_ENOMEM even though it was obtained, and the
+        // formatting goes on: kept for compatibility.
+        if (mb != nullptr && text_.allocated()) nus::set_error(h, NU_ENOMEM);
     }
-    const nu_wchar *get() const { return text_; }
+    const nu_wchar *get() const { return text_.get(); }
 
 private:
-    nus::Scratch<nu_wchar, N> buffer_;
-    const nu_wchar *text_ = nullptr;
+    nus::num::WideText<N> text_;
 };
 
 // Display columns of a wide string: 2 for the locale's "full_width" class, else 1.
@@ -71,7 +62,7 @@ int mb_columns(nu_locale_rec *h, const char *s) {
     int n = 0;
     const auto *p = reinterpret_cast<const unsigned char *>(s);
     long used = 0;
-    while (p[used] != 0 && n < 100) {
+    while (n < 100) {
         int length = 1;
         nu_wchar wc = p[used];
         if (!h->single_byte) {
@@ -80,7 +71,8 @@ int mb_columns(nu_locale_rec *h, const char *s) {
             length = walk.length;
             wc = walk.wc;
         }
-        if (used + length > 100) break;
+        // The null character ends the string, whatever its length in bytes.
+        if (wc == 0 || used + length > 100) break;
         w[n++] = wc;
         used += length;
     }
@@ -339,7 +331,10 @@ int mon_maskmatch(nu_locale_rec *h, const int *mask, unsigned flags, const char 
             break;
         }
         case kSign: {
-            if (sign == nullptr || *sign == 0) break;
+            // An empty sign always matches.
+            if (sign == nullptr ||
+                nu_ismbsterm(h, reinterpret_cast<const unsigned char *>(sign)) != 0)
+                break;
             const int n = _nu_compare_wc_to_mb(h, p, sign);
             if (n <= 0) return 0;
             p += n;
@@ -448,9 +443,12 @@ int format_amount(nu_locale_rec *h, const MonSpec &spec, nu_wchar conversion, do
     const int *mask = negative ? negative_mask : positive_mask;
     const char *sign = negative ? negative_sign : spec.plus ? positive_sign : nullptr;
 
-    const long field_room = wlen(value) + 16 + before + after +
-                            (symbol != nullptr ? static_cast<long>(std::strlen(symbol)) : 0) +
-                            (sign != nullptr ? static_cast<long>(std::strlen(sign)) : 0);
+    // The symbol's and the sign's characters (a string that does not decode is left out).
+    auto chars_of = [&](const char *s) -> long {
+        const int n = s != nullptr ? mb_chars(h, s) : 0;
+        return n > 0 ? n : 0;
+    };
+    const long field_room = wlen(value) + 16 + before + after + chars_of(symbol) + chars_of(sign);
     Scratch<nu_wchar, 1024> field_buffer(static_cast<size_t>(field_room));
     if (!field_buffer.ok()) return fail(h, NU_ENOMEM);
     nu_wchar *field = field_buffer.data();
@@ -593,8 +591,10 @@ NU_EXPORT int nu_mbsfmon(nu_locale_t h, char *out, int size, const char *format,
 
 // ---- parsing ------------------------------------------------------------------------------
 
+// The empty string ends at its first decoded character, the null one: its first byte alone
+// does not tell in a code set of two-byte characters.
 NU_EXPORT int _nu_compare_wc_to_mb(nu_locale_t h, const nu_wchar *pos, const char *s) {
-    if (s == nullptr || *s == 0) return 0;
+    if (s == nullptr) return 0;
     const auto *p = reinterpret_cast<const unsigned char *>(s);
     int matched = 0;
     for (;;) {
@@ -710,7 +710,8 @@ NU_EXPORT nu_wchar *nu_wcspmon1(nu_locale_t h, const nu_wchar *input, const nu_w
                 else neg_ok = false;
             }
             if (!pos_ok && !neg_ok) {
-                pos_ok = nus::num::mon_maskmatch(h, positive_mask, flags, "", symbol, text,
+                pos_ok = nus::num::mon_maskmatch(h, positive_mask, flags, nus::num::kEmptyMb,
+                                                 symbol, text,
                                                  &pos_end, &pos_value) == 1 &&
                          pos_value >= 0;
                 if (!pos_ok) {
@@ -746,23 +747,17 @@ NU_EXPORT char *nu_mbspmon(nu_locale_t h, const char *input, const char *format,
         nus::set_error(h, NU_EBADARG);
         return nullptr;
     }
-    const size_t input_chars = std::strlen(input) + 1;
-    const size_t format_chars = std::strlen(format) + 1;
-    nus::Scratch<nu_wchar, 128> wide_input(input_chars);
-    nus::Scratch<nu_wchar, 32> wide_format(format_chars);
-    if (!wide_input.ok() || !wide_format.ok()) {
+    nus::num::WideText<128> wide_input(h, input);
+    nus::num::WideText<32> wide_format(h, format);
+    if (wide_input.no_memory() || wide_format.no_memory()) {
         nus::set_error(h, NU_ENOMEM);
         return nullptr;
     }
-    if (nus::num::to_wide(h, wide_input.data(), input, static_cast<int>(input_chars)) < 0 ||
-        nus::num::to_wide(h, wide_format.data(), format, static_cast<int>(format_chars)) < 0)
-        return nullptr;
-    wide_input.data()[input_chars - 1] = 0;
-    wide_format.data()[format_chars - 1] = 0;
+    if (wide_input.get() == nullptr || wide_format.get() == nullptr) return nullptr;
     va_list args;
     va_start(args, format);
-    const nu_wchar *end = nu_wcspmon1(h, wide_input.data(), wide_format.data(), args);
+    const nu_wchar *end = nu_wcspmon1(h, wide_input.get(), wide_format.get(), args);
     va_end(args);
     if (end == nullptr) return nullptr;
-    return const_cast<char *>(nus::num::step_chars(h, input, end - wide_input.data()));
+    return const_cast<char *>(nus::num::step_chars(h, input, end - wide_input.get()));
 }

@@ -6,13 +6,17 @@
 #include "chars/chars.h"
 
 #include <cstdarg>
+#include <cstring>
 
 namespace nus::num {
 
 inline constexpr nu_wchar kEmptyWide[1] = {0};
+// The empty string of every code set: a terminator is as many zero bytes as the code set's
+// shortest character, at most 4.
+inline constexpr char kEmptyMb[4] = {0, 0, 0, 0};
 
 // A category string, empty when the category holds none (the null locale).
-inline const char *mb(const CatString &s) { return s.mb != nullptr ? s.mb : ""; }
+inline const char *mb(const CatString &s) { return s.mb != nullptr ? s.mb : kEmptyMb; }
 inline const nu_wchar *wide(const CatString &s) { return s.wide != nullptr ? s.wide : kEmptyWide; }
 
 inline int wlen(const nu_wchar *s) {
@@ -38,6 +42,46 @@ inline int wclass(nu_locale_rec *h, nu_wchar wc, int mask) {
 inline int to_wide(nu_locale_rec *h, nu_wchar *out, const char *s, int n) {
     return h->to_wide(h, out, reinterpret_cast<const unsigned char *>(s), n);
 }
+
+// Characters of a null-terminated multibyte string of the handle's code set, before its
+// terminator (bytes in a single-byte code set). The terminator is as many zero bytes as the
+// shortest character, and in a code set of two-byte characters every ASCII character begins
+// with a zero byte: the string is measured by decoding, never up to its first zero byte.
+// -1 with the error stored when it does not decode.
+inline int mb_chars(nu_locale_rec *h, const char *s) {
+    if (h->single_byte) return static_cast<int>(std::strlen(s));
+    return _nu_im_mbslen(h, reinterpret_cast<const unsigned char *>(s));
+}
+
+// A null-terminated multibyte string of the handle's code set, widened with the locale's
+// string function into a buffer of its characters plus the wide null: on the stack up to N
+// characters, from the library allocator above that.
+template <size_t N>
+class WideText {
+public:
+    WideText(nu_locale_rec *h, const char *mb)
+        : chars_(mb != nullptr ? mb_chars(h, mb) : -1),
+          buffer_(chars_ >= 0 ? static_cast<size_t>(chars_) + 1 : 1) {
+        if (chars_ < 0 || !buffer_.ok()) return;
+        nu_wchar *w = buffer_.data();
+        if (to_wide(h, w, mb, chars_ + 1) < 0) return;
+        w[chars_] = 0;
+        text_ = w;
+    }
+    // The wide text; null when the string did not decode (error stored), when no buffer
+    // could be had (see no_memory()) or for a null string.
+    const nu_wchar *get() const { return text_; }
+    nu_wchar *get() { return text_; }
+    // The buffer was wanted and not obtained.
+    bool no_memory() const { return chars_ >= 0 && !buffer_.ok(); }
+    // The string was too long for the stack buffer.
+    bool allocated() const { return buffer_.size() > N; }
+
+private:
+    int chars_;
+    Scratch<nu_wchar, N> buffer_;
+    nu_wchar *text_ = nullptr;
+};
 
 // Wide to multibyte with the locale's string function, at most n bytes.
 inline int to_multibyte(nu_locale_rec *h, char *out, const nu_wchar *ws, int n) {
