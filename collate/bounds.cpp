@@ -593,11 +593,6 @@ int char_length(nu_locale_rec *h, const unsigned char *s) {
     return nu_full_mblen(h, s, 4);
 }
 
-int mb_length(nu_locale_rec *h, const unsigned char *s) {
-    if (h->single_byte) return static_cast<int>(std::strlen(reinterpret_cast<const char *>(s)));
-    return nu_mbsbytes(h, s) - nu_mb_loc_min(h);
-}
-
 void no_handle_error() {
     if (int *slot = _nu_ext_errno(nullptr); slot != nullptr) *slot = NU_ECODESET;
 }
@@ -679,7 +674,7 @@ NU_EXPORT int nu_mbsCollBound(nu_locale_t h, const unsigned char *s, int upper,
     }
     if (s == nullptr || out == nullptr) return fail(h, NU_EBADARG, -1);
     const int m = nu_mb_loc_min(h) > 0 ? nu_mb_loc_min(h) : 1;
-    const int slen = mb_length(h, s);
+    const int slen = nus::text_bytes(h, s);
     if (slen < 0) return fail(h, NU_EILSEQ, -1);
     // s may lie in out: work from a copy.
     Scratch<unsigned char, kStackBytes> copy(static_cast<size_t>(slen) + static_cast<size_t>(m));
@@ -730,7 +725,7 @@ NU_EXPORT int nu_mbsCollBound(nu_locale_t h, const unsigned char *s, int upper,
                                  : nu_prevprimweight(h, out + last_start, whole, neighbour);
     if (found == -1) return -1;
     if (found == -2) return -2;   // out holds s
-    const int nlen = mb_length(h, neighbour);
+    const int nlen = nus::text_bytes(h, neighbour);
     if (nlen < 0 || last_start + nlen + m > size) return fail(h, NU_E2BIG, -1);
     std::memcpy(out + last_start, neighbour, static_cast<size_t>(nlen));
     std::memset(out + last_start + nlen, 0, static_cast<size_t>(m));
@@ -745,7 +740,7 @@ NU_EXPORT int nu_mbsSortKeyCollBound(nu_locale_t h, const unsigned char *s, int 
     }
     if (s == nullptr || key == nullptr) return fail(h, NU_EBADARG, -1);
     const size_t wanted =
-        std::max<size_t>(std::strlen(reinterpret_cast<const char *>(s)) + 31, kStackBytes);
+        std::max<size_t>(static_cast<size_t>(std::max(nus::text_bytes(h, s), 0)) + 31, kStackBytes);
     Scratch<unsigned char, kStackBytes> bound(wanted);
     if (!bound.ok()) return fail(h, NU_ENOMEM, -1);
     if (nu_mbsCollBound(h, s, upper, bound.data(), static_cast<int>(wanted)) == -1) return -1;

@@ -5,6 +5,7 @@
 #include "frame/frame.h"
 
 #include <cstdio>
+#include <cstring>
 
 namespace nus {
 
@@ -34,6 +35,13 @@ inline uint32_t largest_code(nu_locale_rec *h) {
     case 3: return 16777215u;
     default: return 4294967295u;
     }
+}
+
+// The bytes of a string before its terminator (as many zero bytes as the shortest character:
+// not the first zero byte); negative when the string does not decode.
+inline int text_bytes(nu_locale_rec *h, const unsigned char *s) {
+    if (h->single_byte) return static_cast<int>(std::strlen(reinterpret_cast<const char *>(s)));
+    return nu_mbsbytes(h, s) - nu_mb_loc_min(h);
 }
 
 // Level direction bit: set = forward.

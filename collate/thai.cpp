@@ -232,7 +232,10 @@ NU_EXPORT int nu_iscompchar_thai(nu_locale_t h, const unsigned char *s) {
         if (is_consonant(c)) return 2;
         return is_leading_vowel(c) || is_tone(c) ? 3 : 1;
     }
-    const size_t bytes = std::strlen(reinterpret_cast<const char *>(s));
+    // The bytes, not the characters: in a code set of two-byte characters a Thai test of
+    // the last bytes must still stay inside the string.
+    const auto bytes = static_cast<size_t>(nus::text_bytes(h, s));
+    if (bytes < 2) return 1;
     const unsigned last = s[bytes - 1];
     if (is_leading_vowel(last) || is_tone(last)) return 3;
     if (is_leading_vowel(s[bytes - 2]) && is_consonant(last)) return 2;
@@ -263,7 +266,9 @@ NU_EXPORT int nu_primweight_thai(nu_locale_t h, const unsigned char *s, int whol
     if (kind < 0) return -1;
     if ((whole != 0) == (kind == 3)) return fail(h, NU_EBADVAL, -1);
 
-    const size_t length = std::strlen(reinterpret_cast<const char *>(s));
+    const int text_length = nus::text_bytes(h, s);
+    if (text_length < 0) return -1;
+    const auto length = static_cast<size_t>(text_length);
     nus::Scratch<unsigned char, kKeyLimit> key_buffer(length + 1);
     if (!key_buffer.ok()) return fail(h, NU_ENOMEM, -1);
     unsigned char *key = key_buffer.data();

@@ -273,6 +273,22 @@ TEST(Bounds, Failures) {
     EXPECT_EQ(no_handle_slot, NU_ECODESET);
 }
 
+// In a code set of two-byte characters a string is measured to its two zero bytes, not to its
+// first zero byte: the bound of a long text fits its scratch block, and the Thai unit tests,
+// which look at a string's last bytes, stay inside it.
+TEST(Bounds, TwoByteCharacters) {
+    NUS_LOAD_OR_SKIP(loc, "uc_uc/e005.lco");
+    std::string text;
+    for (int i = 0; i < 300; ++i) text += std::string("\0a", 2);
+    text += std::string("\0\0", 2);
+    std::vector<unsigned char> key(8192);
+    EXPECT_GT(nu_mbsSortKeyCollBound(loc, u(text), 1, key.data(), 8192), 0) << lastError(loc);
+    const std::string two = text.substr(text.size() - 6);
+    EXPECT_EQ(nu_iscompchar_thai(loc, u(two)), 1);
+    unsigned char out[16];
+    EXPECT_NE(nu_primweight_thai(loc, u(two), 1, out, 1), -1);
+}
+
 TEST(Bounds, ScratchBlocksThatCannotBeHadFailWithNoMemory) {
     NUS_LOAD_OR_SKIP(loc, "xx_yy/0333.lco");
     ASSERT_EQ(nus_test::load_collate(loc, alphabet(false, false)), 0);
