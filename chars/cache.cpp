@@ -101,6 +101,7 @@ void free_trie(Node *node) {
 
 NU_EXPORT int _nu_cache_mb_string(nu_locale_t h, nu_mb_cache_node **root,
                                   const unsigned char *s, uint32_t value) {
+    if (nus::no_handle(h)) return -1;
     if (root == nullptr || s == nullptr) return -1;
     const int m = nu_mb_loc_min(h);
     if (at_terminator(s, m)) {
@@ -127,6 +128,7 @@ NU_EXPORT int _nu_cache_mb_string(nu_locale_t h, nu_mb_cache_node **root,
 
 NU_EXPORT int _nu_cache_wc_string(nu_locale_t h, nu_wc_cache_node **root,
                                   const unsigned char *s, uint32_t value) {
+    if (nus::no_handle(h)) return -1;
     if (root == nullptr || s == nullptr) return -1;
     const int m = nu_mb_loc_min(h);
     const bool single = h->single_byte != 0;
@@ -156,6 +158,7 @@ NU_EXPORT int _nu_cache_wc_string(nu_locale_t h, nu_wc_cache_node **root,
 // character that cannot be folded ends the search as a mismatch does (its error stays set).
 NU_EXPORT int _nu_validate_mb_string(nu_locale_t h, const nu_mb_cache_node *root,
                                      const unsigned char *s, int *len, uint32_t *value) {
+    if (nus::no_handle(h)) return -1;
     if (root == nullptr || s == nullptr) return -1;
     const int m = nu_mb_loc_min(h);
     const nu_mb_cache_node *chain = root;
@@ -186,6 +189,7 @@ NU_EXPORT int _nu_validate_mb_string(nu_locale_t h, const nu_mb_cache_node *root
 
 NU_EXPORT int _nu_validate_wc_string(nu_locale_t h, const nu_wc_cache_node *root,
                                      const nu_wchar *ws, int *len, uint32_t *value) {
+    if (nus::no_handle(h)) return -1;
     if (root == nullptr || ws == nullptr) return -1;
     const nu_wc_cache_node *chain = root;
     for (int i = 0; chain != nullptr && ws[i] != 0; ++i) {

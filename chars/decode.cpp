@@ -26,10 +26,17 @@ int encode(nu_locale_rec *h, unsigned char *out, nu_wchar wc) {
 
 } // namespace nus
 
-NU_EXPORT int nu_mb_loc_min(nu_locale_t h) { return min_length(h); }
-NU_EXPORT int nu_mb_loc_max(nu_locale_t h) { return _nu_multi_max_length(h->ctype.class_table); }
+NU_EXPORT int nu_mb_loc_min(nu_locale_t h) {
+    if (nus::no_handle(h)) return -1;
+    return min_length(h);
+}
+NU_EXPORT int nu_mb_loc_max(nu_locale_t h) {
+    if (nus::no_handle(h)) return -1;
+    return _nu_multi_max_length(h->ctype.class_table);
+}
 
 NU_EXPORT int nu_mbsterm(nu_locale_t h, unsigned char *p) {
+    if (nus::no_handle(h) || nus::missing(h, p)) return -1;
     const int m = min_length(h);
     for (int i = 0; i < m; ++i) p[i] = 0;
     return m;
@@ -37,6 +44,7 @@ NU_EXPORT int nu_mbsterm(nu_locale_t h, unsigned char *p) {
 
 // Length of the first character; 0 for the null character or a null string.
 NU_EXPORT int nu_full_mblen(nu_locale_t h, const unsigned char *s, int n) {
+    if (nus::no_handle(h)) return -1;
     if (s == nullptr) return 0;
     const Walk w = nus::walk(h->ctype.class_table, s, n);
     if (w.status != 0) return fail(h, w.status);
@@ -45,6 +53,7 @@ NU_EXPORT int nu_full_mblen(nu_locale_t h, const unsigned char *s, int n) {
 
 // The same, but the null character has its length too: scanners step over terminators.
 NU_EXPORT int _tsn_nu_full_mblen(nu_locale_t h, const unsigned char *s, int n) {
+    if (nus::no_handle(h)) return -1;
     if (s == nullptr) return 0;
     const Walk w = nus::walk(h->ctype.class_table, s, n);
     if (w.status != 0) return fail(h, w.status);
@@ -54,6 +63,7 @@ NU_EXPORT int _tsn_nu_full_mblen(nu_locale_t h, const unsigned char *s, int n) {
 // Bytes of the string with its terminator. An illegal string gives 0, not -1: kept for
 // compatibility (callers test for "less than 1").
 NU_EXPORT int nu_mbsbytes(nu_locale_t h, const unsigned char *s) {
+    if (nus::no_handle(h)) return 0;
     if (s == nullptr) return 0;
     long bytes = 0;
     if (h->single_byte) {
@@ -74,6 +84,7 @@ NU_EXPORT int nu_mbsbytes(nu_locale_t h, const unsigned char *s) {
 }
 
 NU_EXPORT int _tsn_nu_full_mbtowc(nu_locale_t h, nu_wchar *pwc, const unsigned char *s, int n) {
+    if (nus::no_handle(h)) return -1;
     if (s == nullptr) return 0;
     if (n == -1) {
         // The string without its terminator; so an empty string is an incomplete character.
@@ -90,16 +101,19 @@ NU_EXPORT int _tsn_nu_full_mbtowc(nu_locale_t h, nu_wchar *pwc, const unsigned c
 // Unlike the counted form, -1 is no "up to the terminator" here: any n below 1 is an
 // incomplete character.
 NU_EXPORT int nu_full_mbtowc(nu_locale_t h, nu_wchar *pwc, const unsigned char *s, int n) {
+    if (nus::no_handle(h)) return -1;
     if (s == nullptr) return 0;
     if (n < 1) return fail(h, NU_EINVAL);
     return _tsn_nu_full_mbtowc(h, pwc, s, n);
 }
 
 NU_EXPORT int nu_full_wctomb(nu_locale_t h, unsigned char *s, nu_wchar wc) {
+    if (nus::no_handle(h) || nus::missing(h, s)) return -1;
     return nus::encode(h, s, wc);
 }
 
 NU_EXPORT int nu_wclen(nu_locale_t h, nu_wchar wc) {
+    if (nus::no_handle(h)) return -1;
     if (h->single_byte) return 1;
     unsigned char scratch[4];
     return nus::encode(h, scratch, wc);
@@ -113,6 +127,7 @@ NU_EXPORT int nu_wclen(nu_locale_t h, nu_wchar wc) {
 // illegal sequence (1), not an incomplete one (7).
 NU_EXPORT int _tsn_nu_im_mbfstowcfs(nu_locale_t h, nu_wchar *wcs, const unsigned char *s,
                                     int slen, int n) {
+    if (nus::no_handle(h)) return -1;
     const multi_t *table = h->ctype.class_table;
     // Characters of one byte end at the root: they are taken without a walk.
     const unsigned char *root_flags =
@@ -162,6 +177,7 @@ NU_EXPORT int _tsn_nu_im_mbfstowcfs(nu_locale_t h, nu_wchar *wcs, const unsigned
 }
 
 NU_EXPORT int _nu_im_mbstowcs(nu_locale_t h, nu_wchar *wcs, const unsigned char *s, int n) {
+    if (nus::no_handle(h)) return -1;
     return _tsn_nu_im_mbfstowcfs(h, wcs, s, -1, n);
 }
 
@@ -188,6 +204,7 @@ NU_EXPORT int _nu_is_mbstowcs(nu_locale_t h, nu_wchar *wcs, const unsigned char 
 // ends the conversion without error and without a terminator.
 NU_EXPORT int _tsn_nu_full_wcstombs(nu_locale_t h, unsigned char *s, const nu_wchar *wcs,
                                     int wlen, int n) {
+    if (nus::no_handle(h) || nus::missing(h, s, wcs)) return -1;
     const bool counted = wlen != -1;
     const int m = min_length(h);
     const bool single = h->single_byte != 0;
@@ -215,11 +232,13 @@ NU_EXPORT int _tsn_nu_full_wcstombs(nu_locale_t h, unsigned char *s, const nu_wc
 }
 
 NU_EXPORT int nu_full_wcstombs(nu_locale_t h, unsigned char *s, const nu_wchar *wcs, int n) {
+    if (nus::no_handle(h)) return -1;
     return _tsn_nu_full_wcstombs(h, s, wcs, -1, n);
 }
 
 NU_EXPORT int _tsn_nu_is_wcstombs(nu_locale_t h, unsigned char *s, const nu_wchar *wcs,
                                   int wlen, int n) {
+    if (nus::no_handle(h) || nus::missing(h, s, wcs)) return -1;
     const bool counted = wlen != -1;
     int written = 0;
     for (int i = 0; !counted || i < wlen; ++i) {
@@ -236,12 +255,14 @@ NU_EXPORT int _tsn_nu_is_wcstombs(nu_locale_t h, unsigned char *s, const nu_wcha
 }
 
 NU_EXPORT int _nu_is_wcstombs(nu_locale_t h, unsigned char *s, const nu_wchar *wcs, int n) {
+    if (nus::no_handle(h)) return -1;
     return _tsn_nu_is_wcstombs(h, s, wcs, -1, n);
 }
 
 // ---- measures -----------------------------------------------------------------------------
 
 NU_EXPORT int _nu_im_mbslen(nu_locale_t h, const unsigned char *s) {
+    if (nus::no_handle(h)) return -1;
     if (s == nullptr) return 0;
     const multi_t *table = h->ctype.class_table;
     const unsigned char *root_flags =
@@ -265,6 +286,7 @@ NU_EXPORT int _nu_im_mbslen(nu_locale_t h, const unsigned char *s) {
 // Characters in the span; a null character inside it counts as one character of the minimum
 // length. A character running past the end of the span is an illegal sequence.
 NU_EXPORT int _tsn_nu_im_mbfslen(nu_locale_t h, const unsigned char *s, int slen) {
+    if (nus::no_handle(h)) return -1;
     if (s == nullptr) return 0;
     const int m = min_length(h);
     if (slen == -1) slen = nu_mbsbytes(h, s) - m;

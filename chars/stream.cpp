@@ -143,6 +143,9 @@ bool put_wide(nu_locale_rec *h, nu_wchar wc, FILE *stream) {
 
 NU_EXPORT int nu_getmb(nu_locale_t h, unsigned char *buf, nu_getbyte_fn getbyte, void *stream,
                        int *len) {
+    if (nus::no_handle(h) || nus::missing(h, buf) ||
+        (getbyte == nullptr && nus::bad_argument(h)))
+        return -1;
     int taken = 0;
     const int status = read_char(h, buf, getbyte, stream, &taken);
     store(len, taken);
@@ -154,6 +157,7 @@ NU_EXPORT int nu_getmb(nu_locale_t h, unsigned char *buf, nu_getbyte_fn getbyte,
 }
 
 NU_EXPORT int nu_full_fgetmb(nu_locale_t h, unsigned char *buf, FILE *stream) {
+    if (nus::no_handle(h) || nus::missing(h, buf, stream)) return -1;
     int len = 0;
     if (nu_getmb(h, buf, local_fgetc, stream, &len) == 0) return len;
     if (_nu_ext_feof(stream)) {
@@ -165,6 +169,7 @@ NU_EXPORT int nu_full_fgetmb(nu_locale_t h, unsigned char *buf, FILE *stream) {
 }
 
 NU_EXPORT nu_wchar nu_full_fgetwc(nu_locale_t h, FILE *stream) {
+    if (nus::no_handle(h) || nus::missing(h, stream)) return static_cast<nu_wchar>(-1);
     nu_wchar wc = 0;
     const int status = read_wide(h, stream, &wc);
     if (status != 0) {
@@ -177,6 +182,7 @@ NU_EXPORT nu_wchar nu_full_fgetwc(nu_locale_t h, FILE *stream) {
 // A line up to and including its newline, then the terminator. Characters read before a
 // failure stay in buf, unterminated.
 NU_EXPORT unsigned char *nu_fgetmbs(nu_locale_t h, unsigned char *buf, int size, FILE *stream) {
+    if (nus::no_handle(h) || nus::missing(h, buf, stream)) return nullptr;
     const int m = min_length(h);
     const bool single = h->single_byte != 0;
     unsigned char c[MULTI_MAX_DEPTH];
@@ -215,6 +221,7 @@ NU_EXPORT unsigned char *nu_fgetmbs(nu_locale_t h, unsigned char *buf, int size,
 // The same in wide characters; size counts wide characters. A single-byte handle also keeps
 // every byte read in its handle word.
 NU_EXPORT nu_wchar *nu_fgetwcs(nu_locale_t h, nu_wchar *ws, int size, FILE *stream) {
+    if (nus::no_handle(h) || nus::missing(h, ws, stream)) return nullptr;
     const bool single = h->single_byte != 0;
     long used = 0;
     for (;;) {
@@ -251,25 +258,34 @@ NU_EXPORT nu_wchar *nu_fgetwcs(nu_locale_t h, nu_wchar *ws, int size, FILE *stre
 
 NU_EXPORT int nu_putmb(nu_locale_t h, const unsigned char *s, int n, nu_putbyte_fn putbyte,
                        void *stream, int *written) {
+    if (nus::no_handle(h) || nus::missing(h, s) ||
+        (putbyte == nullptr && nus::bad_argument(h)))
+        return -1;
     return put_char(h, s, n, putbyte, stream, written, false);
 }
 
 NU_EXPORT int _tsn_nu_putmb(nu_locale_t h, const unsigned char *s, int n,
                             nu_putbyte_fn putbyte, void *stream, int *written) {
+    if (nus::no_handle(h) || nus::missing(h, s) ||
+        (putbyte == nullptr && nus::bad_argument(h)))
+        return -1;
     return put_char(h, s, n, putbyte, stream, written, true);
 }
 
 NU_EXPORT const unsigned char *nu_fputmb(nu_locale_t h, const unsigned char *s, FILE *stream) {
+    if (nus::no_handle(h) || nus::missing(h, s, stream)) return nullptr;
     int written;
     return nu_putmb(h, s, MULTI_MAX_DEPTH, local_fputc, stream, &written) == 0 ? s : nullptr;
 }
 
 NU_EXPORT nu_wchar nu_fputwc(nu_locale_t h, nu_wchar wc, FILE *stream) {
+    if (nus::no_handle(h) || nus::missing(h, stream)) return static_cast<nu_wchar>(-1);
     return put_wide(h, wc, stream) ? wc : static_cast<nu_wchar>(-1);
 }
 
 // The string without its terminator in one write.
 NU_EXPORT int nu_fputmbs(nu_locale_t h, const unsigned char *s, FILE *stream) {
+    if (nus::no_handle(h) || nus::missing(h, s, stream)) return -1;
     const int bytes = nu_mbsbytes(h, s);
     if (bytes < 1) return -1;
     const auto count = static_cast<size_t>(bytes - min_length(h));
@@ -281,6 +297,7 @@ NU_EXPORT int nu_fputmbs(nu_locale_t h, const unsigned char *s, FILE *stream) {
 }
 
 NU_EXPORT int nu_fputwcs(nu_locale_t h, const nu_wchar *ws, FILE *stream) {
+    if (nus::no_handle(h) || nus::missing(h, ws, stream)) return -1;
     for (; *ws != 0; ++ws) {
         if (!put_wide(h, *ws, stream)) return -1;
     }
@@ -293,6 +310,7 @@ NU_EXPORT int nu_fputwcs(nu_locale_t h, const nu_wchar *ws, FILE *stream) {
 // character counts with its own length, so p may point into the terminator.
 NU_EXPORT int nu_full_charoffset(nu_locale_t h, const unsigned char *s, const unsigned char *p,
                                  int *len) {
+    if (nus::no_handle(h) || nus::missing(h, s, p)) return -1;
     store(len, 0);
     if (p < s) {
         nus::set_error(h, NU_EINVAL);

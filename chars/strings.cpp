@@ -130,6 +130,7 @@ int wide_mask(nu_locale_rec *h, nu_wchar wc) {
 // ---- stepping and positions ---------------------------------------------------------------
 
 NU_EXPORT unsigned char *_tsn_nu_full_mbsnext(nu_locale_t h, const unsigned char *s, int n) {
+    if (nus::no_handle(h)) return nullptr;
     if (s == nullptr) {
         nus::set_error(h, NU_EBADARG);
         return nullptr;
@@ -144,6 +145,7 @@ NU_EXPORT unsigned char *_tsn_nu_full_mbsnext(nu_locale_t h, const unsigned char
 
 // A terminator is stepped over like any other character.
 NU_EXPORT unsigned char *nu_full_mbsnext(nu_locale_t h, const unsigned char *s) {
+    if (nus::no_handle(h)) return nullptr;
     return _tsn_nu_full_mbsnext(h, s, 4);
 }
 
@@ -197,14 +199,17 @@ unsigned char *position_of(nu_locale_rec *h, const unsigned char *s, int i, bool
 } // namespace
 
 NU_EXPORT unsigned char *nu_full_getmbsi(nu_locale_t h, const unsigned char *s, int i) {
+    if (nus::no_handle(h)) return nullptr;
     return position_of(h, s, i, false);
 }
 
 NU_EXPORT unsigned char *nu_getmbsinull(nu_locale_t h, const unsigned char *s, int i) {
+    if (nus::no_handle(h)) return nullptr;
     return position_of(h, s, i, true);
 }
 
 NU_EXPORT int nu_ismbsterm(nu_locale_t h, const unsigned char *p) {
+    if (nus::no_handle(h)) return 0;
     if (p == nullptr) return 0;
     const int m = Reader(h).min_length();
     for (int k = 0; k < m; ++k)
@@ -213,6 +218,7 @@ NU_EXPORT int nu_ismbsterm(nu_locale_t h, const unsigned char *p) {
 }
 
 NU_EXPORT unsigned char *nu_mbcreplace(nu_locale_t h, unsigned char *p, const unsigned char *c) {
+    if (nus::no_handle(h)) return nullptr;
     if (p == nullptr || c == nullptr) {
         nus::set_error(h, NU_EBADARG);
         return nullptr;
@@ -238,12 +244,14 @@ NU_EXPORT unsigned char *nu_mbcreplace(nu_locale_t h, unsigned char *p, const un
 
 NU_EXPORT unsigned char *nu_full_putmbsi(nu_locale_t h, unsigned char *s, int i,
                                          const unsigned char *c) {
+    if (nus::no_handle(h)) return nullptr;
     unsigned char *at = nu_full_getmbsi(h, s, i);
     if (at == nullptr) return nullptr;
     return nu_mbcreplace(h, at, c) != nullptr ? s : nullptr;
 }
 
 NU_EXPORT int nu_mbsbytes_nt(nu_locale_t h, const unsigned char *s) {
+    if (nus::no_handle(h)) return 0;
     if (s == nullptr) {
         nus::set_error(h, NU_EBADARG);
         return -1;
@@ -293,17 +301,21 @@ int wide_length_without_blanks(nu_locale_rec *h, const nu_wchar *ws, long n) {
 } // namespace
 
 NU_EXPORT int _tsn_nu_mbsntslen(nu_locale_t h, const unsigned char *s, int n) {
+    if (nus::no_handle(h)) return -1;
     if (!length_ok(h, s, n)) return -1;
     return length_without_blanks(h, {s, n}, false);
 }
 NU_EXPORT int nu_mbsntslen(nu_locale_t h, const unsigned char *s) {
+    if (nus::no_handle(h)) return -1;
     return _tsn_nu_mbsntslen(h, s, -1);
 }
 NU_EXPORT int _tsn_nu_mbsntsbytes(nu_locale_t h, const unsigned char *s, int n) {
+    if (nus::no_handle(h)) return -1;
     if (!length_ok(h, s, n)) return -1;
     return length_without_blanks(h, {s, n}, true);
 }
 NU_EXPORT int nu_mbsntsbytes(nu_locale_t h, const unsigned char *s) {
+    if (nus::no_handle(h)) return -1;
     return _tsn_nu_mbsntsbytes(h, s, -1);
 }
 NU_EXPORT int _tsn_nu_wcsntslen(nu_locale_t h, const nu_wchar *ws, int n) {
@@ -334,6 +346,7 @@ NU_EXPORT nu_wchar *nu_wcsntstrunc(nu_locale_t h, nu_wchar *ws) {
 }
 
 NU_EXPORT unsigned char *nu_mbsp(nu_locale_t h, const unsigned char *s) {
+    if (nus::no_handle(h)) return nullptr;
     if (s == nullptr) {
         nus::set_error(h, NU_EBADARG);
         return nullptr;
@@ -352,6 +365,7 @@ NU_EXPORT unsigned char *nu_mbsp(nu_locale_t h, const unsigned char *s) {
 }
 
 NU_EXPORT unsigned char *nu_mbsntstrunc(nu_locale_t h, unsigned char *s) {
+    if (nus::no_handle(h)) return nullptr;
     unsigned char *run = nu_mbsp(h, s);
     if (run != nullptr) nu_mbsterm(h, run);
     return run;
@@ -414,6 +428,7 @@ int wide_width(nu_locale_rec *h, const nu_wchar *ws, long count, const nu_wchar 
 } // namespace
 
 NU_EXPORT int nu_wcwidth(nu_locale_t h, nu_wchar wc) {
+    if (nus::no_handle(h)) return -1;
     if (wc == 0) return 0;
     return width_of(h, wide_mask(h, wc), nu_ctype(h, "full_width"));
 }
@@ -421,6 +436,7 @@ NU_EXPORT int nu_wcwidth(nu_locale_t h, nu_wchar wc) {
 // A one-byte character of a multibyte code set is one column wide even when it is not
 // printable: kept for compatibility.
 NU_EXPORT int nu_mbwidth(nu_locale_t h, const unsigned char *s) {
+    if (nus::no_handle(h)) return -1;
     if (s == nullptr) {
         nus::set_error(h, NU_EBADARG);
         return -1;
@@ -433,6 +449,7 @@ NU_EXPORT int nu_mbwidth(nu_locale_t h, const unsigned char *s) {
 }
 
 NU_EXPORT int nu_wcswidth(nu_locale_t h, const nu_wchar *ws, int n) {
+    if (nus::no_handle(h)) return -1;
     if (ws == nullptr) {
         nus::set_error(h, NU_EBADARG);
         return -1;
@@ -445,6 +462,7 @@ NU_EXPORT int nu_wcswidth(nu_locale_t h, const nu_wchar *ws, int n) {
 }
 
 NU_EXPORT int nu_mbswidth(nu_locale_t h, const unsigned char *s, int n) {
+    if (nus::no_handle(h)) return -1;
     if (s == nullptr) {
         nus::set_error(h, NU_EBADARG);
         return -1;
@@ -457,6 +475,7 @@ NU_EXPORT int nu_mbswidth(nu_locale_t h, const unsigned char *s, int n) {
 }
 
 NU_EXPORT int nu_wcspwidth(nu_locale_t h, const nu_wchar *start, const nu_wchar *end) {
+    if (nus::no_handle(h)) return -1;
     if (start == nullptr || end == nullptr) {
         nus::set_error(h, NU_EBADARG);
         return -1;
@@ -471,6 +490,7 @@ NU_EXPORT int nu_wcspwidth(nu_locale_t h, const nu_wchar *start, const nu_wchar 
 // The error slot is cleared first; a stop on a non-printable character reports 7 only when
 // nothing else was reported.
 NU_EXPORT int nu_mbspwidth(nu_locale_t h, const unsigned char *start, const unsigned char *end) {
+    if (nus::no_handle(h)) return -1;
     nus::set_error(h, 0);
     if (start == nullptr || end == nullptr) {
         nus::set_error(h, NU_EBADARG);
@@ -516,6 +536,7 @@ long bytes_of_characters(nu_locale_rec *h, Text t, long n) {
 } // namespace
 
 NU_EXPORT unsigned char *nu_full_mbscpy(nu_locale_t h, unsigned char *d, const unsigned char *s) {
+    if (nus::no_handle(h)) return nullptr;
     if (d == nullptr || s == nullptr) {
         nus::set_error(h, NU_EBADARG);
         return nullptr;
@@ -529,6 +550,7 @@ NU_EXPORT unsigned char *nu_full_mbscpy(nu_locale_t h, unsigned char *d, const u
 // Given a length, the bytes are copied first and checked afterwards: what was written stays
 // when the check fails.
 NU_EXPORT int _tsn_nu_mbscpy(nu_locale_t h, unsigned char *d, const unsigned char *s, int n) {
+    if (nus::no_handle(h)) return -1;
     if (!lengths_ok(h, d, n, s, n)) return -1;
     if (n == -1) {
         const long bytes = nu_mbsbytes(h, s);
@@ -541,6 +563,7 @@ NU_EXPORT int _tsn_nu_mbscpy(nu_locale_t h, unsigned char *d, const unsigned cha
 }
 
 NU_EXPORT unsigned char *nu_full_mbscat(nu_locale_t h, unsigned char *d, const unsigned char *s) {
+    if (nus::no_handle(h)) return nullptr;
     if (d == nullptr || s == nullptr) {
         nus::set_error(h, NU_EBADARG);
         return nullptr;
@@ -552,6 +575,7 @@ NU_EXPORT unsigned char *nu_full_mbscat(nu_locale_t h, unsigned char *d, const u
 
 NU_EXPORT int _tsn_nu_mbscat(nu_locale_t h, unsigned char *d, int dn, const unsigned char *s,
                              int sn) {
+    if (nus::no_handle(h)) return -1;
     if (!lengths_ok(h, d, dn, s, sn)) return -1;
     if (dn == -1) {
         const int at = nu_mbsbytes_nt(h, d);
@@ -565,6 +589,7 @@ NU_EXPORT int _tsn_nu_mbscat(nu_locale_t h, unsigned char *d, int dn, const unsi
 
 NU_EXPORT unsigned char *nu_mbsncpy(nu_locale_t h, unsigned char *d, const unsigned char *s,
                                     int n) {
+    if (nus::no_handle(h)) return nullptr;
     if (d == nullptr) {
         nus::set_error(h, NU_EBADARG);
         return nullptr;
@@ -579,6 +604,7 @@ NU_EXPORT unsigned char *nu_mbsncpy(nu_locale_t h, unsigned char *d, const unsig
 
 NU_EXPORT int _tsn_nu_mbsncpy(nu_locale_t h, unsigned char *d, const unsigned char *s, int sn,
                               int n) {
+    if (nus::no_handle(h)) return -1;
     if (!length_ok(h, s, sn) || !length_ok(h, d, 0)) return -1;
     if (n < 0) {
         nus::set_error(h, NU_ENOWIDTH);
@@ -601,6 +627,7 @@ NU_EXPORT int _tsn_nu_mbsncpy(nu_locale_t h, unsigned char *d, const unsigned ch
 
 NU_EXPORT unsigned char *nu_mbsncat(nu_locale_t h, unsigned char *d, const unsigned char *s,
                                     int n) {
+    if (nus::no_handle(h)) return nullptr;
     if (d == nullptr || s == nullptr) {
         nus::set_error(h, NU_EBADARG);
         return nullptr;
@@ -612,6 +639,7 @@ NU_EXPORT unsigned char *nu_mbsncat(nu_locale_t h, unsigned char *d, const unsig
 
 NU_EXPORT int _tsn_nu_mbsncat(nu_locale_t h, unsigned char *d, int dn, const unsigned char *s,
                               int sn, int n) {
+    if (nus::no_handle(h)) return -1;
     if (!lengths_ok(h, d, dn, s, sn)) return -1;
     if (dn == -1) {
         const int at = nu_mbsbytes_nt(h, d);
@@ -754,11 +782,13 @@ unsigned char *find_text(nu_locale_rec *h, Text t, const unsigned char *sought, 
 
 NU_EXPORT unsigned char *nu_full_mbschr(nu_locale_t h, const unsigned char *s,
                                         const unsigned char *c) {
+    if (nus::no_handle(h)) return nullptr;
     return _tsn_nu_mbschr(h, s, -1, c, -1);
 }
 
 NU_EXPORT unsigned char *_tsn_nu_mbschr(nu_locale_t h, const unsigned char *s, int sn,
                                         const unsigned char *c, int cn) {
+    if (nus::no_handle(h)) return nullptr;
     return find_char(h, {s, sn}, c, cn, false);
 }
 
@@ -766,21 +796,25 @@ NU_EXPORT unsigned char *_tsn_nu_mbschr(nu_locale_t h, const unsigned char *s, i
 // none.
 NU_EXPORT unsigned char *nu_full_mbsrchr(nu_locale_t h, const unsigned char *s,
                                          const unsigned char *c) {
+    if (nus::no_handle(h)) return nullptr;
     return _tsn_nu_mbsrchr(h, s, -1, c, -1);
 }
 
 NU_EXPORT unsigned char *_tsn_nu_mbsrchr(nu_locale_t h, const unsigned char *s, int sn,
                                          const unsigned char *c, int cn) {
+    if (nus::no_handle(h)) return nullptr;
     return find_char(h, {s, sn}, c, cn, true);
 }
 
 NU_EXPORT unsigned char *nu_full_mbsmbs(nu_locale_t h, const unsigned char *s,
                                         const unsigned char *t) {
+    if (nus::no_handle(h)) return nullptr;
     return _tsn_nu_mbsmbs(h, s, -1, t, -1);
 }
 
 NU_EXPORT unsigned char *_tsn_nu_mbsmbs(nu_locale_t h, const unsigned char *s, int sn,
                                         const unsigned char *t, int tn) {
+    if (nus::no_handle(h)) return nullptr;
     if (!lengths_ok(h, s, sn, t, tn)) return nullptr;
     const int n = tn == -1 ? nu_mbsbytes_nt(h, t) : tn;
     if (n < 0) return nullptr;
@@ -903,15 +937,18 @@ long multibyte_set(nu_locale_rec *h, Text t, const unsigned char *set, long setn
 } // namespace
 
 NU_EXPORT int nu_full_mbsspn(nu_locale_t h, const unsigned char *s, const unsigned char *set) {
+    if (nus::no_handle(h)) return -1;
     const unsigned char *at;
     return static_cast<int>(multibyte_set(h, {s, -1}, set, -1, SetQuery::span, &at));
 }
 NU_EXPORT int nu_full_mbscspn(nu_locale_t h, const unsigned char *s, const unsigned char *set) {
+    if (nus::no_handle(h)) return -1;
     const unsigned char *at;
     return static_cast<int>(multibyte_set(h, {s, -1}, set, -1, SetQuery::complement_span, &at));
 }
 NU_EXPORT unsigned char *nu_full_mbspbrk(nu_locale_t h, const unsigned char *s,
                                          const unsigned char *set) {
+    if (nus::no_handle(h)) return nullptr;
     const unsigned char *at;
     return multibyte_set(h, {s, -1}, set, -1, SetQuery::first_of, &at) < 0
                ? nullptr
@@ -919,16 +956,19 @@ NU_EXPORT unsigned char *nu_full_mbspbrk(nu_locale_t h, const unsigned char *s,
 }
 NU_EXPORT int _tsn_nu_mbsspn(nu_locale_t h, const unsigned char *s, int sn,
                              const unsigned char *set, int setn) {
+    if (nus::no_handle(h)) return -1;
     const unsigned char *at;
     return static_cast<int>(multibyte_set(h, {s, sn}, set, setn, SetQuery::span, &at));
 }
 NU_EXPORT int _tsn_nu_mbscspn(nu_locale_t h, const unsigned char *s, int sn,
                               const unsigned char *set, int setn) {
+    if (nus::no_handle(h)) return -1;
     const unsigned char *at;
     return static_cast<int>(multibyte_set(h, {s, sn}, set, setn, SetQuery::complement_span, &at));
 }
 NU_EXPORT unsigned char *_tsn_nu_mbspbrk(nu_locale_t h, const unsigned char *s, int sn,
                                          const unsigned char *set, int setn) {
+    if (nus::no_handle(h)) return nullptr;
     const unsigned char *at;
     return multibyte_set(h, {s, sn}, set, setn, SetQuery::first_of, &at) < 0
                ? nullptr

@@ -608,6 +608,7 @@ void free_collate(nu_locale_rec *h) {
 } // namespace nus
 
 NU_EXPORT int _nu_sl_wctomb(nu_locale_t h, unsigned char *s, nu_wchar wc) {
+    if (nus::no_handle(h) || nus::missing(h, s)) return -1;
     const multi_arr_t *leaf = nullptr;
     const int length = nus::encode_in(h->coll.table, s, wc, &leaf);
     return length > 0 ? length : fail(h, NU_EILSEQ);

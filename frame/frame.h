@@ -21,8 +21,31 @@ extern nu_locale_rec loc_filer;
 
 namespace nus {
 
-// Stores an error code in the error slot of a handle or conversion descriptor.
-inline void set_error(void *handle, int code) { *_nu_ext_errno(handle) = code; }
+// Stores an error code in the error slot of a handle or conversion descriptor. A null handle
+// has no slot unless an installed error lookup gives one: then the code goes nowhere.
+inline void set_error(void *handle, int code) {
+    if (int *slot = _nu_ext_errno(handle)) *slot = code;
+}
+
+// True for a null handle, after storing NU_EBADARG where an installed error lookup gives such
+// a call a slot: the caller returns its failure value.
+inline bool no_handle(const void *handle) {
+    if (handle != nullptr) return false;
+    set_error(nullptr, NU_EBADARG);
+    return true;
+}
+
+// Stores NU_EBADARG (a required pointer is null) and answers true, for the caller's test.
+inline bool bad_argument(void *handle) {
+    set_error(handle, NU_EBADARG);
+    return true;
+}
+
+// True when any of the pointers is null, after storing NU_EBADARG in the handle.
+template <typename... P>
+bool missing(void *handle, const P *...pointers) {
+    return !((pointers != nullptr) && ...) && bad_argument(handle);
+}
 
 // Stores an error code when a handle was given (search functions accept a null handle).
 inline void set_error_if(void *handle, int code) {

@@ -91,6 +91,7 @@ void free_locale(nu_locale_rec *h) {
 } // namespace
 
 NU_EXPORT void nu_make_null_category(nu_locale_t h, int category) {
+    if (nus::no_handle(h)) return;
     switch (category) {
     case NU_CTYPE:
         h->ctype = {};
@@ -169,6 +170,7 @@ NU_EXPORT void nu_free_category(nu_locale_t h, int category) {
 }
 
 NU_EXPORT int nu_create_null_locale_4(nu_locale_t *handle) {
+    if (handle == nullptr) return -1;
     auto *h = nus::alloc_zeroed<nu_locale_rec>(1);
     if (h == nullptr) {
         *handle = &loc_nomem;

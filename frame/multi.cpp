@@ -356,6 +356,10 @@ NU_EXPORT void *_nu_retrieve_little_endian_unicode_limit(const unsigned char *s,
 }
 
 NU_EXPORT void *_nu_retrieve_wchar_multi_nl(void *handle, nu_wchar wc, const multi_t *table) {
+    if (table == nullptr) {
+        nus::set_error(handle, NU_EBADARG);
+        return nullptr;
+    }
     int width = table->min_length;
     if (wc > 0xFFFFFFu) {
         width = 4;

@@ -487,10 +487,6 @@ NU_EXPORT int _nu_fscanf_multi(FILE *stream, multi_t *table, int max_length,
         table->err = NU_ETOODEEP;
         return -1;
     }
-    if (ok &&
-        (table->max_length < 0 || table->min_length < 1 || table->min_length > MULTI_MAX_DEPTH)) {
-        ok = rd.fail(NU_EBADFILE);
-    }
     nus::Scratch<unsigned char, 2048> scratch(data_array_size(table));
     if (ok && !scratch.ok()) ok = rd.fail(NU_ENOMEM);
     rd.scratch = scratch.data();

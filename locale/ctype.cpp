@@ -88,6 +88,13 @@ int read_ctype(FILE *stream, nu_locale_rec *h) {
         set_error(h, _nu_multi_err(ct.class_table));
         return -1;
     }
+    // The shortest character is the length of every string's terminator: a class table that
+    // claims none, or more than four bytes, cannot describe a code set.
+    const int shortest = _nu_multi_min_length(ct.class_table);
+    if (shortest < 1 || shortest > MULTI_MAX_DEPTH || _nu_multi_max_length(ct.class_table) < 0) {
+        set_error(h, NU_EBADFILE);
+        return -1;
+    }
     long count = 0;
     if (!read_decimal(stream, &count) || count < 0 || count > 32) {
         set_error(h, NU_EBADFILE);
@@ -166,6 +173,7 @@ int read_ctype(FILE *stream, nu_locale_rec *h) {
 } // namespace nus
 
 NU_EXPORT int nu_ctype(nu_locale_t h, const char *name) {
+    if (nus::no_handle(h)) return 0;
     if (name == nullptr) return 0;
     // No standard class begins with "f": such names go straight to the locale's own.
     if (name[0] != 'f') {
@@ -182,10 +190,12 @@ NU_EXPORT int nu_ctype(nu_locale_t h, const char *name) {
 }
 
 NU_EXPORT int _nu_im_iswctype(nu_locale_t h, nu_wchar wc, int mask) {
+    if (nus::no_handle(h)) return 0;
     return class_of(h, wc) & mask;
 }
 
 NU_EXPORT nu_wchar _nu_im_towupper(nu_locale_t h, nu_wchar wc) {
+    if (nus::no_handle(h)) return wc;
     const uint16_t i = case_index(h, wc);
     if (i != 0 && i <= h->ctype.case_pair_count && h->ctype.case_pairs[i].upper != 0)
         return h->ctype.case_pairs[i].upper;
@@ -193,6 +203,7 @@ NU_EXPORT nu_wchar _nu_im_towupper(nu_locale_t h, nu_wchar wc) {
 }
 
 NU_EXPORT nu_wchar _nu_im_towlower(nu_locale_t h, nu_wchar wc) {
+    if (nus::no_handle(h)) return wc;
     const uint16_t i = case_index(h, wc);
     if (i != 0 && i <= h->ctype.case_pair_count && h->ctype.case_pairs[i].lower != 0)
         return h->ctype.case_pairs[i].lower;
@@ -200,6 +211,7 @@ NU_EXPORT nu_wchar _nu_im_towlower(nu_locale_t h, nu_wchar wc) {
 }
 
 NU_EXPORT int nu_case_conv_outbuflen(nu_locale_t h, int length) {
+    if (nus::no_handle(h)) return -1;
     // Saturated rather than wrapped for lengths near the int range.
     const long long size = static_cast<long long>(std::ceil(h->case_expansion)) * length;
     return size > INT_MAX ? INT_MAX : size < INT_MIN ? INT_MIN : static_cast<int>(size);
@@ -280,6 +292,7 @@ int map_wide(nu_locale_rec *h, nu_wchar *out, const nu_wchar *in,
 
 NU_EXPORT int _tsn_nu_im_ismctype(nu_locale_t h, const unsigned char *mbchar, int length,
                                   int mask) {
+    if (nus::no_handle(h) || nus::missing(h, mbchar)) return 0;
     nu_wchar wc;
     int used;
     if (!decode_one(h, mbchar, length, &wc, &used)) return 0;
@@ -287,34 +300,43 @@ NU_EXPORT int _tsn_nu_im_ismctype(nu_locale_t h, const unsigned char *mbchar, in
 }
 
 NU_EXPORT int _nu_im_ismctype(nu_locale_t h, const unsigned char *mbchar, int mask) {
+    if (nus::no_handle(h)) return 0;
     return _tsn_nu_im_ismctype(h, mbchar, -1, mask);
 }
 
 NU_EXPORT int _tsn_nu_im_tomupper(nu_locale_t h, unsigned char *out, const unsigned char *in,
                                   int length) {
+    if (nus::no_handle(h) || nus::missing(h, out, in)) return -1;
     return map_char(h, out, in, length, _nu_im_towupper);
 }
 NU_EXPORT int _tsn_nu_im_tomlower(nu_locale_t h, unsigned char *out, const unsigned char *in,
                                   int length) {
+    if (nus::no_handle(h) || nus::missing(h, out, in)) return -1;
     return map_char(h, out, in, length, _nu_im_towlower);
 }
 NU_EXPORT int _nu_im_tomupper(nu_locale_t h, unsigned char *out, const unsigned char *in) {
+    if (nus::no_handle(h) || nus::missing(h, out, in)) return -1;
     return map_char(h, out, in, -1, _nu_im_towupper);
 }
 NU_EXPORT int _nu_im_tomlower(nu_locale_t h, unsigned char *out, const unsigned char *in) {
+    if (nus::no_handle(h) || nus::missing(h, out, in)) return -1;
     return map_char(h, out, in, -1, _nu_im_towlower);
 }
 
 NU_EXPORT int nu_tombsupper(nu_locale_t h, unsigned char *out, const unsigned char *in) {
+    if (nus::no_handle(h) || nus::missing(h, out, in)) return -1;
     return map_string(h, out, in, h->sb_upper, _nu_im_towupper);
 }
 NU_EXPORT int nu_tombslower(nu_locale_t h, unsigned char *out, const unsigned char *in) {
+    if (nus::no_handle(h) || nus::missing(h, out, in)) return -1;
     return map_string(h, out, in, h->sb_lower, _nu_im_towlower);
 }
 NU_EXPORT int nu_towcsupper(nu_locale_t h, nu_wchar *out, const nu_wchar *in) {
+    if (nus::no_handle(h) || nus::missing(h, out, in)) return -1;
     return map_wide(h, out, in, _nu_im_towupper);
 }
 NU_EXPORT int nu_towcslower(nu_locale_t h, nu_wchar *out, const nu_wchar *in) {
+    if (nus::no_handle(h) || nus::missing(h, out, in)) return -1;
     return map_wide(h, out, in, _nu_im_towlower);
 }
 

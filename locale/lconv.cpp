@@ -411,14 +411,28 @@ void copy_messages(nu_locale_rec *dst, const nu_locale_rec *src) {
 
 } // namespace nus
 
-NU_EXPORT void _nu_init_numeric(nu_locale_t h) { nus::init_numeric(h); }
-NU_EXPORT void _nu_init_monetary(nu_locale_t h) { nus::init_monetary(h); }
-NU_EXPORT void _nu_init_messages(nu_locale_t h) { nus::init_messages(h); }
-NU_EXPORT void _nu_copy_numeric(nu_locale_t dst, nu_locale_t src) { nus::copy_numeric(dst, src); }
+NU_EXPORT void _nu_init_numeric(nu_locale_t h) {
+    if (nus::no_handle(h)) return;
+    nus::init_numeric(h);
+}
+NU_EXPORT void _nu_init_monetary(nu_locale_t h) {
+    if (nus::no_handle(h)) return;
+    nus::init_monetary(h);
+}
+NU_EXPORT void _nu_init_messages(nu_locale_t h) {
+    if (nus::no_handle(h)) return;
+    nus::init_messages(h);
+}
+NU_EXPORT void _nu_copy_numeric(nu_locale_t dst, nu_locale_t src) {
+    if (nus::no_handle(dst) || nus::no_handle(src)) return;
+    nus::copy_numeric(dst, src);
+}
 NU_EXPORT void _nu_copy_monetary(nu_locale_t dst, nu_locale_t src) {
+    if (nus::no_handle(dst) || nus::no_handle(src)) return;
     nus::copy_monetary(dst, src);
 }
 NU_EXPORT void _nu_copy_messages(nu_locale_t dst, nu_locale_t src) {
+    if (nus::no_handle(dst) || nus::no_handle(src)) return;
     nus::copy_messages(dst, src);
 }
 
@@ -426,6 +440,7 @@ static_assert(sizeof(nu_lconv) == sizeof(nus::ConvRecord), "conventions record l
 static_assert(offsetof(nu_lconv, int_frac_digits) == offsetof(nus::ConvRecord, mon_values));
 
 NU_EXPORT const nu_lconv *nu_localeconv(nu_locale_t h) {
+    if (nus::no_handle(h)) return nullptr;
     return reinterpret_cast<const nu_lconv *>(&h->nuconv);
 }
 

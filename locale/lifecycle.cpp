@@ -63,7 +63,9 @@ int load_native_category(nu_locale_rec *h, int category, char *name_out,
 // text), else from the environment.
 int load_category(nu_locale_rec *h, int category, const char *text, char *name_out,
                   const char *directory, nus::SectionResume *resume) {
-    char name[kNameSize + 1];
+    // A whole text is a name of up to the specification's own length (a file's path, say);
+    // only the name kept for queries is cut to the handle's 32 characters.
+    char name[kMaxSpecLength + 1];
     if (text[0] != '\0') {
         const char *keyword = std::strstr(text, category_params[category]);
         if (keyword != nullptr) {
@@ -232,6 +234,7 @@ int update_locale(nu_locale_rec *h) {
 NU_EXPORT int nu_init_nuu(nu_locale_t) { return 0; }
 
 NU_EXPORT char *nu_setlocale_4(nu_locale_t h, int category, const char *spec) {
+    if (nus::no_handle(h)) return nullptr;
     log_message("nu_setlocale: Begin");
     log_message("nu_setlocale: Calling nu_init_nuu");
     if (nu_init_nuu(h) != 0) {
@@ -248,6 +251,7 @@ NU_EXPORT char *nu_setlocale_4(nu_locale_t h, int category, const char *spec) {
 
 NU_EXPORT int nu_lc_load(nu_locale_t *handle, const char *spec, const char *registry,
                          const char *directory) {
+    if (handle == nullptr) return -1;
     char name[512];
     int32_t scratch = 0;
     const char *use = spec;

@@ -82,6 +82,7 @@ int ungroup(nu_locale_rec *h, const nu_wchar *p, const Grouping &g, const nu_wch
 template <typename T>
 T wcs_to_integer(nu_locale_rec *h, const nu_wchar *ws, nu_wchar **end, int base, int grouping,
                  T (*convert)(const char *, char **, int)) {
+    if (nus::no_handle(h) || nus::missing(h, ws)) return static_cast<T>(kFailure);
     const nu_wchar *p = skip_spaces(h, ws);
     const long spaces = p - ws;
     char buffer[kBufferChars + 2];
@@ -119,6 +120,7 @@ unsigned long system_strtoul(const char *s, char **end, int base) {
 template <typename T, typename Wide>
 T mbs_to_number(nu_locale_rec *h, const char *s, char **end, T failure, T empty, Wide wide_form) {
     if (end != nullptr) *end = nullptr;
+    if (nus::no_handle(h)) return failure;
     // Empty: the terminator, as many zero bytes as the shortest character, stands first.
     if (s == nullptr || nu_ismbsterm(h, reinterpret_cast<const unsigned char *>(s)) != 0) {
         nus::set_error(h, NU_ERANGE);
@@ -165,6 +167,7 @@ void to_wcs(nu_locale_rec *h, nu_wchar *out, int size, unsigned long magnitude, 
             int base, int grouping) {
     if (out == nullptr || size < 1) return;
     out[0] = 0;
+    if (nus::no_handle(h)) return;
     if (base < 2 || base > 36) return;
     char text[80];
     char *digits = text;
@@ -185,6 +188,7 @@ void to_wcs(nu_locale_rec *h, nu_wchar *out, int size, unsigned long magnitude, 
 
 int to_mbs(nu_locale_rec *h, char *out, int size, unsigned long magnitude, bool negative,
            int base, int grouping) {
+    if (nus::no_handle(h)) return -1;
     if (out == nullptr || size < 1) return 0;
     nu_wchar wide_text[kBufferChars];
     to_wcs(h, wide_text, kBufferChars, magnitude, negative, base, grouping);
@@ -429,6 +433,7 @@ NU_EXPORT int nu_ultombs(nu_locale_t h, char *out, int size, unsigned long value
 }
 
 NU_EXPORT int nu_iswgrpsymb(nu_locale_t h, const nu_wchar *pos, int direction, int which) {
+    if (nus::no_handle(h) || nus::missing(h, pos)) return 0;
     const nu_wchar *sep = wide(which ? h->lc.mon_thousands_sep : h->lc.thousands_sep);
     if (direction == 0) return nus::num::match_forward(pos, sep);
     const int n = nus::num::wlen(sep);
@@ -436,6 +441,7 @@ NU_EXPORT int nu_iswgrpsymb(nu_locale_t h, const nu_wchar *pos, int direction, i
 }
 
 NU_EXPORT int nu_iswcdecml(nu_locale_t h, const nu_wchar *pos, int direction, int which) {
+    if (nus::no_handle(h) || nus::missing(h, pos)) return 0;
     const nu_wchar *point = wide(which ? h->lc.mon_decimal_point : h->lc.decimal_point);
     if (direction == 0) return nus::num::match_forward(pos, point);
     const int n = nus::num::wlen(point);
@@ -449,6 +455,7 @@ NU_EXPORT int nu_iswcexponent(const nu_wchar *pos) {
 
 NU_EXPORT double nu_wcstod_num_mon(nu_locale_t h, const nu_wchar *ws, nu_wchar **end,
                                    int grouping, int monetary) {
+    if (nus::no_handle(h) || nus::missing(h, ws)) return 0.0;
     const nu_wchar *p = skip_spaces(h, ws);
     const nus::LconvFields &lc = h->lc;
     const nu_wchar *positive = wide(monetary ? lc.mon_positive_sign : lc.positive_sign);

@@ -604,17 +604,22 @@ NU_EXPORT int _nu_scan_format_modifiers(nu_locale_t h, const nu_wchar **format, 
                                         nu_wchar *pad, int *width, int *precision,
                                         unsigned int *flags, unsigned int *position,
                                         va_list *args) {
+    if (nus::no_handle(h) || nus::missing(h, format, justify, pad, width, precision, flags) ||
+        nus::missing(h, *format))
+        return -1;
     return scan_modifiers(h, format, justify, pad, width, precision, flags, position, args);
 }
 
 NU_EXPORT int _nu_format_decimal(nu_locale_t h, uint32_t magnitude, int negative, int base,
                                  int *count, int size, nu_wchar **out, int width, int precision,
                                  unsigned int flags) {
+    if (nus::no_handle(h) || nus::missing(h, count, out) || nus::missing(h, *out)) return -1;
     return format_decimal(h, magnitude, negative, base, count, size, out, width, precision, flags);
 }
 
 NU_EXPORT int nu_wcsfnum1(nu_locale_t h, nu_wchar *out, int size, const nu_wchar *format,
                           va_list args) {
+    if (nus::no_handle(h)) return -1;
     if (out == nullptr || format == nullptr) return fail(h, NU_EBADARG);
     if (size < 1) return fail(h, NU_E2BIG);
     va_list ap;
@@ -788,6 +793,7 @@ NU_EXPORT int nu_wcsfnum(nu_locale_t h, nu_wchar *out, int size, const nu_wchar 
 }
 
 NU_EXPORT int _nu_get_mbstring(nu_locale_t h, char *out, const nu_wchar *ws, int size) {
+    if (nus::no_handle(h) || nus::missing(h, out, ws)) return -1;
     return get_mbstring(h, out, ws, size);
 }
 
@@ -834,6 +840,7 @@ namespace nus::num {
 int format_multibyte(nu_locale_rec *h, char *out, int size, const char *format,
                      int (*engine)(nu_locale_t, nu_wchar *, int, const nu_wchar *, va_list),
                      va_list args) {
+    if (nus::no_handle(h)) return -1;
     if (out == nullptr || format == nullptr) return fail(h, NU_EBADARG);
     if (size < 1) return fail(h, NU_E2BIG);
     Scratch<nu_wchar, 127> wide_out(static_cast<size_t>(size) + 1);

@@ -490,6 +490,7 @@ int mon_number(nu_locale_rec *h, const nu_wchar **f) {
 
 NU_EXPORT int nu_wcsfmon1(nu_locale_t h, nu_wchar *out, int size, const nu_wchar *format,
                           va_list args) {
+    if (nus::no_handle(h)) return -1;
     if (out == nullptr || format == nullptr) return fail(h, NU_EBADARG);
     if (size < 1) return fail(h, NU_E2BIG);
     va_list ap;
@@ -594,7 +595,8 @@ NU_EXPORT int nu_mbsfmon(nu_locale_t h, char *out, int size, const char *format,
 // The empty string ends at its first decoded character, the null one: its first byte alone
 // does not tell in a code set of two-byte characters.
 NU_EXPORT int _nu_compare_wc_to_mb(nu_locale_t h, const nu_wchar *pos, const char *s) {
-    if (s == nullptr) return 0;
+    if (nus::no_handle(h) || s == nullptr) return 0;
+    if (pos == nullptr) return -1;
     const auto *p = reinterpret_cast<const unsigned char *>(s);
     int matched = 0;
     for (;;) {
@@ -615,6 +617,7 @@ NU_EXPORT int _nu_compare_wc_to_mb(nu_locale_t h, const nu_wchar *pos, const cha
 
 NU_EXPORT nu_wchar *nu_wcspmon1(nu_locale_t h, const nu_wchar *input, const nu_wchar *format,
                                 va_list args) {
+    if (nus::no_handle(h)) return nullptr;
     if (input == nullptr || format == nullptr) {
         nus::set_error(h, NU_EBADARG);
         return nullptr;
@@ -743,6 +746,7 @@ NU_EXPORT nu_wchar *nu_wcspmon(nu_locale_t h, const nu_wchar *input, const nu_wc
 }
 
 NU_EXPORT char *nu_mbspmon(nu_locale_t h, const char *input, const char *format, ...) {
+    if (nus::no_handle(h)) return nullptr;
     if (input == nullptr || format == nullptr) {
         nus::set_error(h, NU_EBADARG);
         return nullptr;

@@ -248,6 +248,19 @@ TEST(LocaleLoad, PerCategoryEnvironmentAndNative) {
     EXPECT_EQ(nu_setlocale_4(h.h, NU_CTYPE, "absent/0333.lco"), nullptr);
     EXPECT_EQ(h.error(), NU_ENOFILE);
     EXPECT_STREQ(h.h->locname[0], "xx_yy/0333.lco");
+    // A file named by a text of its own is found by its whole name, however long; the name
+    // kept for queries is its first 31 characters.
+    const std::string long_name = std::string(90, 'l') + "/0333.lco";
+    install.dir().write("nus/lc11/" + long_name, install.locale_text("xx_yy/0333.lco"));
+    text = nu_setlocale_4(h.h, NU_MONETARY, long_name.c_str());
+    ASSERT_NE(text, nullptr) << h.error();
+    EXPECT_EQ(std::string(text), long_name.substr(0, 31));
+    nu_destroystring(text);
+    const std::string path = install.dir().str() + "/nus/lc11/" + long_name;
+    ASSERT_GT(path.size(), 100u);
+    Handle by_path;
+    EXPECT_EQ(nu_lc_load(&by_path.h, path.c_str(), nullptr, nullptr), 0) << by_path.error();
+    EXPECT_STREQ(nu_localeconv(by_path.h)->decimal_point, ".");
     install.dir().write("nus/lc11/broken/0333.lco",
                         "FILE_TYPE=locale_object\nCOMPILER_VERSION=11\nHEADER_LENGTH=3\n8859-1\n");
     EXPECT_EQ(nu_setlocale_4(h.h, NU_CTYPE, "broken/0333.lco"), nullptr);
@@ -431,6 +444,8 @@ TEST(LocaleBadInput, AbsurdCountsAndGarbage) {
         {"non-hexadecimal string", "\n1 2c\n", "\n1 zz\n"},
         {"grouping of twenty", "\n2 3 3\n", "\n20 3 3\n"},
         {"garbage for a table", "### LC_CTYPE\n1 1 1", "### LC_CTYPE\nx 1 1"},
+        {"no shortest character", "### LC_CTYPE\n1 1 1", "### LC_CTYPE\n1 0 1"},
+        {"a shortest character of five", "### LC_CTYPE\n1 1 1", "### LC_CTYPE\n1 5 1"},
     };
     for (const Edit &e : edits) {
         std::string bad = text;
@@ -441,6 +456,9 @@ TEST(LocaleBadInput, AbsurdCountsAndGarbage) {
         Handle h;
         EXPECT_EQ(nu_lc_load(&h.h, "bad/0333.lco", nullptr, nullptr), -1) << e.what;
         EXPECT_NE(h.error(), 0) << e.what;
+        if (e.from.rfind("### LC_CTYPE", 0) == 0) {
+            EXPECT_EQ(h.error(), NU_EBADFILE) << e.what;
+        }
     }
 }
 
