@@ -71,7 +71,7 @@ foreach(tool nus-localedef nus-cvdef)
     target_compile_definitions(${tool} PRIVATE NUS_INSTALLED_SHARE="${NUS_SHARE_FROM_BIN}")
 endforeach()
 install(FILES ${PROJECT_SOURCE_DIR}/data/registry ${PROJECT_SOURCE_DIR}/data/charmap-names
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/nus)
+    ${PROJECT_SOURCE_DIR}/data/locale-modifiers DESTINATION ${CMAKE_INSTALL_DATADIR}/nus)
 
 install(FILES ${PROJECT_SOURCE_DIR}/man/nus.1 ${PROJECT_SOURCE_DIR}/man/nus-localedef.1
     ${PROJECT_SOURCE_DIR}/man/nus-cvdef.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

@@ -67,7 +67,8 @@ else
 fi
 cmp -s "$root/include/nus.h" "$source_dir/include/nus.h" || fail "include/nus.h differs from the source"
 for f in bin/nus bin/nus-localedef bin/nus-cvdef share/nus/registry share/nus/charmap-names \
-         share/man/man1/nus.1 share/man/man1/nus-localedef.1 share/man/man1/nus-cvdef.1 \
+         share/nus/locale-modifiers share/man/man1/nus.1 share/man/man1/nus-localedef.1 \
+         share/man/man1/nus-cvdef.1 \
          share/man/man3/libnus.3 share/cmake/nus/nusConfig.cmake; do
     [[ -e $root/$f ]] || fail "$prefix/$f missing"
 done

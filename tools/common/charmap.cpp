@@ -272,31 +272,36 @@ std::optional<Diagnostic> read_charmap(const std::string &path, Charmap &out) {
     return std::nullopt;
 }
 
-std::optional<Diagnostic> registry_name_of_charmap(const std::string &names_file,
-                                                  const std::string &charmap_name,
-                                                  std::string &name) {
+std::optional<Diagnostic> name_from_list(const std::string &list_file, const std::string &key,
+                                         std::string &name) {
     name.clear();
     std::string text;
-    if (!read_text_file(names_file, text)) return Diagnostic{names_file, 0, "cannot read the charmap names"};
+    if (!read_text_file(list_file, text)) return Diagnostic{list_file, 0, "cannot read the list of names"};
     auto lower = [](std::string s) {
         for (char &c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
         return s;
     };
-    const std::string wanted = lower(charmap_name);
+    const std::string wanted = lower(key);
     std::istringstream lines(text);
     std::string line;
     for (int number = 1; std::getline(lines, line); ++number) {
         std::istringstream words(line);
-        std::string key, value, extra;
-        if (!(words >> key) || key[0] == '#') continue;
-        if (!(words >> value) || (words >> extra))
-            return Diagnostic{names_file, number, "expected a charmap name and a registry name"};
-        if (lower(key) == wanted) {
-            name = value;
+        std::string first, second, extra;
+        if (!(words >> first) || first[0] == '#') continue;
+        if (!(words >> second) || (words >> extra))
+            return Diagnostic{list_file, number, "expected two names"};
+        if (lower(first) == wanted) {
+            name = second;
             return std::nullopt;
         }
     }
     return std::nullopt;
+}
+
+std::optional<Diagnostic> registry_name_of_charmap(const std::string &names_file,
+                                                  const std::string &charmap_name,
+                                                  std::string &name) {
+    return name_from_list(names_file, charmap_name, name);
 }
 
 } // namespace nus::tools

@@ -54,6 +54,12 @@ std::optional<Diagnostic> read_charmap(const std::string &path, Charmap &out);
 // Reads a whole file, gunzipping it when it is compressed; false when it cannot be read.
 bool read_text_file(const std::string &path, std::string &out);
 
+// The second name of the line whose first name is `key` in a list of name pairs (lines
+// "first second", '#' comments; first names compared without regard to case). `name` is left
+// empty when the list has no such line.
+std::optional<Diagnostic> name_from_list(const std::string &list_file, const std::string &key,
+                                         std::string &name);
+
 // The registry name of a charmap's code set, from a names file (lines "CHARMAP-NAME
 // registry-name", '#' comments; charmap names compared without regard to case). `name` is left
 // empty when the file does not list the charmap.

@@ -1,5 +1,5 @@
-// Where nus-localedef and nus-cvdef find their hand-kept inputs, the code-set registry and the
-// charmap names file, when no option names them: an installed tool takes the copies its
+// Where nus-localedef and nus-cvdef find their hand-kept inputs, the code-set registry, the
+// charmap names file and the locale modifiers file, when no option names them: an installed tool takes the copies its
 // installation put in share/nus beside it; a tool run from its build tree takes the source
 // tree's data/ files it was built from.
 #pragma once

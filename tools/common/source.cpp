@@ -70,6 +70,11 @@ public:
                         if (close == std::string::npos)
                             return Diagnostic{path, number, "copy needs a file name in quotes"};
                         const std::string name = line.substr(open + 1, close - open - 1);
+                        // A locale whose collation was read once already is not read
+                        // again: its statements are in place (om_ET copies am_ET and om_KE,
+                        // which both copy iso14651_t1). glibc's localedef also reads each
+                        // copied locale once and shares what it read.
+                        if (!collate_copies_.insert(name).second) continue;
                         const std::string file = locate(path, name);
                         if (file.empty())
                             return Diagnostic{path, number, "cannot find \"" + name + "\" to copy"};
@@ -356,6 +361,7 @@ private:
     std::string search_dir_;
     SourceLocale &out_;
     std::vector<std::string> includes_;
+    std::set<std::string> collate_copies_;   // names copied into LC_COLLATE so far
     bool translit_only_ = false;
 };
 

@@ -2,14 +2,18 @@
 // file.
 //
 //   nus-localedef -i SOURCE -f CHARMAP [-c CODESET] [-o FILE.lco | --tree ROOT]
-//                 [--registry FILE] [--names FILE] [--widths CHARMAP]
+//                 [--registry FILE] [--names FILE] [--modifiers FILE] [--widths CHARMAP]
 //
 // SOURCE and CHARMAP are paths, or names looked up in /usr/share/i18n/locales and
 // /usr/share/i18n/charmaps. CODESET is the registry name written into the file; by default it comes
 // from the charmap names file (data/charmap-names), else it is the charmap's name in lower case,
-// which the registry must know. The registry and the names file default to the installed copies
-// in share/nus beside an installed tool, else to the source tree's. With --tree the file goes to
-// ROOT/nus/lc11/<language>_<territory>/<code-set number><modifier>.lco.
+// which the registry must know. The registry, the names file and the modifiers file default to
+// the installed copies in share/nus beside an installed tool, else to the source tree's. With --tree the file goes to
+// ROOT/nus/lc11/<language>_<territory>/<code-set number><modifier>.lco. A locale name has a
+// two-letter language and territory and a modifier of at most four letters and digits; a
+// longer modifier of a source (sr_RS@latin) is replaced by the short one the modifiers file
+// (data/locale-modifiers) gives it, and a source that no locale name fits (ast_ES, eo) is
+// compiled with -o to a file that the library loads by its file name.
 #include "tools/common/install_paths.h"
 #include "tools/localedef/compile.h"
 
@@ -28,7 +32,8 @@ namespace {
 
 int usage() {
     std::fprintf(stderr, "usage: nus-localedef -i SOURCE -f CHARMAP [-c CODESET] "
-                         "[-o FILE.lco | --tree ROOT] [--registry FILE] [--names FILE] [--widths CHARMAP]\n");
+                         "[-o FILE.lco | --tree ROOT] [--registry FILE] [--names FILE] "
+                         "[--modifiers FILE] [--widths CHARMAP]\n");
     return 1;
 }
 
@@ -44,12 +49,21 @@ std::string find_file(const std::string &name, const char *dir, const char *suff
     return name;
 }
 
+bool is_alpha(char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; }
+
+// ll_TT: the language and territory a locale file name is made of.
+bool names_language_and_territory(const std::string &name) {
+    return name.size() == 5 && is_alpha(name[0]) && is_alpha(name[1]) && name[2] == '_' &&
+           is_alpha(name[3]) && is_alpha(name[4]);
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
     std::string source_arg, charmap_arg, codeset, output, tree;
     std::string registry = default_input("registry", NUS_DEFAULT_REGISTRY);
     std::string names = default_input("charmap-names", NUS_DEFAULT_CHARMAP_NAMES);
+    std::string modifiers = default_input("locale-modifiers", NUS_DEFAULT_LOCALE_MODIFIERS);
     std::string widths_arg = "/usr/share/i18n/charmaps/UTF-8.gz";
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
@@ -66,6 +80,7 @@ int main(int argc, char **argv) {
         else if (a == "--tree") ok = next(tree);
         else if (a == "--registry") ok = next(registry);
         else if (a == "--names") ok = next(names);
+        else if (a == "--modifiers") ok = next(modifiers);
         else if (a == "--widths") ok = next(widths_arg);
         else return usage();
         if (!ok) return usage();
@@ -94,18 +109,34 @@ int main(int argc, char **argv) {
     if (number == 0xE000u)
         return fail(charmap_path + ":1: the registry " + registry + " does not know the code set \"" + codeset + "\" (give -c)");
 
+    std::string renamed;   // the note that a long modifier was replaced
     if (!tree.empty()) {
         // The locale's name comes from the source file: language_territory[@modifier].
-        std::string name = fs::path(source_path).filename().string();
-        std::string modifier;
+        const std::string source_name = fs::path(source_path).filename().string();
+        std::string name = source_name, modifier;
         if (const size_t at = name.find('@'); at != std::string::npos) {
-            modifier = name.substr(at);
+            modifier = name.substr(at + 1);
             name = name.substr(0, at);
         }
-        const std::string spec = name + "." + codeset + modifier;
+        const std::string use_o = "; give -o FILE.lco to compile it to a file of its own, which "
+                                  "the library loads by that file name";
+        if (!names_language_and_territory(name))
+            return fail(source_path + ":1: \"" + name + "\" cannot name a locale file, whose names have a "
+                        "two-letter language and territory (de_DE)" + use_o);
+        if (modifier.size() > 4) {
+            std::string short_form;
+            if (auto error = name_from_list(modifiers, modifier, short_form)) return fail(error->text());
+            if (short_form.empty())
+                return fail(source_path + ":1: the modifier \"" + modifier + "\" has more than four characters "
+                            "and " + modifiers + " gives it no short form" + use_o);
+            renamed = source_name + ": the modifier \"" + modifier + "\" has more than four characters; the "
+                      "locale is named " + name + "." + codeset + "@" + short_form + " (" + modifiers + ")";
+            modifier = short_form;
+        }
+        const std::string spec = name + "." + codeset + (modifier.empty() ? "" : "@" + modifier);
         char file[256];
         if (nu_lc_spec2lc_fname(&error_slot, spec.c_str(), file, registry.c_str(), nullptr) != 0)
-            return fail(source_path + ":1: no locale file name for \"" + spec + "\"");
+            return fail(source_path + ":1: no locale file name for \"" + spec + "\"" + use_o);
         output = (fs::path(tree) / "nus" / ("lc" + std::string(nu_lc_version())) / file).string();
     }
     std::error_code ignored;
@@ -131,5 +162,6 @@ int main(int argc, char **argv) {
     const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - started).count();
     std::printf("%s: %zu characters, %zu case pairs, %.0f ms\n", output.c_str(), report.characters,
                 report.case_pairs, ms);
+    if (!renamed.empty()) std::printf("%s\n", renamed.c_str());
     return 0;
 }
