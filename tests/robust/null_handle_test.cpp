@@ -34,20 +34,6 @@ std::string show(T value) {
     }
 }
 
-// Calls a function with the given first argument and a zero of every other parameter's type.
-template <typename R, typename First, typename... A>
-std::string call_zeros(R (*fn)(First, A...), void *first) {
-    if constexpr (std::is_void_v<R>) {
-        fn(static_cast<First>(first), A{}...);
-        return "void";
-    } else {
-        return show(fn(static_cast<First>(first), A{}...));
-    }
-}
-template <typename R, typename First, typename... A>
-std::string call_zeros(R (*fn)(First, A..., ...), void *first) {
-    return show(fn(static_cast<First>(first), A{}...));
-}
 // Writable zeros for every pointer argument of a plausible call: an empty string of any
 // code set, an empty wide string, room for output.
 alignas(16) unsigned char zeros[1 << 16];
@@ -72,20 +58,30 @@ T plausible() {
     }
 }
 
-// Calls a function with the given first argument and a plausible value of every other
-// parameter's type.
-template <typename R, typename First, typename... A>
-std::string call_plausible(R (*fn)(First, A...), void *first) {
+// The arguments after the first: zeros, or plausible values.
+struct Zeros {
+    template <typename T>
+    static T make() { return T{}; }
+};
+struct Plausible {
+    template <typename T>
+    static T make() { return plausible<T>(); }
+};
+
+// Calls a function with the given first argument and the argument maker's value of every
+// other parameter's type.
+template <typename Args, typename R, typename First, typename... A>
+std::string call_with(R (*fn)(First, A...), void *first) {
     if constexpr (std::is_void_v<R>) {
-        fn(static_cast<First>(first), plausible<A>()...);
+        fn(static_cast<First>(first), Args::template make<A>()...);
         return "void";
     } else {
-        return show(fn(static_cast<First>(first), plausible<A>()...));
+        return show(fn(static_cast<First>(first), Args::template make<A>()...));
     }
 }
-template <typename R, typename First, typename... A>
-std::string call_plausible(R (*fn)(First, A..., ...), void *first) {
-    return show(fn(static_cast<First>(first), plausible<A>()...));
+template <typename Args, typename R, typename First, typename... A>
+std::string call_with(R (*fn)(First, A..., ...), void *first) {
+    return show(fn(static_cast<First>(first), Args::template make<A>()...));
 }
 
 template <typename R, typename First, typename... A>
@@ -102,8 +98,8 @@ struct Entry {
 
 #define F(fn) \
     Entry {                                                                       \
-        #fn, [](void *first) { return call_zeros(&fn, first); },                  \
-            [](void *first) { return call_plausible(&fn, first); }, takes_handle(&fn) \
+        #fn, [](void *first) { return call_with<Zeros>(&fn, first); },            \
+            [](void *first) { return call_with<Plausible>(&fn, first); }, takes_handle(&fn) \
     }
 
 const Entry entries[] = {
