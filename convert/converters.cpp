@@ -4,6 +4,8 @@
 #include "convert/convert.h"
 #include "frame/multi.h"
 
+#include <bit>
+
 namespace nus {
 
 namespace {
@@ -179,20 +181,31 @@ template <bool Stateful = false>
     unsigned char *o = p.o;
     int space = p.space;
     unsigned substituted = p.substituted;
+    // ASCII characters known to come before the next byte above 0x7f: they and that byte go
+    // one at a time without looking for a run again.
+    unsigned before_high = 0;
     while (left > 0 && space >= 4) {
         // Runs of ASCII that convert to themselves go eight bytes at a time.
         if (ascii) {
-            while (left >= 8 && space >= 8) {
-                uint64_t word;
-                std::memcpy(&word, s, 8);
-                if ((word & 0x8080808080808080ull) != 0) break;
-                std::memcpy(o, &word, 8);
-                s += 8;
-                o += 8;
-                left -= 8;
-                space -= 8;
+            if (before_high > 0) {
+                --before_high;
+            } else if (s[0] < 0x80) {
+                while (left >= 8 && space >= 8) {
+                    uint64_t word;
+                    std::memcpy(&word, s, 8);
+                    const uint64_t high = word & 0x8080808080808080ull;
+                    if (high != 0) {
+                        before_high = static_cast<unsigned>(std::countr_zero(high)) / 8;
+                        break;
+                    }
+                    std::memcpy(o, &word, 8);
+                    s += 8;
+                    o += 8;
+                    left -= 8;
+                    space -= 8;
+                }
+                if (left == 0 || space < 4) break;
             }
-            if (left == 0 || space < 4) break;
         }
         const FastEntry &e = root[s[0]];
         unsigned flags;
