@@ -23,14 +23,20 @@ inline constexpr unsigned char kCvInvalidMask = 0xF8;  // all zero: no conversio
 // own block, after the record; word 25 of the record marks that they are there.
 struct FastEntry {
     unsigned char rec[5];      // a one-byte character's record (byte 0, target bytes), zero-filled
-    unsigned char kind;        // kFastInvalid, kFastChar or kFastMore
-    unsigned char unused[2];
+    unsigned char kind;        // kFastInvalid, kFastChar, kFastMore or kFastOther
+    unsigned char count;       // the target bytes of a kFastChar (1 to 4)
+    unsigned char unused;
     const multi_arr_t *child;  // the node of the second byte, for kFastMore
     const multi_arr_t **grand; // by second byte, the node of the third, or null
 };
 inline constexpr unsigned char kFastInvalid = 0;
+// A one-byte character that the runs convert: valid, writing 1 to 4 bytes and, in a
+// conversion with shift states, changing neither state.
 inline constexpr unsigned char kFastChar = 1;
 inline constexpr unsigned char kFastMore = 2;
+// Any other one-byte character (no conversion, no bytes to write, a change of state): the
+// general loop converts or refuses it.
+inline constexpr unsigned char kFastOther = 3;
 
 struct CvBlock {
     nu_cv_rec rec;

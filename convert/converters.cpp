@@ -4,6 +4,8 @@
 #include "convert/convert.h"
 #include "frame/multi.h"
 
+#include <bit>
+
 namespace nus {
 
 namespace {
@@ -44,7 +46,7 @@ struct Found {
 [[gnu::always_inline]] inline Found find_from(const FastEntry *entries, const multi_t *t,
                                               const unsigned char *s, int count) {
     const FastEntry &e = entries[s[0]];
-    if (e.kind == kFastChar) return {e.rec, 1, 0};
+    if (e.kind == kFastChar || e.kind == kFastOther) return {e.rec, 1, 0};
     if (e.kind == kFastInvalid) return {nullptr, 1, NU_EILSEQ};
     return walk_from(t, e.child, s, 1, count);
 }
@@ -59,6 +61,19 @@ struct Found {
     default: break;
     }
     return o + n;
+}
+
+// Writes 1 to 4 bytes, and not one after them: the first and the last (the same byte for
+// one), and those between only for three or four, so that the one- and two-byte characters
+// of most text take no branch.
+[[gnu::always_inline]] inline void put_some(unsigned char *o, const unsigned char *bytes,
+                                            unsigned n) {
+    o[0] = bytes[0];
+    o[n - 1] = bytes[n - 1];
+    if (n > 2) {
+        o[1] = bytes[1];
+        o[2] = bytes[2];
+    }
 }
 
 // The arguments every converter needs; false (NU_EBADARG) when one is missing.
@@ -152,10 +167,11 @@ struct Position {
 };
 
 // Converts as far as valid characters go, from the first-byte records (a descriptor opened by
-// the library has them). Writes one-byte characters' target bytes four at a time, so it stops
-// while the room is below four; an invalid or cut-off character is left to the general loop,
-// which reports it. In a conversion with shift states it stops before any character that
-// changes a state.
+// the library has them). A character writes at most four bytes, so it stops while the room is
+// below four rather than checking the room for each; an invalid or cut-off character is left
+// to the general loop, which reports it. In a conversion with shift states it stops before any
+// character that changes a state. It writes exactly the characters' bytes: what follows the
+// output may be the caller's, or, converting in place, input still to be read.
 template <bool Stateful = false>
 [[gnu::always_inline]] inline void fast_run(const FastEntry *root, bool ascii_identity,
                                             const multi_t *t, bool counted, Position &p) {
@@ -165,32 +181,41 @@ template <bool Stateful = false>
     unsigned char *o = p.o;
     int space = p.space;
     unsigned substituted = p.substituted;
+    // ASCII characters known to come before the next byte above 0x7f: they and that byte go
+    // one at a time without looking for a run again.
+    unsigned before_high = 0;
     while (left > 0 && space >= 4) {
         // Runs of ASCII that convert to themselves go eight bytes at a time.
         if (ascii) {
-            while (left >= 8 && space >= 8) {
-                uint64_t word;
-                std::memcpy(&word, s, 8);
-                if ((word & 0x8080808080808080ull) != 0) break;
-                std::memcpy(o, &word, 8);
-                s += 8;
-                o += 8;
-                left -= 8;
-                space -= 8;
+            if (before_high > 0) {
+                --before_high;
+            } else if (s[0] < 0x80) {
+                while (left >= 8 && space >= 8) {
+                    uint64_t word;
+                    std::memcpy(&word, s, 8);
+                    const uint64_t high = word & 0x8080808080808080ull;
+                    if (high != 0) {
+                        before_high = static_cast<unsigned>(std::countr_zero(high)) / 8;
+                        break;
+                    }
+                    std::memcpy(o, &word, 8);
+                    s += 8;
+                    o += 8;
+                    left -= 8;
+                    space -= 8;
+                }
+                if (left == 0 || space < 4) break;
             }
-            if (left == 0 || space < 4) break;
         }
         const FastEntry &e = root[s[0]];
         unsigned flags;
         int n, length;
         if (e.kind == kFastChar) {
             flags = e.rec[0];
-            if ((flags & kCvInvalidMask) == 0) break;
-            if (Stateful && (flags & (kCvSourceShift | kCvTargetShifted)) != 0) break;
-            std::memcpy(o, e.rec + 1, 4);
-            n = static_cast<int>(flags & kCvCount);
+            n = e.count;
+            put_some(o, e.rec + 1, e.count);
             length = 1;
-        } else if (e.kind == kFastInvalid) {
+        } else if (e.kind != kFastMore) {
             break;
         } else {
             // The rest of the walk, from the second byte, or from the third when the first

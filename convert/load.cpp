@@ -184,7 +184,7 @@ int read_cv_file(FILE *stream, nu_cv_rec *cv) {
 
 namespace {
 
-void fill_entries(const multi_t *t, FastEntry *entries) {
+void fill_entries(const multi_t *t, FastEntry *entries, bool stateful) {
     const multi_arr_t *root = t->root;
     for (unsigned b = 0; b < 256; ++b) {
         FastEntry &e = entries[b];
@@ -207,8 +207,12 @@ void fill_entries(const multi_t *t, FastEntry *entries) {
             const unsigned char *rec = root->data_arr != nullptr
                                            ? root->data_arr + (size_t{b} << t->shift)
                                            : t->default_desc;
-            e.kind = kFastChar;
-            std::memcpy(e.rec, rec, 1 + (rec[0] & kCvCount));
+            const unsigned flags = rec[0];
+            const bool plain = (flags & kCvInvalidMask) != 0 && (flags & kCvCount) != 0 &&
+                               !(stateful && (flags & (kCvSourceShift | kCvTargetShifted)) != 0);
+            e.kind = plain ? kFastChar : kFastOther;
+            e.count = static_cast<unsigned char>(flags & kCvCount);
+            std::memcpy(e.rec, rec, 1 + (flags & kCvCount));
         }
     }
 }
@@ -225,8 +229,11 @@ void free_fast_root(CvBlock *block) {
 }
 
 void build_fast_root(CvBlock *block) {
-    fill_entries(block->rec.table, block->root);
-    if (block->rec.shift_table != nullptr) fill_entries(block->rec.shift_table, block->shift_root);
+    const bool stateful = block->rec.source_stateful != 0 || block->rec.target_stateful != 0;
+    fill_entries(block->rec.table, block->root, stateful);
+    if (block->rec.shift_table != nullptr) {
+        fill_entries(block->rec.shift_table, block->shift_root, stateful);
+    }
     block->ascii_identity = true;
     for (unsigned b = 0; b < 0x80; ++b) {
         const FastEntry &e = block->root[b];

@@ -1,6 +1,7 @@
 // The default conversions of the generated tree against glibc's iconv: every character of
 // every source code set, real and generated text, round trips through UTF-8, and the mixed
-// single/double-byte code set converted whole and in pieces split at every byte.
+// single/double-byte code set converted whole and in pieces split at every byte. Last, every
+// kind of descriptor converting into every room, with the bytes after its output watched.
 #include "support/utf8.h"
 #include "convert/convert_test_util.h"
 #include "convert/cv_rec.h"
@@ -507,6 +508,152 @@ TEST(Stateful, MixedTextWholeAndInPiecesAgreesWithIconv) {
             EXPECT_EQ(Differences::hex(out), Differences::hex(expected)) << cut;
         }
     }
+}
+
+} // namespace
+
+// ---- nothing after the output changes ------------------------------------------------------------
+
+namespace {
+
+// How a text is handed over: with its length; without one (the text ends with its NUL); with
+// a state that is reset but not flushed, so that a shifted target stays shifted at the end.
+enum class Mode { counted, terminated, unflushed };
+
+struct Canaried {
+    int result = 0;
+    int error = 0;
+    int room = 0;
+    std::string out;
+};
+
+// Converts into `room` bytes followed by a guard, all of them canaries beforehand; every byte
+// after the reported output must still be a canary (a target of 4-byte units may write its
+// last unit past the room, where the guard takes it).
+Canaried convert_canaried(nu_cv_t cv, const std::string &in, int room, Mode mode, const std::string &what) {
+    constexpr char kCanary = '\xa5';
+    std::string buffer(static_cast<size_t>(room) + 8, kCanary);
+    unsigned char *p = reinterpret_cast<unsigned char *>(const_cast<char *>(in.data()));
+    unsigned char *o = reinterpret_cast<unsigned char *>(buffer.data());
+    int length = static_cast<int>(in.size()), irreversible = -1;
+    nu_cv_state state{1, 0, 0, 0};
+    Canaried c;
+    c.room = room;
+    *_nu_ext_errno(cv) = 0;
+    c.result = nu_cv_mconv(cv, mode == Mode::unflushed ? &state : nullptr, &p,
+                           mode == Mode::terminated ? nullptr : &length, &o, &c.room, &irreversible);
+    c.error = *_nu_ext_errno(cv);
+    const size_t written = static_cast<size_t>(o - reinterpret_cast<unsigned char *>(buffer.data()));
+    c.out = buffer.substr(0, std::min(written, buffer.size()));
+    const size_t changed = buffer.find_first_not_of(kCanary, written);
+    EXPECT_TRUE(written <= buffer.size() && changed == std::string::npos)
+        << what << ", room " << room << ": " << written << " bytes written, byte " << changed
+        << " after them changed";
+    return c;
+}
+
+// Converted into every room from none to the whole output: the output is the whole
+// conversion's beginning, the room goes down by what was written, and a conversion stops
+// short only for want of room.
+void every_room(nu_cv_t cv, const std::string &text, const std::string &what) {
+    for (Mode mode : {Mode::counted, Mode::terminated, Mode::unflushed}) {
+        // The NUL of a source of 2- or 4-byte units is a whole unit.
+        const size_t nul = static_cast<size_t>(std::max(static_cast<const nu_cv_rec *>(cv)->source_min_len, 1));
+        const std::string in = mode == Mode::terminated ? text + std::string(nul, '\0') : text;
+        const std::string label = what + (mode == Mode::counted ? "" : mode == Mode::terminated ? " (to its NUL)" : " (unflushed)");
+        const int big = static_cast<int>(in.size()) * 8 + 16;
+        const Canaried whole = convert_canaried(cv, in, big, mode, label);
+        ASSERT_EQ(whole.result, 0) << label << ": error " << whole.error;
+        for (int room = 0; room <= static_cast<int>(whole.out.size()); ++room) {
+            const Canaried c = convert_canaried(cv, in, room, mode, label);
+            ASSERT_LE(c.out.size(), whole.out.size()) << label << ", room " << room;
+            EXPECT_EQ(Differences::hex(c.out), Differences::hex(whole.out.substr(0, c.out.size())))
+                << label << ", room " << room;
+            EXPECT_EQ(c.room, room - static_cast<int>(c.out.size())) << label << ", room " << room;
+            if (c.result != 0) {
+                EXPECT_EQ(c.error, NU_E2BIG) << label << ", room " << room;
+            } else {
+                EXPECT_EQ(c.out.size(), whole.out.size()) << label << ", room " << room;
+            }
+        }
+    }
+}
+
+// The UTF-8 characters of a string, one string each.
+std::vector<std::string> utf8_characters(const std::string &s) {
+    std::vector<std::string> out;
+    for (size_t i = 0; i < s.size();) {
+        const unsigned char b = static_cast<unsigned char>(s[i]);
+        const size_t n = b < 0x80 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : 4;
+        out.push_back(s.substr(i, n));
+        i += n;
+    }
+    return out;
+}
+
+// Short and long ASCII runs between characters of one to four bytes in UTF-8, from many
+// scripts, so that every code set finds some of its own and some it lacks.
+const std::string kSample =
+    "Gr\xc3\xbc\xc3\x9f" "e aus K\xc3\xb6ln, na\xc3\xafve caf\xc3\xa9 \xe2\x80\x94 a\xc3\xa9" "b "
+    "\xce\x95\xce\xbb\xce\xbb\xce\xb7\xce\xbd\xce\xb9\xce\xba\xce\xac, \xd0\xa0\xd1\x83\xd1\x81\xd1\x81\xd0\xba\xd0\xb8\xd0\xb9, "
+    "\xd7\xa2\xd7\x91\xd7\xa8\xd7\x99\xd7\xaa, \xe0\xb9\x84\xe0\xb8\x97\xe0\xb8\xa2, "
+    "\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e\xe3\x81\xae\xe3\x83\x86\xe3\x82\xad\xe3\x82\xb9\xe3\x83\x88 "
+    "\xef\xbd\xb6\xef\xbe\x80\xef\xbd\xb6\xef\xbe\x85, \xed\x95\x9c\xea\xb5\xad\xec\x96\xb4, "
+    "\xe4\xb8\xad\xe6\x96\x87\xe7\xb9\x81\xe9\xab\x94\xe5\xad\x97, \xf0\x9f\x98\x80 and then a long plain run of ASCII text.";
+
+// The sample in a source code set: the characters it has, converted together (so that a code
+// set with shift states shifts around runs).
+std::string sample_in(const std::string &code_set) {
+    if (is_utf8(code_set)) return kSample;
+    Iconv to(code_set, "UTF-8");
+    std::string kept;
+    for (const std::string &c : utf8_characters(kSample))
+        if (auto converted = to(c); converted && !converted->empty()) kept += c;
+    return to(kept).value_or("");
+}
+
+// Every descriptor kind, the default conversions and the hand-made objects, converted into
+// every room: nothing after the output changes (a caller may keep data there). Then a
+// conversion that shrinks the text, done in place: the output never overtakes the input, so
+// the text converts whole and what follows the output is the input as it was.
+TEST(Output, NothingAfterTheOutputChangesAtAnyRoomNorInPlace) {
+    for (const Pair &p : default_pairs()) {
+        OPEN_OR_SKIP(cv, p);
+        const std::string text = sample_in(p.from);
+        ASSERT_GT(text.size(), 40u) << p.from;
+        every_room(cv, text, p.from_name + " -> " + p.to_name);
+    }
+    const std::string mixed = "\xc1\x0e\x4c\x41\x40\x40\x0f\xc2\x0e\x4c\x41\x0f\x40\x0f\x0e\x0e\x4c\x42\x0f\xc1";
+    const std::pair<const char *, std::string> fixtures[] = {
+        {"sb.cvo", "abc 1 x\x80y and \x82 then a long run of plain text\x80"},
+        {"mb.cvo", "plain ascii text \xa1\xa1" "a\xa1\xa2" "b\x8f\xa2\xaf\xa1\xa4 x\xa1\xa3 a long run of plain text"},
+        {"le2src.cvo", std::string("A\0\xe9\0\0\x4e" "B\0A\0A\0\xe9\0\xe9\0", 16)},
+        {"le4src.cvo", std::string("A\0\0\0\x00\xf6\x01\x00" "A\0\0\0A\0\0\0", 16)},
+        {"le2tgt.cvo", "A\xc3\xa9\xe4\xb8\x80" "AA\xc3\xa9\xc3\xa9\xe4\xb8\x80"},
+        {"le4tgt.cvo", "A\xf0\x9f\x98\x80" "AA\xf0\x9f\x98\x80"},
+        {"ssrc.cvo", mixed + mixed},
+        {"stgt.cvo", "A\xe4\xb8\x80\xe3\x80\x80" "B\xe4\xb8\x80 AB  A\xe3\x80\x80\xe4\xb8\x80"},
+    };
+    for (const auto &[name, text] : fixtures) {
+        Cv cv = fixture(name);
+        every_room(cv, text, name);
+    }
+
+    const Pair *p = pair_of("UTF-8", "ISO-8859-1");
+    ASSERT_NE(p, nullptr);
+    OPEN_OR_SKIP(cv, *p);
+    std::string text = kSample.substr(0, kSample.find("\xce"));   // Latin-1 but for a dash
+    for (const char *more : {"x\xc3\xa9y\xc3\xa9z ", "ab \xc3\x9f\xc3\x9f cd\xc3\xa4", "\xc3\xbc", " tail"}) text += more;
+    const Canaried expected = convert_canaried(cv, text, static_cast<int>(text.size()), Mode::counted, "in place");
+    ASSERT_EQ(expected.result, 0);
+    ASSERT_LT(expected.out.size(), text.size());
+    std::string buffer = text;
+    unsigned char *in = reinterpret_cast<unsigned char *>(buffer.data()), *o = in;
+    int length = static_cast<int>(buffer.size()), room = length, irreversible = -1;
+    EXPECT_EQ(nu_miconv(cv, &in, &length, &o, &room, &irreversible), 0);
+    const size_t written = static_cast<size_t>(o - reinterpret_cast<unsigned char *>(buffer.data()));
+    EXPECT_EQ(Differences::hex(buffer.substr(0, written)), Differences::hex(expected.out));
+    EXPECT_EQ(Differences::hex(buffer.substr(written)), Differences::hex(text.substr(written)));
 }
 
 } // namespace
