@@ -95,7 +95,7 @@ struct Multibyte {
     const multi_t *t;
     Found find(const unsigned char *s, int left) const { return walk(t, s, left); }
     static int need(const unsigned char *rec) { return rec[0] & kCvCount; }
-    static unsigned char *write(unsigned char *o, const unsigned char *rec) {
+    static unsigned char *write(unsigned char *o, const unsigned char *rec, int) {
         return put(o, rec + 1, rec[0] & kCvCount);
     }
     static int used(const unsigned char *rec) { return rec[0] & kCvCount; }
@@ -111,7 +111,7 @@ struct SingleByte {
         return {rec, 1, 0};
     }
     static int need(const unsigned char *) { return 1; }
-    static unsigned char *write(unsigned char *o, const unsigned char *rec) {
+    static unsigned char *write(unsigned char *o, const unsigned char *rec, int) {
         *o = rec[1];
         return o + 1;
     }
@@ -128,7 +128,7 @@ struct LittleEndianSource {
         return {static_cast<const unsigned char *>(rec), width, 0};
     }
     static int need(const unsigned char *rec) { return rec[0] & kCvCount; }
-    static unsigned char *write(unsigned char *o, const unsigned char *rec) {
+    static unsigned char *write(unsigned char *o, const unsigned char *rec, int) {
         return put(o, rec + 1, rec[0] & kCvCount);
     }
     static int used(const unsigned char *rec) { return rec[0] & kCvCount; }
@@ -141,12 +141,12 @@ struct LittleEndianTarget {
     Found find(const unsigned char *s, int left) const { return walk(t, s, left); }
     // Deliberate: the room asked for is 2 bytes even for 4-byte units.
     static int need(const unsigned char *) { return 2; }
-    unsigned char *write(unsigned char *o, const unsigned char *rec) const {
+    // A 4-byte unit passes the 2-byte room check with 2 or 3 bytes of room: it is counted
+    // whole, but only the bytes that fit in the room are stored.
+    unsigned char *write(unsigned char *o, const unsigned char *rec, int space) const {
         if (wide) {
-            o[0] = rec[4];
-            o[1] = rec[3];
-            o[2] = rec[2];
-            o[3] = rec[1];
+            const unsigned char unit[4] = {rec[4], rec[3], rec[2], rec[1]};
+            for (int i = 0; i < 4 && i < space; ++i) o[i] = unit[i];
             return o + 4;
         }
         o[0] = rec[2];
@@ -304,7 +304,7 @@ int convert_loop(nu_cv_rec *cv, const Converter &c, unsigned char **in, int *inl
             result = -1;
             break;
         }
-        if (p.o != nullptr) p.o = c.write(p.o, f.rec);
+        if (p.o != nullptr) p.o = c.write(p.o, f.rec, p.space);
         p.space -= c.used(f.rec);
         p.s += f.length;
         p.left -= f.length;
