@@ -139,10 +139,71 @@ struct LconvFields {
     CatString messages[4];
 };
 
+// One segment of a locale's era table (an "era" line of a locale source): the era counts its
+// years from `offset` at `start`, upwards (direction +1) or downwards (-1), until `end`.
+// Dates are Gregorian: full year (may be 0 or negative), month 1-12, day 1-31; an open end is
+// year kEraOpenBefore ("-*") or kEraOpenAfter ("+*").
+struct EraSegment {
+    int32_t direction;
+    int32_t offset;
+    int32_t start_year, start_month, start_day;
+    int32_t end_year, end_month, end_day;
+    CatString name;
+    CatString format;          // how a year of the era is written (%EY); may be empty
+};
+inline constexpr int32_t kEraOpenBefore = INT32_MIN;
+inline constexpr int32_t kEraOpenAfter = INT32_MAX;
+
+inline constexpr int kMonthSlots = 20;
+inline constexpr int kAltDigitSlots = 100;
+
+// The validation caches of the time parser, one trie pair per kind of name. Values:
+// months: list << 8 | index (list 0 full names, 1 abbreviated, 2 the second full list,
+// 3 the second abbreviated list); days: list << 8 | day (0 full, 1 abbreviated; day
+// 0 = Sunday); eras: segment index; am/pm: 0 am, 1 pm; alternative digits: their value.
+enum TimeCache { kCacheMonths, kCacheDays, kCacheEras, kCacheAmPm, kCacheDigits, kTimeCaches };
+
+// TIME, in the order of nu_nl_langinfo's items (0, 1-14, 15-34, 35-54, 61-70) and then
+// what no item shows. Strings are multibyte with wide twins made once CTYPE is loaded; an
+// absent string is empty, never null, once the section is read.
 struct TimeFields {
-    int32_t calendar;          // number of the locale's calendar
-    void *era_cache;
+    CatString date_time_format;            // item 0: the date and time format (%c)
+    CatString abday[7];                    // items 1-7: abbreviated day names, Sunday first
+    CatString day[7];                      // items 8-14: full day names
+    int32_t month_count;                   // 12, or 13/14 for a calendar with a leap month
+    CatString mon[kMonthSlots];            // items 15-34: full month names, by name index
+    int32_t alt_month_count;               // 0 when the locale has no second list
+    CatString alt_mon[kMonthSlots];        // items 35-54: the second (nominative) month list
+    // items 61-70, in this order
+    CatString date_format;                 // %x
+    CatString time_format;                 // %X
+    CatString time_format_ampm;            // %r
+    CatString am;
+    CatString pm;
+    CatString date_cmd_format;             // the date(1) format
+    CatString era_date_time_format;        // %Ec
+    CatString era_date_format;             // %Ex
+    CatString era_time_format;             // %EX
+    CatString era_year;                    // era_year of the source, usually empty
+    // not shown by an item
+    CatString abmon[kMonthSlots];          // abbreviated month names
+    CatString ab_alt_mon[kMonthSlots];     // abbreviated names of the second list
+    EraSegment *eras;                      // era_count segments, in the source's order
     int32_t era_count;
+    CatString *alt_digits;                 // alt_digit_count entries, 0 upwards
+    int32_t alt_digit_count;
+    int32_t calendar;                      // number of the locale's calendar (1 Gregorian)
+    int32_t week_days;                     // week: days in a week (7)
+    int32_t week_start;                    // week: a date (yyyymmdd) of the week's first day
+    int32_t week_min_days;                 // week: days the first week of a year must have
+    int32_t first_weekday;                 // 1 = the day of week_start, as in the source
+    int32_t first_workday;
+    nu_mb_cache_node *mb_cache[kTimeCaches];
+    nu_wc_cache_node *wc_cache[kTimeCaches];
+    // Per handle, never shared by a copy: whatever the formatter and parser derive from the
+    // era table (era_cache_count entries), made when first needed through the allocator.
+    void *era_cache;
+    int32_t era_cache_count;
 };
 
 // The caller-visible conventions: private copies of the strings with wide twins.
