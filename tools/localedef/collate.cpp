@@ -534,8 +534,6 @@ private:
     }
 
     std::optional<std::string> make_units() {
-        const int undefined = lookup("UNDEFINED");
-        const bool has_undefined = undefined >= 0 && position_[undefined] >= 0;
         std::vector<size_t> unlisted;
         for (const CharmapEntry &c : charmap_.entries) {
             Unit u;
@@ -544,8 +542,6 @@ private:
             const int x = c.ucs ? lookup(ucs_name(*c.ucs)) : -1;
             if (x >= 0 && entries_[x].kind == Entry::character && position_[x] >= 0) {
                 if (auto error = unit_weights(x, u)) return error;
-            } else if (has_undefined) {
-                if (auto error = unit_weights(undefined, u)) return error;
             } else {
                 unlisted.push_back(units_.size());
                 u.listed = false;
@@ -553,9 +549,11 @@ private:
             units_.push_back(std::move(u));
         }
         if (!unlisted.empty()) {
-            // Without UNDEFINED in the order, glibc weighs each byte of a character it does not
-            // list like the first listed character of its byte table (the lowest bytes after
-            // NUL): a three-byte character weighs as that character three times.
+            // glibc's strcoll weighs each byte of a character the order does not list like the
+            // first listed character of its byte table (the lowest bytes after NUL): a
+            // three-byte character weighs as that character three times. UNDEFINED in the order
+            // does not change that (glibc's wide-character tables use its place, the multibyte
+            // ones that strcoll reads do not).
             const Unit *first = nullptr;
             for (const Unit &u : units_)
                 if (!u.w.empty() && u.bytes[0] != '\0' && (first == nullptr || u.bytes < first->bytes)) first = &u;
