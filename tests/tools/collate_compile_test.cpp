@@ -116,6 +116,24 @@ TEST(CollateCompile, CharactersTheOrderDoesNotListWeighLikeGlibc) {
     EXPECT_EQ(undefined.row("x"), undefined.row("a"));
 }
 
+// A level with the position rule is followed by one that marks where characters ignored there
+// stand: after the weights of the level agree, a string whose ignored character comes first
+// sorts after.
+TEST(CollateCompile, PositionRuleAddsALevelOfPlaces) {
+    const Compiled c = compile(R"(order_start forward;forward,position
+<U002D> IGNORE;<U002D>
+<U0061> <U0061>;IGNORE
+<U0062> <U0062>;IGNORE
+order_end)");
+    ASSERT_FALSE(c.error) << *c.error;
+    EXPECT_EQ(c.tables.directions, (std::vector<uint16_t>{1, 1, 1}));
+    EXPECT_EQ(c.weight("a", 1), kIgnoreWeight);
+    EXPECT_EQ(c.weight("-", 0), kIgnoreWeight);
+    EXPECT_NE(c.weight("-", 2), kIgnoreWeight);
+    EXPECT_EQ(c.weight("a", 2), c.weight("b", 2));
+    EXPECT_GT(c.weight("a", 2), c.weight("-", 2));
+}
+
 TEST(CollateCompile, StringWeightsBecomeExpansionsOrWeightsOfTheirOwn) {
     const Compiled c = compile(R"(collating-symbol <base>
 collating-symbol <acute>

@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <set>
 #include <unordered_map>
 
@@ -29,6 +30,10 @@ constexpr size_t kMaxSequence = 15;       // characters of an element or expansi
 constexpr size_t kMaxRows = 0x10000;
 constexpr size_t kMaxExpansions = 0x4000;
 constexpr uint32_t kMaxEllipsis = 0x110000;
+// The two order positions of the level that follows a "position" level: a character weighed
+// there, and one ignored there.
+constexpr int kWeighedPlace = std::numeric_limits<int>::max() - 1;
+constexpr int kIgnoredPlace = std::numeric_limits<int>::max();
 // Above this many characters the library's load-time lists of ignorable and equivalent
 // characters (which visit every character of the code set) are not asked for.
 constexpr size_t kDerivedListLimit = 4096;
@@ -170,6 +175,7 @@ public:
         if (levels_ == 0) code_order();
         number_positions();
         if (auto error = make_units()) return error;
+        if (auto error = split_position_levels()) return error;
         choose_directions();
         return assign_weights();
     }
@@ -360,9 +366,7 @@ private:
         for (; i < t.size(); ++i) {
             if (t[i].kind == Token::semicolon) continue;
             if (t[i].kind != Token::word) return where(line) + "expected a direction";
-            // glibc's "position" (ignored characters keep their place at that level) has no
-            // counterpart in the library's tables: "forward,position" is taken as forward.
-            bool forward = false, back = false;
+            bool forward = false, back = false, position = false;
             size_t a = 0;
             const std::string &w = t[i].text;
             while (a <= w.size()) {
@@ -371,11 +375,13 @@ private:
                 const std::string part = w.substr(a, b - a);
                 if (part == "forward") forward = true;
                 else if (part == "backward") back = true;
-                else if (part != "position") return where(line) + "unknown direction \"" + part + "\"";
+                else if (part == "position") position = true;
+                else return where(line) + "unknown direction \"" + part + "\"";
                 a = b + 1;
             }
             if (forward && back) return where(line) + "a level cannot go both forward and backward";
             backward.push_back(back);
+            if (position && backward.size() <= position_levels_.size()) position_levels_[backward.size() - 1] = true;
         }
         if (backward.empty()) backward.push_back(false);
         const int count = static_cast<int>(backward.size());
@@ -603,6 +609,31 @@ private:
         return std::nullopt;
     }
 
+    // At a level with glibc's "position" rule, a character ignored there still counts: strcoll
+    // compares how many ignored characters stand before each weighed one (more sorts later)
+    // before it compares that weight, and passes over ignored characters at the end. The
+    // library's level walk has no counterpart, so the level is followed by one of its own that
+    // marks each character as weighed or ignored there (ignored sorting after): strings whose
+    // weights agree at the level are then ordered by where their ignored characters stand,
+    // as glibc orders them. The two differ only for strings whose ignored characters stand in
+    // different places and whose weights differ after that place: glibc decides by the places,
+    // the library by the weights.
+    std::optional<std::string> split_position_levels() {
+        for (int l = levels_ - 1; l >= 0; --l) {
+            if (!position_levels_[static_cast<size_t>(l)]) continue;
+            if (levels_ == kMaxLevels) return std::string("LC_COLLATE: no room for the position rule beyond 8 levels");
+            const auto at = static_cast<size_t>(l);
+            for (Unit &u : units_) {
+                // A character the order does not list is weighed byte by byte (make_units).
+                const size_t count = u.listed ? 1 : u.bytes.size();
+                u.w.insert(u.w.begin() + l + 1, std::vector<int>(count, u.w[at].empty() ? kIgnoredPlace : kWeighedPlace));
+            }
+            for (Section &s : sections_) s.backward.insert(s.backward.begin() + l + 1, false);
+            ++levels_;
+        }
+        return std::nullopt;
+    }
+
     // One direction per level for the whole locale: glibc keeps one per section, the library
     // one per level, so a level goes backward when most characters weighed there belong to
     // sections that walk it backward (the common table's punctuation section is such a
@@ -745,6 +776,7 @@ private:
     std::vector<Section> sections_;
     std::map<std::string, int> section_index_;
     int levels_ = 0;
+    std::vector<bool> position_levels_ = std::vector<bool>(kMaxLevels, false);
     int current_ = -1;      // section that order lines go to
     int cursor_ = -1;       // reorder-after: the entry the next line goes behind
     int last_char_ = -1;    // the character of the previous order line, for ellipses
