@@ -160,6 +160,7 @@ struct Unit {
     std::vector<nu_wchar> chars;         // elements: their characters
     bool element = false;
     bool listed = true;                  // false: weighed as glibc weighs unlisted characters
+    bool carrier = false;                // no character: a weight for expansions to name
     nu_wchar code = 0;                   // the code the library reports for the tie-break
     int section = -1;
     std::vector<std::vector<int>> w;     // per level: order positions
@@ -177,6 +178,7 @@ public:
         if (auto error = make_units()) return error;
         if (auto error = split_position_levels()) return error;
         choose_directions();
+        add_carriers();
         return assign_weights();
     }
 
@@ -651,15 +653,60 @@ private:
 
     // ---- weights -------------------------------------------------------------------------
 
-    // A list of two or more weights becomes an expansion when each of its weights is carried
-    // alone by some character; otherwise (the common table's accents, whose combining
-    // characters a small code set lacks) the list gets a weight of its own, ranked among the
-    // level's weights as glibc compares lists: by their first differing weight, a list before
-    // its own extensions. That is exact as long as no character's weights continue a proper
-    // beginning of such a list, which the missing combining characters were the ones to do.
+    // An expansion names characters whose weights stand for the weights of a list. A weight
+    // that no character carries alone (the common table's symbols for the parts of an
+    // ideograph's implicit weight, accents whose combining character the code set lacks) gets
+    // a carrier: a byte sequence that is no character of the code set (its first byte begins
+    // none) with a row of its own in the collation table, which text never reaches but an
+    // expansion can name. A single-byte code set has no byte to spare; there such lists keep
+    // a weight of their own (assign_weights).
+    void add_carriers() {
+        std::set<unsigned char> leads;
+        size_t longest = 0;
+        for (const CharmapEntry &c : charmap_.entries) {
+            leads.insert(static_cast<unsigned char>(c.bytes[0]));
+            longest = std::max(longest, c.bytes.size());
+        }
+        int lead = 0xFF;
+        while (lead > 0x80 && leads.count(static_cast<unsigned char>(lead)) != 0) --lead;
+        if (longest < 2 || leads.count(static_cast<unsigned char>(lead)) != 0) return;
+        std::set<std::pair<int, int>> needed;   // (level, position)
+        for (int l = 0; l < levels_; ++l) {
+            const auto L = static_cast<size_t>(l);
+            std::set<int> carried;
+            for (const Unit &u : units_)
+                if (!u.element && u.w[L].size() == 1) carried.insert(u.w[L][0]);
+            for (const Unit &u : units_)
+                if (u.w[L].size() > 1)
+                    for (int p : u.w[L])
+                        if (carried.count(p) == 0) needed.emplace(l, p);
+        }
+        uint32_t count = 0;
+        for (const auto &[level, position] : needed) {
+            Unit u;
+            u.carrier = true;
+            u.bytes = {static_cast<char>(lead), static_cast<char>(count >> 16), static_cast<char>(count >> 8),
+                       static_cast<char>(count)};
+            ++count;
+            u.code = wide_of(u.bytes);
+            u.w.assign(static_cast<size_t>(levels_), {});
+            u.w[static_cast<size_t>(level)].push_back(position);
+            units_.push_back(std::move(u));
+        }
+        tables_.carriers = count;
+    }
+
+    // A list of two or more weights becomes an expansion of the characters (or carriers) that
+    // carry each of its weights alone. Where that cannot be (in a single-byte code set, which
+    // has no carriers, the common table's accents whose combining characters it lacks), the
+    // list gets a weight of its own, ranked among the level's weights as glibc compares lists:
+    // by their first differing weight, a list before its own extensions. That is exact as
+    // long as no string continues a proper beginning of such a list with other weights, as
+    // glibc compares a string's weights one by one.
     // Of two characters carrying a weight alone, the one an expansion names: a character the
     // order lists before one that only borrows its weights, then the lower code, NUL last.
     static bool preferred(const Unit &a, const Unit &b) {
+        if (a.carrier != b.carrier) return b.carrier;
         if (a.listed != b.listed) return a.listed;
         return a.code - 1 < b.code - 1;
     }
@@ -817,7 +864,7 @@ std::optional<std::string> build_collate(const SourceLocale &source, const Charm
     return Compiler(source, charmap, tables, warnings).run();
 }
 
-std::optional<std::string> write_collate(FILE *out, const Charmap &charmap, const CollateTables &tables) {
+std::optional<std::string> write_collate(FILE *out, const CollateTables &tables) {
     if (tables.thai) {
         std::fprintf(out, "thai_smo\n");
         return std::nullopt;
@@ -826,14 +873,13 @@ std::optional<std::string> write_collate(FILE *out, const Charmap &charmap, cons
     const uint16_t zero = 0;
     TableOwner table{_nu_create_multi(2, 0, &zero)};
     if (table.t == nullptr) return std::string("out of memory");
-    for (const CharmapEntry &e : charmap.entries) {
-        auto it = tables.rows.find(e.bytes);
-        if (it == tables.rows.end()) continue;
-        multi_key key{static_cast<int32_t>(e.bytes.size()), {0, 0, 0, 0}};
-        std::memcpy(key.bytes, e.bytes.data(), e.bytes.size());
+    // The characters of the code set and the carriers.
+    for (const auto &[bytes, row] : tables.rows) {
+        multi_key key{static_cast<int32_t>(bytes.size()), {0, 0, 0, 0}};
+        std::memcpy(key.bytes, bytes.data(), bytes.size());
         // Row 0 is the table's default value; a character that conflicts with a longer or
         // shorter one is left out (the CTYPE table reports it).
-        _nu_insert_desc_multi(&key, it->second != 0 ? &it->second : nullptr, table.t);
+        _nu_insert_desc_multi(&key, row != 0 ? &row : nullptr, table.t);
     }
     if (_nu_compress_multi(table.t) != 0) return std::string("out of memory");
     _nu_fprintf_multi(out, table.t, print_u16);

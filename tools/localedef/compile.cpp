@@ -262,7 +262,7 @@ std::optional<std::string> compile_locale(const SourceLocale &source, const Char
     {
         CollateTables collation;
         if (auto error = build_collate(source, charmap, collation, report.warnings)) return error;
-        if (auto error = write_collate(out, charmap, collation)) return error;
+        if (auto error = write_collate(out, collation)) return error;
     }
 
     std::fprintf(out, "### LC_NUMERIC\n");
