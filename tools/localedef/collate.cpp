@@ -798,18 +798,23 @@ private:
                                 " weight lists are longer than 15 and keep their first 15 weights");
         // Rows: the distinct tuples.
         std::map<std::vector<uint16_t>, uint16_t> row_of;
-        bool ignorable = false;
+        // Rows that make the library's reader list characters (all ignorable, or one
+        // expansion at every level) make it visit every character of the code set at load.
+        bool listing = false;
         for (size_t i = 0; i < n; ++i) {
             auto [it, added] = row_of.emplace(tuple[i], static_cast<uint16_t>(tables_.weights.size()));
             if (added) {
                 if (tables_.weights.size() >= kMaxRows) return std::string("LC_COLLATE: more than 65536 distinct weight rows");
                 tables_.weights.push_back(tuple[i]);
-                ignorable = ignorable || std::all_of(tuple[i].begin(), tuple[i].end(), [](uint16_t v) { return v == kIgnoreWeight; });
+                const uint16_t first = tuple[i][0];
+                listing = listing || std::all_of(tuple[i].begin(), tuple[i].end(), [&](uint16_t v) {
+                              return v == first && (v == kIgnoreWeight || (v & kExpansionBit) != 0);
+                          });
             }
             if (units_[i].element) tables_.elements.emplace_back(units_[i].chars, it->second);
             else tables_.rows[units_[i].bytes] = it->second;
         }
-        tables_.weights_only = ignorable && charmap_.entries.size() > kDerivedListLimit;
+        tables_.weights_only = listing && charmap_.entries.size() > kDerivedListLimit;
         return std::nullopt;
     }
 
