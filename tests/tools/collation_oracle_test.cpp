@@ -186,7 +186,8 @@ INSTANTIATE_TEST_SUITE_P(Dictionaries, CollationOracle, ::testing::ValuesIn(kOra
                          });
 
 // Random strings of each locale's own script, alone and mixed with Latin letters, digits,
-// punctuation, spaces and a few characters of other scripts, in the locale compiled by nus-localedef from the Debian source with the UTF-8
+// punctuation, spaces, a few characters of other scripts and unassigned code points, in the
+// locale compiled by nus-localedef from the Debian source with the UTF-8
 // charmap and ordered by glibc's strcoll_l on its own compilation of the same source. The
 // strings are sorted by glibc's sort keys and every adjacent pair is compared both ways.
 //
@@ -286,10 +287,11 @@ TEST(ScriptCollation, RandomStringsSortAsGlibcSortsThem) {
                 out << line << '\n';
             }
         }
-    // Latin letters, digits, punctuation, and a few characters of other scripts.
+    // Latin letters, digits, punctuation, a few characters of other scripts, and code points
+    // that the charmap lacks (unassigned).
     std::vector<std::string> mixed;
     for (char c : std::string("abcxyzABCXYZ0123456789 -'.,;:!?()/")) mixed.emplace_back(1, c);
-    for (uint32_t cp : {0xE9, 0xDF, 0x3A9, 0x436, 0x5D0, 0x4E2D, 0xD55C, 0x20AC, 0x2026})
+    for (uint32_t cp : {0xE9, 0xDF, 0x3A9, 0x436, 0x5D0, 0x4E2D, 0xD55C, 0x20AC, 0x2026, 0x378, 0xE3D, 0x2FFFD})
         mixed.push_back(nus_test::utf8_of(cp));
 
     for (const Script &script : kScripts) {

@@ -161,6 +161,7 @@ struct Unit {
     bool element = false;
     bool listed = true;                  // false: weighed as glibc weighs unlisted characters
     bool carrier = false;                // no character: a weight for expansions to name
+    bool missing = false;                // stands for the scalar values of its length a UTF-8 charmap lacks
     nu_wchar code = 0;                   // the code the library reports for the tie-break
     int section = -1;
     std::vector<std::vector<int>> w;     // per level: order positions
@@ -556,6 +557,21 @@ private:
             }
             units_.push_back(std::move(u));
         }
+        // The scalar values a UTF-8 charmap lacks are characters the order does not list: one
+        // unit for each length of their bytes stands for them.
+        std::array<bool, 5> lengths{};
+        charmap_.each_missing_scalar([&](uint32_t cp) {
+            const std::string bytes = utf8_bytes(cp);
+            if (lengths[bytes.size()]) return;
+            lengths[bytes.size()] = true;
+            Unit u;
+            u.bytes = bytes;
+            u.code = wide_of(bytes);
+            u.listed = false;
+            u.missing = true;
+            unlisted.push_back(units_.size());
+            units_.push_back(std::move(u));
+        });
         if (!unlisted.empty()) {
             // glibc's strcoll weighs each byte of a character the order does not list like the
             // first listed character of its byte table (the lowest bytes after NUL): a
@@ -813,8 +829,20 @@ private:
             }
             if (units_[i].element) tables_.elements.emplace_back(units_[i].chars, it->second);
             else tables_.rows[units_[i].bytes] = it->second;
+            if (units_[i].missing) tables_.missing_rows[units_[i].bytes.size()] = it->second;
         }
         tables_.weights_only = listing && charmap_.entries.size() > kDerivedListLimit;
+        // The collation table gives row 0 to a character entered without a value, and stores
+        // no values for a byte array that holds only row 0: the four-byte scalar values a
+        // UTF-8 charmap lacks (whole planes of them) take row 0.
+        if (const int r = tables_.missing_rows[4]; r > 0) {
+            auto swap_rows = [r](uint16_t &row) { row = row == 0 ? static_cast<uint16_t>(r) : row == r ? 0 : row; };
+            std::swap(tables_.weights[0], tables_.weights[static_cast<size_t>(r)]);
+            for (auto &entry : tables_.rows) swap_rows(entry.second);
+            for (auto &element : tables_.elements) swap_rows(element.second);
+            for (int &m : tables_.missing_rows)
+                if (m == 0 || m == r) m = m == 0 ? r : 0;
+        }
         return std::nullopt;
     }
 
@@ -879,12 +907,25 @@ std::optional<std::string> write_collate(FILE *out, const CollateTables &tables)
     TableOwner table{_nu_create_multi(2, 0, &zero)};
     if (table.t == nullptr) return std::string("out of memory");
     // The characters of the code set and the carriers.
-    for (const auto &[bytes, row] : tables.rows) {
+    auto insert = [&](const std::string &bytes, uint16_t row) {
         multi_key key{static_cast<int32_t>(bytes.size()), {0, 0, 0, 0}};
         std::memcpy(key.bytes, bytes.data(), bytes.size());
         // Row 0 is the table's default value; a character that conflicts with a longer or
         // shorter one is left out (the CTYPE table reports it).
         _nu_insert_desc_multi(&key, row != 0 ? &row : nullptr, table.t);
+    };
+    for (const auto &[bytes, row] : tables.rows) insert(bytes, row);
+    // The scalar values the charmap lacks: those not among the rows (whose byte order is the
+    // code order of UTF-8).
+    if (std::any_of(tables.missing_rows.begin(), tables.missing_rows.end(), [](int r) { return r >= 0; })) {
+        auto listed = tables.rows.begin();
+        for (uint32_t cp = 0; cp < 0x110000; ++cp) {
+            if (cp == 0xD800) cp = 0xE000;
+            const std::string bytes = utf8_bytes(cp);
+            while (listed != tables.rows.end() && listed->first < bytes) ++listed;
+            const int row = tables.missing_rows[bytes.size()];
+            if ((listed == tables.rows.end() || listed->first != bytes) && row >= 0) insert(bytes, static_cast<uint16_t>(row));
+        }
     }
     if (_nu_compress_multi(table.t) != 0) return std::string("out of memory");
     _nu_fprintf_multi(out, table.t, print_u16);

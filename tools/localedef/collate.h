@@ -8,6 +8,7 @@
 
 #include "nus.h"
 
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <map>
@@ -27,6 +28,9 @@ constexpr uint16_t kCodeTieBit = 0x8000;     // low 14 bits: a weight; the chara
 struct CollateTables {
     bool thai = false;                            // the fixed Thai method; nothing else is set
     std::map<std::string, uint16_t> rows;         // bytes of each character (and carrier) -> row
+    // The rows of the scalar values a UTF-8 charmap lacks, by the length of their bytes (-1:
+    // none); every such value is entered in the collation table with its row.
+    std::array<int, 5> missing_rows{-1, -1, -1, -1, -1};
     std::vector<std::vector<uint16_t>> weights;   // per row, per level
     std::vector<uint16_t> directions;             // per level: 1 forward, 2 backward
     std::vector<std::pair<std::vector<nu_wchar>, uint16_t>> elements;   // characters, row

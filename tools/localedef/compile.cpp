@@ -39,9 +39,9 @@ struct TableOwner {
 };
 
 // A table of 16-bit values over the characters of the charmap. The class table decodes, so
-// it holds every character. The case table is only looked up: it holds the characters that
-// have a value, and the one-byte characters, which keep its shortest length that of the code
-// set.
+// it holds every character, and in UTF-8 also the scalar values the charmap lacks (with no
+// class). The case table is only looked up: it holds the characters that have a value, and
+// the one-byte characters, which keep its shortest length that of the code set.
 std::optional<std::string> write_table(FILE *out, const Charmap &charmap,
                                        const std::map<std::string, uint16_t> &values,
                                        CompileReport &report, bool classes) {
@@ -60,6 +60,13 @@ std::optional<std::string> write_table(FILE *out, const Charmap &charmap,
         }
         if (classes) ++report.characters;
     }
+    if (classes)
+        charmap.each_missing_scalar([&](uint32_t cp) {
+            const std::string bytes = utf8_bytes(cp);
+            multi_key key{static_cast<int32_t>(bytes.size()), {0, 0, 0, 0}};
+            std::memcpy(key.bytes, bytes.data(), bytes.size());
+            if (_nu_insert_desc_multi(&key, nullptr, table.t) == 0) ++report.decoded;
+        });
     if (_nu_compress_multi(table.t) != 0) return "out of memory";
     _nu_fprintf_multi(out, table.t, print_u16);
     return std::nullopt;
