@@ -396,12 +396,14 @@ TEST(Bounds, NeighboursAreNearestAndBoundsEncloseThePrefix) {
 
 using nus_test::utf8_of;
 
-// The bytes of a wide character (its bytes concatenated big-endian).
-std::string bytesOf(nu_wchar wc) {
-    std::string s;
-    for (int shift = 24; shift >= 0; shift -= 8)
-        if ((wc >> shift) != 0) s += static_cast<char>((wc >> shift) & 0xFF);
-    return s;
+// The primary key of one wide character (an expansion may name a carrier, which no
+// multibyte text holds).
+std::string primaryKeyOf(nu_locale_t h, nu_wchar wc) {
+    const nu_wchar ws[2] = {wc, 0};
+    std::vector<unsigned char> key(static_cast<size_t>(nu_wcsxfrm(h, nullptr, ws, 0)) + 1);
+    nu_wcsxfrm(h, key.data(), ws, static_cast<int>(key.size()));
+    EXPECT_EQ(nu_get_prim_coll_weight(key.data()), 0);
+    return reinterpret_cast<char *>(key.data());
 }
 
 // In a generated locale the neighbours agree with primary keys taken from whole sort keys:
@@ -414,7 +416,7 @@ TEST(Bounds, GeneratedNeighboursAreNearestAmongSortKeys) {
     for (int e = 0; e < loc.h->expansion_count; ++e) {
         std::string joined;
         const nus::CollExpansion &x = loc.h->coll.expansions[e];
-        for (uint32_t i = 0; i < x.count; ++i) joined += primaryKey(loc, bytesOf(x.chars[i]));
+        for (uint32_t i = 0; i < x.count; ++i) joined += primaryKeyOf(loc, x.chars[i]);
         expansionKeys.insert(joined);
     }
     std::vector<std::pair<std::string, std::string>> keyed;   // primary key, character

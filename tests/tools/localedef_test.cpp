@@ -352,7 +352,8 @@ TEST(Localedef, CodeSetNameFromTheCharmap) {
 }
 
 // Multibyte locales of the default set against glibc's builds: every character of the code
-// set (every 13th for UTF-8), decoded by glibc's mbrtowc, classified and case-mapped by both.
+// set, decoded by glibc's mbrtowc, classified, case-mapped and measured by both. In UTF-8 every
+// Unicode scalar value is a character, also those the charmap lacks (sampled every `step`).
 TEST(Localedef, MultibyteLocalesAgreeWithGlibc) {
     struct Multi {
         const char *source, *charmap, *codeset, *file, *spec;
@@ -404,32 +405,53 @@ TEST(Localedef, MultibyteLocalesAgreeWithGlibc) {
                 if ((wc >> shift) != 0 || shift == 0) out += static_cast<char>(wc >> shift);
             return out;
         };
+        std::vector<std::string> characters;
+        const bool utf8 = std::string(l.charmap) == "UTF-8";
+        if (utf8) {
+            for (uint32_t cp = 0; cp < 0x110000; ++cp)
+                if (cp < 0xD800 || cp > 0xDFFF) characters.push_back(utf8_bytes(cp));
+            // Surrogates, values beyond U+10FFFF and overlong forms are no characters.
+            for (const char *bad : {"\xED\xA0\x80", "\xF4\x90\x80\x80", "\xC0\x80", "\xF8\x88\x80\x80\x80"})
+                characters.push_back(bad);
+        } else {
+            for (const CharmapEntry &e : map.entries) characters.push_back(e.bytes);
+        }
         int differences = 0, compared = 0;
         // Large code sets are sampled every `step` characters; characters with a case partner
         // are all compared.
-        for (size_t i = 0; i < map.entries.size() && differences < 10; ++i) {
-            const CharmapEntry &e = map.entries[i];
+        for (size_t i = 0; i < characters.size() && differences < 10; ++i) {
+            const std::string &bytes = characters[i];
             wchar_t wc = 0;
             mbstate_t state{};
-            if (mbrtowc(&wc, e.bytes.data(), e.bytes.size(), &state) != e.bytes.size()) continue;
+            const bool theirs = mbrtowc(&wc, bytes.data(), bytes.size(), &state) == bytes.size();
             const auto w = static_cast<wint_t>(wc);
-            if (i % l.step != 0 && towupper(w) == w && towlower(w) == w) continue;
+            if (theirs && i % l.step != 0 && towupper(w) == w && towlower(w) == w) continue;
+            const int length = static_cast<int>(bytes.size());
+            const bool ours_decodes = nu_full_mblen(h, reinterpret_cast<const unsigned char *>(bytes.data()), length) == length;
+            EXPECT_EQ(ours_decodes, theirs) << l.spec << ": " << testing::PrintToString(bytes);
+            if (!theirs || !ours_decodes) continue;
             ++compared;
             nu_wchar ours = 0;
-            for (unsigned char b : e.bytes) ours = (ours << 8) | b;
+            for (unsigned char b : bytes) ours = (ours << 8) | b;
             for (const Class &c : classes) {
                 const bool a = _nu_im_iswctype(h, ours, nu_ctype(h, c.name)) != 0;
-                const bool b = c.test(static_cast<wint_t>(wc)) != 0;
+                const bool b = c.test(w) != 0;
                 if (a != b) ++differences;
-                EXPECT_EQ(a, b) << l.spec << ": " << c.name << " of <" << e.symbol << ">";
+                EXPECT_EQ(a, b) << l.spec << ": " << c.name << " of U+" << std::hex << w;
             }
-            const std::string upper = glibc_bytes(towupper(static_cast<wint_t>(wc)));
-            const std::string lower = glibc_bytes(towlower(static_cast<wint_t>(wc)));
+            // UTF-8 widths: the library has no zero width (glibc's 0 is its 1), and no width
+            // where glibc has none.
+            const int width = wcwidth(static_cast<wchar_t>(wc));
+            if (utf8) {
+                EXPECT_EQ(nu_wcwidth(h, ours), width == 0 && wc != 0 ? 1 : width) << l.spec << ": width of U+" << std::hex << w;
+            }
+            const std::string upper = glibc_bytes(towupper(w));
+            const std::string lower = glibc_bytes(towlower(w));
             if (!upper.empty()) {
-                EXPECT_EQ(ours_bytes(_nu_im_towupper(h, ours)), upper) << l.spec << " <" << e.symbol << ">";
+                EXPECT_EQ(ours_bytes(_nu_im_towupper(h, ours)), upper) << l.spec << " U+" << std::hex << w;
             }
             if (!lower.empty()) {
-                EXPECT_EQ(ours_bytes(_nu_im_towlower(h, ours)), lower) << l.spec << " <" << e.symbol << ">";
+                EXPECT_EQ(ours_bytes(_nu_im_towlower(h, ours)), lower) << l.spec << " U+" << std::hex << w;
             }
         }
         EXPECT_GT(compared, 100) << l.spec;

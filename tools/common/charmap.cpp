@@ -167,6 +167,16 @@ int Charmap::width(uint32_t ucs) const {
     return ucs <= it->second.first ? it->second.second : default_width_;
 }
 
+void Charmap::each_missing_scalar(const std::function<void(uint32_t)> &visit) const {
+    if (code_set_name != "UTF-8") return;
+    auto listed = by_ucs_.begin();
+    for (uint32_t cp = 0; cp < 0x110000; ++cp) {
+        if (cp == 0xD800) cp = 0xE000;   // surrogates are no characters
+        while (listed != by_ucs_.end() && listed->first < cp) ++listed;
+        if (listed == by_ucs_.end() || listed->first != cp) visit(cp);
+    }
+}
+
 void Charmap::index() {
     by_symbol_.clear();
     by_ucs_.clear();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -37,6 +38,9 @@ public:
     const CharmapEntry *find_ucs(uint32_t ucs) const;
     // Display width of a code point from the WIDTH section (1 when unlisted).
     int width(uint32_t ucs) const;
+    // Every Unicode scalar value a UTF-8 charmap lacks (unassigned code points, noncharacters),
+    // in code order; none for other charmaps. glibc decodes them all in its UTF-8 locales.
+    void each_missing_scalar(const std::function<void(uint32_t)> &visit) const;
 
     void index();   // builds the lookups after entries change
 

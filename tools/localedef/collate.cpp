@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <set>
 #include <unordered_map>
 
@@ -29,6 +30,10 @@ constexpr size_t kMaxSequence = 15;       // characters of an element or expansi
 constexpr size_t kMaxRows = 0x10000;
 constexpr size_t kMaxExpansions = 0x4000;
 constexpr uint32_t kMaxEllipsis = 0x110000;
+// The two order positions of the level that follows a "position" level: a character weighed
+// there, and one ignored there.
+constexpr int kWeighedPlace = std::numeric_limits<int>::max() - 1;
+constexpr int kIgnoredPlace = std::numeric_limits<int>::max();
 // Above this many characters the library's load-time lists of ignorable and equivalent
 // characters (which visit every character of the code set) are not asked for.
 constexpr size_t kDerivedListLimit = 4096;
@@ -155,6 +160,8 @@ struct Unit {
     std::vector<nu_wchar> chars;         // elements: their characters
     bool element = false;
     bool listed = true;                  // false: weighed as glibc weighs unlisted characters
+    bool carrier = false;                // no character: a weight for expansions to name
+    bool missing = false;                // stands for the scalar values of its length a UTF-8 charmap lacks
     nu_wchar code = 0;                   // the code the library reports for the tie-break
     int section = -1;
     std::vector<std::vector<int>> w;     // per level: order positions
@@ -170,7 +177,9 @@ public:
         if (levels_ == 0) code_order();
         number_positions();
         if (auto error = make_units()) return error;
+        if (auto error = split_position_levels()) return error;
         choose_directions();
+        add_carriers();
         return assign_weights();
     }
 
@@ -360,9 +369,7 @@ private:
         for (; i < t.size(); ++i) {
             if (t[i].kind == Token::semicolon) continue;
             if (t[i].kind != Token::word) return where(line) + "expected a direction";
-            // glibc's "position" (ignored characters keep their place at that level) has no
-            // counterpart in the library's tables: "forward,position" is taken as forward.
-            bool forward = false, back = false;
+            bool forward = false, back = false, position = false;
             size_t a = 0;
             const std::string &w = t[i].text;
             while (a <= w.size()) {
@@ -371,11 +378,13 @@ private:
                 const std::string part = w.substr(a, b - a);
                 if (part == "forward") forward = true;
                 else if (part == "backward") back = true;
-                else if (part != "position") return where(line) + "unknown direction \"" + part + "\"";
+                else if (part == "position") position = true;
+                else return where(line) + "unknown direction \"" + part + "\"";
                 a = b + 1;
             }
             if (forward && back) return where(line) + "a level cannot go both forward and backward";
             backward.push_back(back);
+            if (position && backward.size() <= position_levels_.size()) position_levels_[backward.size() - 1] = true;
         }
         if (backward.empty()) backward.push_back(false);
         const int count = static_cast<int>(backward.size());
@@ -534,8 +543,6 @@ private:
     }
 
     std::optional<std::string> make_units() {
-        const int undefined = lookup("UNDEFINED");
-        const bool has_undefined = undefined >= 0 && position_[undefined] >= 0;
         std::vector<size_t> unlisted;
         for (const CharmapEntry &c : charmap_.entries) {
             Unit u;
@@ -544,18 +551,33 @@ private:
             const int x = c.ucs ? lookup(ucs_name(*c.ucs)) : -1;
             if (x >= 0 && entries_[x].kind == Entry::character && position_[x] >= 0) {
                 if (auto error = unit_weights(x, u)) return error;
-            } else if (has_undefined) {
-                if (auto error = unit_weights(undefined, u)) return error;
             } else {
                 unlisted.push_back(units_.size());
                 u.listed = false;
             }
             units_.push_back(std::move(u));
         }
+        // The scalar values a UTF-8 charmap lacks are characters the order does not list: one
+        // unit for each length of their bytes stands for them.
+        std::array<bool, 5> lengths{};
+        charmap_.each_missing_scalar([&](uint32_t cp) {
+            const std::string bytes = utf8_bytes(cp);
+            if (lengths[bytes.size()]) return;
+            lengths[bytes.size()] = true;
+            Unit u;
+            u.bytes = bytes;
+            u.code = wide_of(bytes);
+            u.listed = false;
+            u.missing = true;
+            unlisted.push_back(units_.size());
+            units_.push_back(std::move(u));
+        });
         if (!unlisted.empty()) {
-            // Without UNDEFINED in the order, glibc weighs each byte of a character it does not
-            // list like the first listed character of its byte table (the lowest bytes after
-            // NUL): a three-byte character weighs as that character three times.
+            // glibc's strcoll weighs each byte of a character the order does not list like the
+            // first listed character of its byte table (the lowest bytes after NUL): a
+            // three-byte character weighs as that character three times. UNDEFINED in the order
+            // does not change that (glibc's wide-character tables use its place, the multibyte
+            // ones that strcoll reads do not).
             const Unit *first = nullptr;
             for (const Unit &u : units_)
                 if (!u.w.empty() && u.bytes[0] != '\0' && (first == nullptr || u.bytes < first->bytes)) first = &u;
@@ -605,6 +627,31 @@ private:
         return std::nullopt;
     }
 
+    // At a level with glibc's "position" rule, a character ignored there still counts: strcoll
+    // compares how many ignored characters stand before each weighed one (more sorts later)
+    // before it compares that weight, and passes over ignored characters at the end. The
+    // library's level walk has no counterpart, so the level is followed by one of its own that
+    // marks each character as weighed or ignored there (ignored sorting after): strings whose
+    // weights agree at the level are then ordered by where their ignored characters stand,
+    // as glibc orders them. The two differ only for strings whose ignored characters stand in
+    // different places and whose weights differ after that place: glibc decides by the places,
+    // the library by the weights.
+    std::optional<std::string> split_position_levels() {
+        for (int l = levels_ - 1; l >= 0; --l) {
+            if (!position_levels_[static_cast<size_t>(l)]) continue;
+            if (levels_ == kMaxLevels) return std::string("LC_COLLATE: no room for the position rule beyond 8 levels");
+            const auto at = static_cast<size_t>(l);
+            for (Unit &u : units_) {
+                // A character the order does not list is weighed byte by byte (make_units).
+                const size_t count = u.listed ? 1 : u.bytes.size();
+                u.w.insert(u.w.begin() + l + 1, std::vector<int>(count, u.w[at].empty() ? kIgnoredPlace : kWeighedPlace));
+            }
+            for (Section &s : sections_) s.backward.insert(s.backward.begin() + l + 1, false);
+            ++levels_;
+        }
+        return std::nullopt;
+    }
+
     // One direction per level for the whole locale: glibc keeps one per section, the library
     // one per level, so a level goes backward when most characters weighed there belong to
     // sections that walk it backward (the common table's punctuation section is such a
@@ -622,15 +669,60 @@ private:
 
     // ---- weights -------------------------------------------------------------------------
 
-    // A list of two or more weights becomes an expansion when each of its weights is carried
-    // alone by some character; otherwise (the common table's accents, whose combining
-    // characters a small code set lacks) the list gets a weight of its own, ranked among the
-    // level's weights as glibc compares lists: by their first differing weight, a list before
-    // its own extensions. That is exact as long as no character's weights continue a proper
-    // beginning of such a list, which the missing combining characters were the ones to do.
+    // An expansion names characters whose weights stand for the weights of a list. A weight
+    // that no character carries alone (the common table's symbols for the parts of an
+    // ideograph's implicit weight, accents whose combining character the code set lacks) gets
+    // a carrier: a byte sequence that is no character of the code set (its first byte begins
+    // none) with a row of its own in the collation table, which text never reaches but an
+    // expansion can name. A single-byte code set has no byte to spare; there such lists keep
+    // a weight of their own (assign_weights).
+    void add_carriers() {
+        std::set<unsigned char> leads;
+        size_t longest = 0;
+        for (const CharmapEntry &c : charmap_.entries) {
+            leads.insert(static_cast<unsigned char>(c.bytes[0]));
+            longest = std::max(longest, c.bytes.size());
+        }
+        int lead = 0xFF;
+        while (lead > 0x80 && leads.count(static_cast<unsigned char>(lead)) != 0) --lead;
+        if (longest < 2 || leads.count(static_cast<unsigned char>(lead)) != 0) return;
+        std::set<std::pair<int, int>> needed;   // (level, position)
+        for (int l = 0; l < levels_; ++l) {
+            const auto L = static_cast<size_t>(l);
+            std::set<int> carried;
+            for (const Unit &u : units_)
+                if (!u.element && u.w[L].size() == 1) carried.insert(u.w[L][0]);
+            for (const Unit &u : units_)
+                if (u.w[L].size() > 1)
+                    for (int p : u.w[L])
+                        if (carried.count(p) == 0) needed.emplace(l, p);
+        }
+        uint32_t count = 0;
+        for (const auto &[level, position] : needed) {
+            Unit u;
+            u.carrier = true;
+            u.bytes = {static_cast<char>(lead), static_cast<char>(count >> 16), static_cast<char>(count >> 8),
+                       static_cast<char>(count)};
+            ++count;
+            u.code = wide_of(u.bytes);
+            u.w.assign(static_cast<size_t>(levels_), {});
+            u.w[static_cast<size_t>(level)].push_back(position);
+            units_.push_back(std::move(u));
+        }
+        tables_.carriers = count;
+    }
+
+    // A list of two or more weights becomes an expansion of the characters (or carriers) that
+    // carry each of its weights alone. Where that cannot be (in a single-byte code set, which
+    // has no carriers, the common table's accents whose combining characters it lacks), the
+    // list gets a weight of its own, ranked among the level's weights as glibc compares lists:
+    // by their first differing weight, a list before its own extensions. That is exact as
+    // long as no string continues a proper beginning of such a list with other weights, as
+    // glibc compares a string's weights one by one.
     // Of two characters carrying a weight alone, the one an expansion names: a character the
     // order lists before one that only borrows its weights, then the lower code, NUL last.
     static bool preferred(const Unit &a, const Unit &b) {
+        if (a.carrier != b.carrier) return b.carrier;
         if (a.listed != b.listed) return a.listed;
         return a.code - 1 < b.code - 1;
     }
@@ -722,18 +814,35 @@ private:
                                 " weight lists are longer than 15 and keep their first 15 weights");
         // Rows: the distinct tuples.
         std::map<std::vector<uint16_t>, uint16_t> row_of;
-        bool ignorable = false;
+        // Rows that make the library's reader list characters (all ignorable, or one
+        // expansion at every level) make it visit every character of the code set at load.
+        bool listing = false;
         for (size_t i = 0; i < n; ++i) {
             auto [it, added] = row_of.emplace(tuple[i], static_cast<uint16_t>(tables_.weights.size()));
             if (added) {
                 if (tables_.weights.size() >= kMaxRows) return std::string("LC_COLLATE: more than 65536 distinct weight rows");
                 tables_.weights.push_back(tuple[i]);
-                ignorable = ignorable || std::all_of(tuple[i].begin(), tuple[i].end(), [](uint16_t v) { return v == kIgnoreWeight; });
+                const uint16_t first = tuple[i][0];
+                listing = listing || std::all_of(tuple[i].begin(), tuple[i].end(), [&](uint16_t v) {
+                              return v == first && (v == kIgnoreWeight || (v & kExpansionBit) != 0);
+                          });
             }
             if (units_[i].element) tables_.elements.emplace_back(units_[i].chars, it->second);
             else tables_.rows[units_[i].bytes] = it->second;
+            if (units_[i].missing) tables_.missing_rows[units_[i].bytes.size()] = it->second;
         }
-        tables_.weights_only = ignorable && charmap_.entries.size() > kDerivedListLimit;
+        tables_.weights_only = listing && charmap_.entries.size() > kDerivedListLimit;
+        // The collation table gives row 0 to a character entered without a value, and stores
+        // no values for a byte array that holds only row 0: the four-byte scalar values a
+        // UTF-8 charmap lacks (whole planes of them) take row 0.
+        if (const int r = tables_.missing_rows[4]; r > 0) {
+            auto swap_rows = [r](uint16_t &row) { row = row == 0 ? static_cast<uint16_t>(r) : row == r ? 0 : row; };
+            std::swap(tables_.weights[0], tables_.weights[static_cast<size_t>(r)]);
+            for (auto &entry : tables_.rows) swap_rows(entry.second);
+            for (auto &element : tables_.elements) swap_rows(element.second);
+            for (int &m : tables_.missing_rows)
+                if (m == 0 || m == r) m = m == 0 ? r : 0;
+        }
         return std::nullopt;
     }
 
@@ -747,6 +856,7 @@ private:
     std::vector<Section> sections_;
     std::map<std::string, int> section_index_;
     int levels_ = 0;
+    std::vector<bool> position_levels_ = std::vector<bool>(kMaxLevels, false);
     int current_ = -1;      // section that order lines go to
     int cursor_ = -1;       // reorder-after: the entry the next line goes behind
     int last_char_ = -1;    // the character of the previous order line, for ellipses
@@ -787,7 +897,7 @@ std::optional<std::string> build_collate(const SourceLocale &source, const Charm
     return Compiler(source, charmap, tables, warnings).run();
 }
 
-std::optional<std::string> write_collate(FILE *out, const Charmap &charmap, const CollateTables &tables) {
+std::optional<std::string> write_collate(FILE *out, const CollateTables &tables) {
     if (tables.thai) {
         std::fprintf(out, "thai_smo\n");
         return std::nullopt;
@@ -796,14 +906,26 @@ std::optional<std::string> write_collate(FILE *out, const Charmap &charmap, cons
     const uint16_t zero = 0;
     TableOwner table{_nu_create_multi(2, 0, &zero)};
     if (table.t == nullptr) return std::string("out of memory");
-    for (const CharmapEntry &e : charmap.entries) {
-        auto it = tables.rows.find(e.bytes);
-        if (it == tables.rows.end()) continue;
-        multi_key key{static_cast<int32_t>(e.bytes.size()), {0, 0, 0, 0}};
-        std::memcpy(key.bytes, e.bytes.data(), e.bytes.size());
+    // The characters of the code set and the carriers.
+    auto insert = [&](const std::string &bytes, uint16_t row) {
+        multi_key key{static_cast<int32_t>(bytes.size()), {0, 0, 0, 0}};
+        std::memcpy(key.bytes, bytes.data(), bytes.size());
         // Row 0 is the table's default value; a character that conflicts with a longer or
         // shorter one is left out (the CTYPE table reports it).
-        _nu_insert_desc_multi(&key, it->second != 0 ? &it->second : nullptr, table.t);
+        _nu_insert_desc_multi(&key, row != 0 ? &row : nullptr, table.t);
+    };
+    for (const auto &[bytes, row] : tables.rows) insert(bytes, row);
+    // The scalar values the charmap lacks: those not among the rows (whose byte order is the
+    // code order of UTF-8).
+    if (std::any_of(tables.missing_rows.begin(), tables.missing_rows.end(), [](int r) { return r >= 0; })) {
+        auto listed = tables.rows.begin();
+        for (uint32_t cp = 0; cp < 0x110000; ++cp) {
+            if (cp == 0xD800) cp = 0xE000;
+            const std::string bytes = utf8_bytes(cp);
+            while (listed != tables.rows.end() && listed->first < bytes) ++listed;
+            const int row = tables.missing_rows[bytes.size()];
+            if ((listed == tables.rows.end() || listed->first != bytes) && row >= 0) insert(bytes, static_cast<uint16_t>(row));
+        }
     }
     if (_nu_compress_multi(table.t) != 0) return std::string("out of memory");
     _nu_fprintf_multi(out, table.t, print_u16);

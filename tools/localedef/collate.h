@@ -8,6 +8,7 @@
 
 #include "nus.h"
 
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <map>
@@ -26,7 +27,10 @@ constexpr uint16_t kCodeTieBit = 0x8000;     // low 14 bits: a weight; the chara
 
 struct CollateTables {
     bool thai = false;                            // the fixed Thai method; nothing else is set
-    std::map<std::string, uint16_t> rows;         // bytes of each character -> row
+    std::map<std::string, uint16_t> rows;         // bytes of each character (and carrier) -> row
+    // The rows of the scalar values a UTF-8 charmap lacks, by the length of their bytes (-1:
+    // none); every such value is entered in the collation table with its row.
+    std::array<int, 5> missing_rows{-1, -1, -1, -1, -1};
     std::vector<std::vector<uint16_t>> weights;   // per row, per level
     std::vector<uint16_t> directions;             // per level: 1 forward, 2 backward
     std::vector<std::pair<std::vector<nu_wchar>, uint16_t>> elements;   // characters, row
@@ -36,6 +40,7 @@ struct CollateTables {
     // How the orders were represented, for reports and tests.
     size_t compounds = 0;           // lists of weights given one weight of their own
     size_t truncated = 0;           // lists longer than an expansion holds
+    size_t carriers = 0;            // rows that only expansions reach
     std::vector<size_t> tie_runs;   // per level: weights that stand for a run broken by code
 };
 
@@ -44,7 +49,6 @@ std::optional<std::string> build_collate(const SourceLocale &source, const Charm
                                          CollateTables &tables, std::vector<std::string> &warnings);
 
 // Writes the section text that follows the "### LC_COLLATE" line.
-std::optional<std::string> write_collate(FILE *out, const Charmap &charmap,
-                                         const CollateTables &tables);
+std::optional<std::string> write_collate(FILE *out, const CollateTables &tables);
 
 } // namespace nus::tools

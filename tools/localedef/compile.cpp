@@ -38,10 +38,13 @@ struct TableOwner {
     ~TableOwner() { _nu_free_multi(t); }
 };
 
-// A table over every character of the charmap with a 16-bit value each.
+// A table of 16-bit values over the characters of the charmap. The class table decodes, so
+// it holds every character, and in UTF-8 also the scalar values the charmap lacks (with no
+// class). The case table is only looked up: it holds the characters that have a value, and
+// the one-byte characters, which keep its shortest length that of the code set.
 std::optional<std::string> write_table(FILE *out, const Charmap &charmap,
                                        const std::map<std::string, uint16_t> &values,
-                                       CompileReport &report, bool count) {
+                                       CompileReport &report, bool classes) {
     const uint16_t zero = 0;
     TableOwner table{_nu_create_multi(2, 0, &zero)};
     if (table.t == nullptr) return "out of memory";
@@ -50,12 +53,20 @@ std::optional<std::string> write_table(FILE *out, const Charmap &charmap,
         std::memcpy(key.bytes, e.bytes.data(), e.bytes.size());
         auto it = values.find(e.bytes);
         const uint16_t value = it == values.end() ? 0 : it->second;
+        if (!classes && value == 0 && e.bytes.size() > 1) continue;
         if (_nu_insert_desc_multi(&key, value != 0 ? &value : nullptr, table.t) != 0) {
-            if (count) report.warnings.push_back("<" + e.symbol + "> conflicts with a longer or shorter character and is left out");
+            if (classes) report.warnings.push_back("<" + e.symbol + "> conflicts with a longer or shorter character and is left out");
             continue;
         }
-        if (count) ++report.characters;
+        if (classes) ++report.characters;
     }
+    if (classes)
+        charmap.each_missing_scalar([&](uint32_t cp) {
+            const std::string bytes = utf8_bytes(cp);
+            multi_key key{static_cast<int32_t>(bytes.size()), {0, 0, 0, 0}};
+            std::memcpy(key.bytes, bytes.data(), bytes.size());
+            if (_nu_insert_desc_multi(&key, nullptr, table.t) == 0) ++report.decoded;
+        });
     if (_nu_compress_multi(table.t) != 0) return "out of memory";
     _nu_fprintf_multi(out, table.t, print_u16);
     return std::nullopt;
@@ -262,7 +273,7 @@ std::optional<std::string> compile_locale(const SourceLocale &source, const Char
     {
         CollateTables collation;
         if (auto error = build_collate(source, charmap, collation, report.warnings)) return error;
-        if (auto error = write_collate(out, charmap, collation)) return error;
+        if (auto error = write_collate(out, collation)) return error;
     }
 
     std::fprintf(out, "### LC_NUMERIC\n");

@@ -22,6 +22,7 @@ struct CompileOptions {
 struct CompileReport {
     std::vector<std::string> warnings;
     size_t characters = 0;
+    size_t decoded = 0;          // scalar values a UTF-8 charmap lacks, decoded all the same
     size_t case_pairs = 0;
     double expansion = 1.0;
 };

@@ -160,8 +160,9 @@ int main(int argc, char **argv) {
     for (const std::string &w : report.warnings)
         std::fprintf(stderr, "%s: warning: %s\n", source_path.c_str(), w.c_str());
     const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - started).count();
-    std::printf("%s: %zu characters, %zu case pairs, %.0f ms\n", output.c_str(), report.characters,
-                report.case_pairs, ms);
+    std::printf("%s: %zu characters", output.c_str(), report.characters);
+    if (report.decoded > 0) std::printf(" (and %zu code points the charmap lacks)", report.decoded);
+    std::printf(", %zu case pairs, %.0f ms\n", report.case_pairs, ms);
     if (!renamed.empty()) std::printf("%s\n", renamed.c_str());
     return 0;
 }

@@ -297,8 +297,9 @@ int Sorter::add_input(std::FILE *stream, const char *name) {
             return report(kDataError, "%sline %llu is longer than 4 GiB", input_prefix(name).c_str(),
                           number + 1);
         }
+        ++lines_;   // counted first: a run that this line fills reports it read
         add_line(line, length, name, ++number);
-        if ((++lines_ & 0xFFFFF) == 0) progress_.show("read", lines_, runs_.size());
+        if ((lines_ & 0xFFFFF) == 0) progress_.show("read", lines_, runs_.size());
         if (broken_) break;  // a run file could not be written
     }
     const bool failed = std::ferror(stream) != 0;

@@ -124,8 +124,8 @@ TEST(NusInfo, CollationMethodsAndLevels) {
     };
     EXPECT_EQ(collate("de_de.8859-1"), "collate:\n"
                                        "  method:     as_specified\n"
-                                       "  levels:     4\n"
-                                       "  directions: forward forward forward forward\n");
+                                       "  levels:     5\n"
+                                       "  directions: forward forward forward forward forward\n");
     EXPECT_EQ(collate("ja_jp.sjis"), "collate:\n"
                                      "  method:     as_specified\n"
                                      "  levels:     1\n"
@@ -160,7 +160,7 @@ TEST(NusInfo, JsonIsValidForEveryKindOfLocale) {
         r.out);
     EXPECT_EQ(values.status, 0) << values.err;
     EXPECT_EQ(values.out,
-              "c2a0 [3] 2 4 forward ['code_set', 'collate', 'files', 'locale', 'monetary', "
+              "c2a0 [3] 2 5 forward ['code_set', 'collate', 'files', 'locale', 'monetary', "
               "'numeric']\n");
 }
 
