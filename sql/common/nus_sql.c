@@ -400,7 +400,9 @@ int nus_sql_case(nus_sql_cache *c, nus_sql_locale *l, const char *text, size_t l
     const int r = upper ? nu_tombsupper(l->handle, local->data, c->scratch[0].data)
                         : nu_tombslower(l->handle, local->data, c->scratch[0].data);
     if (r < 0) return fail_handle(err, l->handle, upper ? "upper case" : "lower case");
-    buf_terminate(local, (size_t)r);
+    /* The count may take in the terminator (multibyte locales do): the text ends at it. */
+    const void *zero = memchr(local->data, 0, (size_t)r);
+    buf_terminate(local, zero != NULL ? (size_t)((const unsigned char *)zero - local->data) : (size_t)r);
     return to_utf8(l, local->data, local->length, out, err);
 }
 
