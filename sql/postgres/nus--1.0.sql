@@ -39,7 +39,7 @@ CREATE FUNCTION nus_fmt(locale text, format text, number bigint) RETURNS text
     AS 'MODULE_PATHNAME', 'nus_fmt_int8' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
 CREATE FUNCTION nus_money(locale text, format text, amount double precision) RETURNS text
     AS 'MODULE_PATHNAME', 'nus_money' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
-CREATE FUNCTION nus_parse_number(locale text, text, grouping boolean DEFAULT false)
+CREATE FUNCTION nus_parse_number(locale text, text, separators boolean DEFAULT false)
     RETURNS double precision
     AS 'MODULE_PATHNAME', 'nus_parse_number' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
 
