@@ -199,6 +199,9 @@ void nus_sql_cache_free(nus_sql_cache *c) {
     }
     for (size_t i = 0; i < sizeof c->scratch / sizeof c->scratch[0]; ++i)
         nus_sql_buf_free(&c->scratch[i]);
+    nus_sql_buf_free(&c->prefix_text);
+    nus_sql_buf_free(&c->prefix_key);
+    c->prefix_locale = NULL;
 }
 
 /* Opens the conversion between utf8 and a code set; 0 when they are one (*cv null). */
@@ -354,9 +357,15 @@ int nus_sql_collate(nus_sql_cache *c, nus_sql_locale *l, const void *a, int alen
 
 int nus_sql_has_prefix(nus_sql_cache *c, nus_sql_locale *l, const char *text, size_t length,
                        const char *prefix, size_t plength, int *result, nus_sql_err *err) {
-    nus_sql_buf *pk = &c->scratch[3];
-    if (nus_sql_primary_key(c, l, prefix, plength, pk, err) != 0) return -1;
-    /* The prefix's key is in scratch[3]; the text's goes to scratch[1]. */
+    nus_sql_buf *pk = &c->prefix_key;
+    if (c->prefix_locale != l || c->prefix_text.length != plength ||
+        (plength != 0 && memcmp(c->prefix_text.data, prefix, plength) != 0)) {
+        c->prefix_locale = NULL;
+        if (nus_sql_primary_key(c, l, prefix, plength, pk, err) != 0 ||
+            buf_set(&c->prefix_text, prefix, plength, err) != 0)
+            return -1;
+        c->prefix_locale = l;
+    }
     if (nus_sql_primary_key(c, l, text, length, &c->scratch[1], err) != 0) return -1;
     *result = c->scratch[1].length >= pk->length &&
               memcmp(c->scratch[1].data, pk->data, pk->length) == 0;

@@ -55,6 +55,10 @@ typedef struct nus_sql_cache {
     nus_sql_locale *locales;
     nus_sql_conv *convs;
     nus_sql_buf scratch[4]; /* reused between calls: conversions of the arguments */
+    /* The primary key of the last prefix nus_sql_has_prefix saw (a scan asks row by row). */
+    nus_sql_locale *prefix_locale;
+    nus_sql_buf prefix_text;
+    nus_sql_buf prefix_key;
 } nus_sql_cache;
 
 void nus_sql_cache_free(nus_sql_cache *c);

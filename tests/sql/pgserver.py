@@ -81,7 +81,10 @@ class Server:
             raise
         return self
 
-    def __exit__(self, *exc):
+    def __exit__(self, kind, value, trace):
+        if kind is not None and os.path.exists(getattr(self, "log", "")):
+            print("---- the server's log, ending:")
+            print("".join(open(self.log, errors="replace").readlines()[-40:]))
         if self.started:
             self._run([os.path.join(self.bindir, "pg_ctl"), "-D", self.data, "-m", "immediate",
                        "-w", "stop"])
