@@ -58,6 +58,17 @@ class Server:
 
     def __enter__(self):
         try:
+            if self.as_postgres:
+                # The server runs as postgres: it must reach the library, the data and this folder.
+                needed = [os.path.join(self.paths[2], "libnus.so.4"),
+                          os.path.join(os.environ.get("TESSARONDIR", "/usr/tessaron"), "nus"),
+                          os.path.dirname(self.root)]
+                r = subprocess.run(["runuser", "-u", "postgres", "--", "sh", "-c",
+                                    'for f; do test -r "$f" || echo "$f"; done', "-", *needed],
+                                   capture_output=True, text=True)
+                if r.returncode != 0 or r.stdout.strip():
+                    raise RuntimeError("the postgres user, which runs the server, cannot read "
+                                       + (r.stdout.strip() or r.stderr.strip()))
             self._stage()
             self.data = os.path.join(self.root, "data")
             self.log = os.path.join(self.root, "server.log")

@@ -8,12 +8,15 @@ Environment: TESSARONDIR, NUS_TOOL (the nus tool, the order and values the SQL f
 agree with), NUS_SOURCE_DIR (glibc's compiled locales go to its build/glibc-locales).
 Exit status 0 when every check passes; the failures are listed.
 """
+import atexit
 import hashlib
 import locale
 import os
+import shutil
 import sqlite3
 import subprocess
 import sys
+import tempfile
 
 extension = os.path.abspath(sys.argv[1])
 tool = os.environ["NUS_TOOL"]
@@ -49,11 +52,14 @@ def tool_lines(*args, stdin=None):
 
 
 def glibc_key(source):
-    """strxfrm of glibc's locale compiled from the same Debian source (compiled when missing)."""
+    """strxfrm of glibc's locale compiled from the same Debian source: the one `make bench`
+    compiles, else one compiled here into a folder of this test's own (other tests may be
+    compiling the shared one at the same time)."""
     root = os.path.join(os.environ.get("NUS_SOURCE_DIR", "."), "build", "glibc-locales")
     name = source + ".UTF-8"
     if not os.path.exists(os.path.join(root, name, "LC_COLLATE")):
-        os.makedirs(root, exist_ok=True)
+        root = tempfile.mkdtemp(prefix="glibc-", dir=os.getcwd())
+        atexit.register(shutil.rmtree, root, True)
         subprocess.run(["localedef", "-i", source, "-f", "UTF-8", os.path.join(root, name)],
                        capture_output=True)
     os.environ["LOCPATH"] = root
@@ -102,7 +108,7 @@ else:
               "the prefix search on %r reads the index range: %s" % (prefix, plan))
         got = sorted(r[0] for r in conn.execute(ranged, {"p": prefix}))
         full = sorted(r[0] for r in conn.execute(scanned, {"p": prefix}))
-        check(got == full and (full or prefix == "quer"),
+        check(got == full and full,
               "prefix %r: %d rows by the range, %d by a full scan" % (prefix, len(got), len(full)))
     # Sort keys and bounds as blobs order the same way.
     for prefix in ["Straß", "ab"]:
