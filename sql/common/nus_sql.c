@@ -415,6 +415,86 @@ int nus_sql_case(nus_sql_cache *c, nus_sql_locale *l, const char *text, size_t l
     return to_utf8(l, local->data, local->length, out, err);
 }
 
+/* The characters of a UTF-8 text lower-cased by the locale, as wide characters in out
+   (4 bytes each, terminated by 0); their count, or -1. */
+static long lower_wide(nus_sql_cache *c, nus_sql_locale *l, const char *text, size_t length,
+                       nus_sql_buf *out, nus_sql_err *err) {
+    if (nus_sql_case(c, l, text, length, 0, &c->scratch[3], err) != 0) return -1;
+    /* Back in the locale's code set for decoding: the case map gave UTF-8. */
+    if (to_local(l, (const char *)c->scratch[3].data, c->scratch[3].length, &c->scratch[0], 1,
+                 err) != 0)
+        return -1;
+    const unsigned char *p = c->scratch[0].data, *end = p + c->scratch[0].length;
+    long n = 0;
+    if (buf_reserve(out, (c->scratch[0].length + 1) * sizeof(nu_wchar), err) != 0) return -1;
+    nu_wchar *w = (nu_wchar *)(void *)out->data;
+    while (p < end) {
+        *_nu_ext_errno(l->handle) = 0;
+        const int k = _tsn_nu_full_mbtowc(l->handle, &w[n], p, (int)(end - p));
+        if (k <= 0) return fail_handle(err, l->handle, "like");
+        p += k;
+        ++n;
+    }
+    w[n] = 0;
+    return n;
+}
+
+int nus_sql_like(nus_sql_cache *c, nus_sql_locale *l, const char *pattern, size_t plength,
+                 const char *text, size_t length, const char *escape, int *result,
+                 nus_sql_err *err) {
+    nus_sql_buf wp = {0}, wt = {0}, we = {0};
+    int status = -1;
+    const long np = lower_wide(c, l, pattern, plength, &wp, err);
+    const long nt = np < 0 ? -1 : lower_wide(c, l, text, length, &wt, err);
+    nu_wchar esc = 0;
+    if (nt >= 0 && escape != NULL) {
+        const long ne = lower_wide(c, l, escape, strlen(escape), &we, err);
+        if (ne == 1)
+            esc = ((nu_wchar *)(void *)we.data)[0];
+        else if (ne >= 0)
+            set_err(err, "the escape must be one character");
+        if (ne != 1) goto done;
+    }
+    if (nt < 0) goto done;
+    const nu_wchar *p = (const nu_wchar *)(void *)wp.data, *t = (const nu_wchar *)(void *)wt.data;
+    const nu_wchar percent = '%', underscore = '_';
+    /* The classic walk: on a mismatch, go back to the last "%" and let it take one more
+       character. Linear in practice, quadratic at worst. */
+    long i = 0, j = 0, star = -1, mark = 0;
+    while (j < nt) {
+        if (i < np && p[i] == percent) {
+            star = i++;
+            mark = j;
+            continue;
+        }
+        int plain = 0;
+        nu_wchar want = i < np ? p[i] : 0;
+        if (esc != 0 && i + 1 < np && want == esc) {
+            plain = 1;
+            want = p[i + 1];
+        }
+        if (i < np && ((!plain && want == underscore) || want == t[j])) {
+            i += plain ? 2 : 1;
+            ++j;
+        } else if (star >= 0) {
+            i = star + 1;
+            j = ++mark;
+        } else {
+            *result = 0;
+            status = 0;
+            goto done;
+        }
+    }
+    while (i < np && p[i] == percent) ++i;
+    *result = i == np;
+    status = 0;
+done:
+    nus_sql_buf_free(&wp);
+    nus_sql_buf_free(&wt);
+    nus_sql_buf_free(&we);
+    return status;
+}
+
 int nus_sql_width(nus_sql_cache *c, nus_sql_locale *l, const char *text, size_t length,
                   long *width, nus_sql_err *err) {
     if (to_local(l, text, length, &c->scratch[0], 1, err) != 0) return -1;

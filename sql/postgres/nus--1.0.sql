@@ -28,6 +28,11 @@ CREATE FUNCTION nus_upper(text, locale text) RETURNS text
     AS 'MODULE_PATHNAME', 'nus_upper' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
 CREATE FUNCTION nus_lower(text, locale text) RETURNS text
     AS 'MODULE_PATHNAME', 'nus_lower' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+-- LIKE without regard to case, by the locale's lower case: % any characters, _ one.
+CREATE FUNCTION nus_like(text, pattern text, locale text) RETURNS boolean
+    AS 'MODULE_PATHNAME', 'nus_like' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+CREATE FUNCTION nus_like(text, pattern text, locale text, escape text) RETURNS boolean
+    AS 'MODULE_PATHNAME', 'nus_like' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
 CREATE FUNCTION nus_width(text, locale text) RETURNS integer
     AS 'MODULE_PATHNAME', 'nus_width' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
 

@@ -131,6 +131,21 @@ Datum nus_upper(PG_FUNCTION_ARGS) { return case_of(fcinfo, 1, "nus_upper"); }
 PG_FUNCTION_INFO_V1(nus_lower);
 Datum nus_lower(PG_FUNCTION_ARGS) { return case_of(fcinfo, 0, "nus_lower"); }
 
+/* nus_like(text, pattern, locale [, escape]) */
+PG_FUNCTION_INFO_V1(nus_like);
+Datum nus_like(PG_FUNCTION_ARGS) {
+    nus_sql_locale *l = locale_arg(fcinfo, 2, "nus_like");
+    TEXT_ARG(0, s, n);
+    TEXT_ARG(1, p, pn);
+    char *escape = PG_NARGS() > 3 ? text_to_cstring(PG_GETARG_TEXT_PP(3)) : NULL;
+    int r;
+    nus_sql_err err;
+    const int status = nus_sql_like(&cache, l, p, pn, s, n, escape, &r, &err);
+    if (escape != NULL) pfree(escape);
+    if (status != 0) raise("nus_like", &err);
+    PG_RETURN_BOOL(r != 0);
+}
+
 PG_FUNCTION_INFO_V1(nus_width);
 Datum nus_width(PG_FUNCTION_ARGS) {
     nus_sql_locale *l = locale_arg(fcinfo, 1, "nus_width");

@@ -242,6 +242,22 @@ static void fn_lower(sqlite3_context *c, int n, sqlite3_value **v) {
     case_which(c, n, v, 0, "nus_lower");
 }
 
+/* nus_like(text, pattern, locale [, escape]) -> 0 or 1: LIKE without regard to case. */
+static void fn_like(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
+    if (any_null(ctx, argc, argv)) return;
+    nus_sql_locale *l = locale_arg(ctx, argv[2], "nus_like");
+    if (l == NULL) return;
+    size_t n, pn;
+    const char *s = text_arg(argv[0], &n), *p = text_arg(argv[1], &pn);
+    int r;
+    nus_sql_err err;
+    if (nus_sql_like(&conn_of(ctx)->cache, l, p, pn, s, n, argc > 3 ? text_arg(argv[3], NULL) : NULL,
+                     &r, &err) == 0)
+        sqlite3_result_int(ctx, r);
+    else
+        fail(ctx, "nus_like", &err);
+}
+
 /* nus_width(text, locale) -> display columns */
 static void fn_width(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
     if (any_null(ctx, argc, argv)) return;
@@ -388,6 +404,8 @@ static const struct {
        built-in one-argument forms stay. */
     {"upper", 2, 1, fn_upper},
     {"lower", 2, 1, fn_lower},
+    {"nus_like", 3, 1, fn_like},
+    {"nus_like", 4, 1, fn_like},
     {"nus_width", 2, 1, fn_width},
     {"nus_fmt", 3, 1, fn_fmt},
     {"nus_money", 3, 1, fn_money},

@@ -123,6 +123,8 @@ with Server(*sys.argv[1:7]) as pg:
         ("encode(nus_conv('\\xc4d6'::bytea, '8859-1', 'utf8'), 'hex')", "c384c396"),
         ("nus_compare('Åsa', 'Zorro', 'sv_se.utf8')", "1"),
         ("nus_has_prefix('Straßenbahn', 'STRASS', 'de_de.utf8')", "t"),
+        ("nus_like('İSTANBUL', 'is%', 'tr_tr.8859-9') AND NOT nus_like('ISTANBUL', 'is%', 'tr_tr.8859-9')", "t"),
+        ("nus_like('50% off', '50!%%', 'de_de.utf8', '!') AND NOT nus_like('500 off', '50!%%', 'de_de.utf8', '!')", "t"),
         ("nus_collation_version('de_de.utf8') LIKE '%%:%s'" % hashlib.sha256(section).hexdigest(), "t"),
     ]
     for sql, value in expected:
@@ -133,7 +135,7 @@ with Server(*sys.argv[1:7]) as pg:
     signatures = pg.psql("SELECT p.proname, pg_get_function_identity_arguments(p.oid), p.proisstrict"
                          " FROM pg_proc p JOIN pg_depend d ON d.objid = p.oid"
                          " JOIN pg_extension e ON e.oid = d.refobjid WHERE e.extname = 'nus'")
-    check(len(signatures) == 18, "the extension has 18 functions: %r" % signatures)
+    check(len(signatures) == 20, "the extension has 20 functions: %r" % signatures)
     check(all(s[2] == "t" for s in signatures), "every function is STRICT")
     check(one("nus_sortkey(NULL, 'de_de.utf8') IS NULL AND nus_upper('a', NULL) IS NULL") == "t",
           "NULL in, NULL out")

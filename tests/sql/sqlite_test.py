@@ -12,6 +12,7 @@ import atexit
 import hashlib
 import locale
 import os
+import re
 import shutil
 import sqlite3
 import subprocess
@@ -67,6 +68,20 @@ def glibc_key(source):
     return locale.strxfrm
 
 
+def like_regex(pattern, escape="\\"):
+    """LIKE as a regular expression on lower-cased text."""
+    out, i = [], 0
+    while i < len(pattern):
+        c = pattern[i]
+        if c == escape and i + 1 < len(pattern):
+            out.append(re.escape(pattern[i + 1].lower()))
+            i += 2
+            continue
+        out.append(".*" if c == "%" else "." if c == "_" else re.escape(c.lower()))
+        i += 1
+    return re.compile("".join(out), re.S)
+
+
 def differs_in_punctuation_only(a, b):
     # glibc's fourth level orders hyphens, apostrophes, blanks and full stops by position,
     # which the library's last level does not (see tests/tools/collation_oracle_test.cpp).
@@ -117,6 +132,17 @@ else:
                          " AND nus_has_prefix(w, :p, 'de_de.utf8')", {"p": prefix}).fetchone()[0]
         full = conn.execute(scanned.replace("SELECT w", "SELECT count(*)"), {"p": prefix}).fetchone()[0]
         check(n == full, "the key bounds of %r hold every match (%d of %d)" % (prefix, n, full))
+    # nus_like against a regular expression on Python's lower case (which agrees with de_DE's
+    # for these words), on every tenth word.
+    conn.execute("CREATE TABLE sample AS SELECT w FROM words WHERE rowid % 10 = 0")
+    sample = [r[0] for r in conn.execute("SELECT w FROM sample")]
+    for pattern in ["%straß%", "AB%", "%ung", "_ber%", "%Ä%e_", "%s_s%", "%e\\r"]:
+        regex = like_regex(pattern)
+        expected = sorted(w for w in sample if regex.fullmatch(w.lower()))
+        got = sorted(r[0] for r in conn.execute(
+            "SELECT w FROM sample WHERE nus_like(w, ?, 'de_de.utf8', '\\')", (pattern,)))
+        check(got == expected and expected, "nus_like on %r: %d words, expected %d"
+              % (pattern, len(got), len(expected)))
     print("word list: %d words; the EXPLAIN QUERY PLAN of the prefix search:" % len(words))
     for row in conn.execute("EXPLAIN QUERY PLAN " + ranged, {"p": "Straß"}):
         print("   ", row[-1])
@@ -161,6 +187,10 @@ expected_values = [
     ("SELECT nus_has_prefix('Straßenbahn', 'STRASS', 'de_de.utf8')", 1),
     ("SELECT nus_has_prefix('Strand', 'Straß', 'de_de.utf8')", 0),
     ("SELECT nus_lower_bound('ab', 'de_de.utf8') < 'ab' COLLATE \"de_de.utf8\"", 1),
+    # Turkish dotted and dotless i, through the conversion objects.
+    ("SELECT nus_like('İSTANBUL', 'istanbul', 'tr_tr.8859-9') + nus_like('ISTANBUL', 'ıstanbul', 'tr_tr.8859-9')", 2),
+    ("SELECT nus_like('ISTANBUL', 'istanbul', 'tr_tr.8859-9')", 0),
+    ("SELECT nus_like('Straße', '%ẞE', 'de_de.utf8')", 1),
 ]
 for sql, value in expected_values:
     got = one(sql)
@@ -199,12 +229,12 @@ check(version.endswith(":" + hashlib.sha256(body[start:end]).hexdigest()),
 check(version != one("SELECT nus_collation_version('sv_se.utf8')"), "another locale, another version")
 
 # NULL in, NULL out: every function, a NULL in each place.
-calls = [("nus_key", 2), ("nus_compare", 3), ("nus_has_prefix", 3), ("nus_lower_bound", 2),
+calls = [("nus_key", 2), ("nus_compare", 3), ("nus_has_prefix", 3), ("nus_like", 3), ("nus_like", 4), ("nus_lower_bound", 2),
          ("nus_upper_bound", 2), ("nus_lower_key", 2), ("nus_upper_key", 2), ("nus_upper", 2),
          ("nus_lower", 2), ("nus_width", 2), ("nus_fmt", 3), ("nus_money", 3),
          ("nus_parse_number", 2), ("nus_parse_number", 3), ("nus_conv", 3), ("nus_cal", 2),
          ("nus_collation_version", 1), ("nus_load_collation", 2)]
-good = {"nus_fmt": ["de_de.utf8", "%d", 1], "nus_money": ["de_de.utf8", "%n", 1],
+good = {"nus_like": ["abc", "a%", "de_de.utf8", "!"], "nus_fmt": ["de_de.utf8", "%d", 1], "nus_money": ["de_de.utf8", "%n", 1],
         "nus_parse_number": ["de_de.utf8", "1", 0], "nus_conv": ["a", "utf8", "8859-1"],
         "nus_cal": ["2026-01-01", "hebrew"], "nus_collation_version": ["de_de.utf8"],
         "nus_load_collation": ["de_de.utf8", "g2"]}
@@ -223,6 +253,7 @@ errors = [
     ("SELECT nus_key(CAST(x'c3' AS TEXT), 'de_de.utf8')", "nus_key: sort key:"),
     ("SELECT nus_upper('привет', 'de_de.8859-1')", "lacks"),
     ("SELECT nus_fmt('de_de.utf8', '%d', 1e10)", "out of range"),
+    ("SELECT nus_like('a', 'a', 'de_de.utf8', 'xy')", "one character"),
     ("SELECT nus_fmt('de_de.utf8', '%d', 1.5)", "not a whole number"),
     ("SELECT nus_fmt('de_de.utf8', '%d %d', 1)", "exactly one conversion"),
     ("SELECT nus_fmt('de_de.utf8', '%s', 1)", "unknown conversion"),
