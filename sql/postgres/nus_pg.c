@@ -8,6 +8,7 @@
 #include "postgres.h"
 
 #include "fmgr.h"
+#include "mb/pg_wchar.h"
 #include "storage/ipc.h"
 #include "utils/builtins.h"
 
@@ -38,6 +39,13 @@ static nus_sql_locale *locale_arg(FunctionCallInfo fcinfo, int i, const char *fu
         on_proc_exit(release_all, (Datum)0);
         exit_hook = true;
     }
+    /* The text handed over is the database's: the functions read and write UTF-8. */
+    const int encoding = GetDatabaseEncoding();
+    if (encoding != PG_UTF8 && encoding != PG_SQL_ASCII)
+        ereport(ERROR, (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
+                        errmsg("%s: the database's encoding is %s; the nus functions read and "
+                               "write UTF-8 (a database created with ENCODING 'UTF8')",
+                               function, GetDatabaseEncodingName())));
     char *name = text_to_cstring(PG_GETARG_TEXT_PP(i));
     nus_sql_err err;
     nus_sql_locale *l = nus_sql_locale_get(&cache, name, &err);

@@ -155,6 +155,12 @@ with Server(*sys.argv[1:7]) as pg:
         ("nus_cal('2026-13-01', 'hebrew')", "no Gregorian date"),
         ("nus_collation_version('nowhere')", "no locale file"),
     ]
+    pg.psql("CREATE DATABASE latin1 TEMPLATE template0 ENCODING 'LATIN1' LOCALE 'C'")
+    r = subprocess.run(["psql", "-X", *pg.client_args(), "-d", "latin1", "-c",
+                        "CREATE EXTENSION nus; SELECT nus_upper('a', 'de_de.utf8')"],
+                       capture_output=True, text=True)
+    check(r.returncode != 0 and "the database's encoding is LATIN1" in r.stderr,
+          "a LATIN1 database is refused: %r" % r.stderr)
     for sql, fragment in errors:
         r = pg.psql("SELECT " + sql, check=False)
         check(r.returncode != 0 and fragment in r.stderr, "%s fails with %r: %r" % (sql, fragment, r.stderr))
