@@ -519,7 +519,7 @@ static int is_digit(unsigned char c) { return c >= '0' && c <= '9'; }
    `letters`: the conversions allowed. Positional and "*" arguments are refused, since the
    SQL function passes exactly one value. */
 static char scan_format(nu_locale_t h, const char *format, const char *letters, int money,
-                        nus_sql_err *err) {
+                        int *is_long, nus_sql_err *err) {
     char found = 0;
     int count = 0;
     for (const unsigned char *p = (const unsigned char *)format; *p != 0;) {
@@ -569,7 +569,10 @@ static char scan_format(nu_locale_t h, const char *format, const char *letters, 
             }
             while (is_digit(*p)) ++p;
         }
-        if (!money && *p != 0 && strchr("lLhH", *p) != NULL) ++p;
+        if (!money && *p != 0 && strchr("lLhH", *p) != NULL) {
+            if (is_long != NULL) *is_long = *p == 'l' || *p == 'L';
+            ++p;
+        }
         if (*p == 0) {
             set_err(err, "format ends inside a conversion");
             return 0;
@@ -602,7 +605,8 @@ int nus_sql_fmt(nus_sql_cache *c, nus_sql_locale *l, const char *format, double 
                 long long integer, int is_integer, nus_sql_buf *out, nus_sql_err *err) {
     if (to_local(l, format, strlen(format), &c->scratch[0], 1, err) != 0) return -1;
     const char *local = (const char *)c->scratch[0].data;
-    const char letter = scan_format(l->handle, local, "diuoxXbqeEfgG", 0, err);
+    int is_long = 0;
+    const char letter = scan_format(l->handle, local, "diuoxXbqeEfgG", 0, &is_long, err);
     if (letter == 0) return -1;
     const int integral = strchr("diuoxXbq", letter) != NULL;
     int word = 0;
@@ -631,8 +635,10 @@ int nus_sql_fmt(nus_sql_cache *c, nus_sql_locale *l, const char *format, double 
     for (size_t size = 256; size <= 65536; size *= 2) {
         if (buf_reserve(result, size, err) != 0) return -1;
         *_nu_ext_errno(l->handle) = 0;
-        const int n = integral ? nu_mbsfnum(l->handle, (char *)result->data, (int)size, local, word)
-                               : nu_mbsfnum(l->handle, (char *)result->data, (int)size, local, number);
+        /* "l" reads a long: the same 32-bit value, passed at the width that is read. */
+        const int n = !integral ? nu_mbsfnum(l->handle, (char *)result->data, (int)size, local, number)
+                      : is_long ? nu_mbsfnum(l->handle, (char *)result->data, (int)size, local, (long)word)
+                                : nu_mbsfnum(l->handle, (char *)result->data, (int)size, local, word);
         if (n >= 0) {
             buf_terminate(result, (size_t)n);
             return to_utf8(l, result->data, result->length, out, err);
@@ -646,7 +652,7 @@ int nus_sql_money(nus_sql_cache *c, nus_sql_locale *l, const char *format, doubl
                   nus_sql_buf *out, nus_sql_err *err) {
     if (to_local(l, format, strlen(format), &c->scratch[0], 1, err) != 0) return -1;
     const char *local = (const char *)c->scratch[0].data;
-    if (scan_format(l->handle, local, "in", 1, err) == 0) return -1;
+    if (scan_format(l->handle, local, "in", 1, NULL, err) == 0) return -1;
     if (!(amount == amount) || amount > 1e300 || amount < -1e300) {
         set_err(err, "amount %g out of range", amount);
         return -1;
