@@ -6,10 +6,31 @@ folder only and is stopped however the work ends (use it in a `with` statement).
 
 When run as root (the server refuses root) the server's programs run as the postgres user.
 """
+import glob
 import os
 import shutil
+import signal
 import subprocess
+import sys
 import tempfile
+
+
+def _stop_on_signal(number, frame):
+    # SIGTERM and SIGHUP end the work as an exception does: the server is stopped.
+    sys.exit(128 + number)
+
+
+def _clean_leftovers(where):
+    """Stops and removes the servers of earlier runs that were killed outright (a test
+    timeout's SIGKILL leaves no chance to stop them)."""
+    for root in glob.glob(os.path.join(where, "pg-*")):
+        for pid_file in glob.glob(os.path.join(root, "data", "postmaster.pid")):
+            try:
+                pid = int(open(pid_file).readline())
+                os.kill(pid, signal.SIGQUIT)  # the server's immediate shutdown
+            except (OSError, ValueError):
+                pass
+        shutil.rmtree(root, ignore_errors=True)
 
 
 class Server:
@@ -17,8 +38,12 @@ class Server:
                  pg_sharedir, where=None):
         self.paths = (extension_build, extension_source, nus_libdir)
         self.pg = (pg_bindir, pg_pkglibdir, pg_sharedir)
+        where = where or os.getcwd()
+        _clean_leftovers(where)
+        for number in (signal.SIGTERM, signal.SIGHUP):
+            signal.signal(number, _stop_on_signal)
         # Short: the socket's path must stay under 108 bytes.
-        self.root = tempfile.mkdtemp(prefix="pg-", dir=where or os.getcwd())
+        self.root = tempfile.mkdtemp(prefix="pg-", dir=where)
         self.started = False
         self.as_postgres = os.getuid() == 0
 
