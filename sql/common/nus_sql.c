@@ -372,9 +372,38 @@ int nus_sql_has_prefix(nus_sql_cache *c, nus_sql_locale *l, const char *text, si
     return 0;
 }
 
+/* The length of the prefix without the characters at its end that weigh nothing at the
+   first level (a hyphen, an apostrophe, a space in many locales): they add nothing to the
+   prefix's primary key, so the texts with the prefix are those with the rest, and the
+   neighbours of such a character would bound nothing. -1 on failure. */
+static long weighed_length(nus_sql_cache *c, nus_sql_locale *l, nus_sql_err *err) {
+    unsigned char *s = c->scratch[0].data;
+    long length = (long)c->scratch[0].length;
+    while (length > 0) {
+        long last = 0;
+        for (long at = 0; at < length;) {
+            const int n = _tsn_nu_full_mblen(l->handle, s + at, (int)(length - at));
+            if (n <= 0) return fail_handle(err, l->handle, "bound");
+            last = at;
+            at += n;
+        }
+        unsigned char one[8] = {0};
+        memcpy(one, s + last, (size_t)(length - last));
+        if (key_of_local(l->handle, one, &c->scratch[2], err) != 0) return -1;
+        nu_get_prim_coll_weight(c->scratch[2].data);
+        if (c->scratch[2].data[0] != 0) break;
+        length = last;
+    }
+    return length;
+}
+
 int nus_sql_bound(nus_sql_cache *c, nus_sql_locale *l, const char *prefix, size_t length,
                   int upper, int key, nus_sql_buf *out, nus_sql_err *err) {
     if (to_local(l, prefix, length, &c->scratch[0], 1, err) != 0) return -1;
+    const long weighed = weighed_length(c, l, err);
+    if (weighed < 0) return -1;
+    if (weighed == 0 && c->scratch[0].length != 0) return 0; /* bounds nothing: open */
+    buf_terminate(&c->scratch[0], (size_t)weighed);
     nus_sql_buf *bound = &c->scratch[1];
     size_t room = c->scratch[0].length + 64;
     int n = -1;
