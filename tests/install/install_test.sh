@@ -165,6 +165,20 @@ if [[ -n "$tree32" ]]; then
     fi
 fi
 
+step "SQL extensions"
+# The SQLite extension finds the installed library through its RUNPATH ($ORIGIN/..); the
+# PostgreSQL extension's files go to the server's folders under DESTDIR.
+if [[ -e $tree64/sql/nus_sqlite.so ]]; then
+    expect_output "installed SQLite extension" "STRAßE" env -u LD_LIBRARY_PATH TESSARONDIR="$data" \
+        sqlite3 :memory: ".load $lib64/nus/nus_sqlite" "SELECT nus_upper('straße', 'de_de.utf8');"
+fi
+if [[ -e $tree64/sql/postgres/nus_pg.so ]]; then
+    for f in "$(pg_config --pkglibdir)/nus_pg.so" "$(pg_config --sharedir)/extension/nus.control" \
+             "$(pg_config --sharedir)/extension/nus--1.0.sql"; do
+        [[ -f $dest$f ]] || fail "$f missing"
+    done
+fi
+
 if ((failures)); then
     echo "$failures failure(s)"
     exit 1
