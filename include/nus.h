@@ -1043,6 +1043,49 @@ NU_API nu_wchar *nu_wcspmon1(nu_locale_t handle, const nu_wchar *input, const nu
 /* Characters of the multibyte string s matched at pos (0 for a null or empty s), or -1. */
 NU_API int _nu_compare_wc_to_mb(nu_locale_t handle, const nu_wchar *pos, const char *s);
 
+/* ---------------------------------------------------------------------------------------- */
+/* Formatted number parsing                                                                  */
+/* ---------------------------------------------------------------------------------------- */
+
+/* Reads numbers by a format, the inverse of nu_wcsfnum / nu_mbsfnum, storing each value
+   through the next pointer argument as scanf does.
+   - White space in the format matches any run of the locale's blanks in the input, none
+     included; "%%" and every other character must stand in the input as they are
+     (NU_ENOMATCH otherwise).
+   - A conversion skips the blanks before its field, then reads: a sign (the locale's negative
+     or positive sign string, or an ASCII "-" or "+"); for x and X an optional "0x" or "0X"
+     (after any zeros that pad the field); the digits of the conversion's base (d i u 10,
+     o 8, x X 16, b 2, q 4); for e E f g G a decimal number with the locale's decimal point
+     and an optional exponent ("e" or "E", a sign string or ASCII sign, digits), or "inf",
+     "infinity", "nan" in any case.
+   - With the "'" flag (integers and f) the integer digits may be grouped by the locale's
+     thousands separator; the longest stretch whose groups are right, checked group by group
+     from the units as nu_mbstol does, is taken, and NU_EINVAL is stored when no stretch is.
+     Without the flag separators end the number.
+   - A width is the field's minimum width in display columns as the formatter writes it:
+     blanks padding a left-justified field up to the width are consumed too; a longer number
+     is read whole. Precisions and the flags - + space # 0 are accepted and change nothing.
+   - Targets: int * (unsigned int * for u); with "h" short * (unsigned short *), with "l" or
+     "L" long * (unsigned long *); the floating conversions always store a double *, with or
+     without "l". Every integer conversion but u is signed (the formatter writes a negative
+     argument to x as "-ff"). A value outside its target's range stores NU_ERANGE, as does a
+     floating value beyond the double range; u with a negative sign is out of range.
+   - A "*" in place of the width reads the field and stores nothing (no argument is taken).
+     A null target pointer is skipped. c, s and other conversions are NU_EFORMAT; a format that
+     ends inside a specification NU_EBADFMT.
+   Returns the first input character not consumed, or null with the error stored: NU_EBADARG
+   (null input or format), NU_ENOMATCH (literal text), NU_EFORMAT (no number where the format
+   asks for one, the input ends first, unknown conversion), NU_ERANGE, NU_EINVAL (grouping, or
+   more than 256 integer digits), NU_EBADFMT, NU_EMODIFIER. *converted (when not null) gets the
+   number of values stored, also when the call fails partway; it counts neither "*" fields nor
+   null targets. The multibyte form returns a pointer into its input. */
+NU_API nu_wchar *nu_wcspnum(nu_locale_t handle, const nu_wchar *input, int *converted,
+                            const nu_wchar *format, ...);
+NU_API char *nu_mbspnum(nu_locale_t handle, const char *input, int *converted,
+                        const char *format, ...);
+NU_API nu_wchar *nu_wcspnum1(nu_locale_t handle, const nu_wchar *input, int *converted,
+                             const nu_wchar *format, va_list args);
+
 #ifdef __cplusplus
 }
 #endif
