@@ -433,6 +433,10 @@ NU_API int _nu_lc_short_spec2lc_short_norm(void *handle, const char *spec, char 
    name or number. NU_UNKNOWN_CODESET on failure (NU_EINVAL when a handle is given, or the
    registry lookup's own code). */
 NU_API unsigned int nu_lc_spec2cs_num(void *handle, const char *spec, const char *registry);
+/* The registry's name of a code-set number: the first name the registry lists for it, "c"
+   and "posix" (names of locales) left out, into out (NU_CS_NAME_SIZE bytes): 819 gives
+   "8859-1". 0, or -1 with NU_EINVAL (no name) or NU_EBADFMT (registry unreadable). */
+NU_API int nu_cs_num2cs_name(void *handle, unsigned int number, char *out, const char *registry);
 /* The conversion object file name: `directory` and NU_PATH_MARK when a directory is given,
    the two numbers as eight hexadecimal digits (first, then second), ".cvo". `out` needs the
    directory's length plus 14 bytes. The handle is not used. */
@@ -1042,6 +1046,45 @@ NU_API nu_wchar *nu_wcspmon1(nu_locale_t handle, const nu_wchar *input, const nu
                              va_list args);
 /* Characters of the multibyte string s matched at pos (0 for a null or empty s), or -1. */
 NU_API int _nu_compare_wc_to_mb(nu_locale_t handle, const nu_wchar *pos, const char *s);
+
+/* ---------------------------------------------------------------------------------------- */
+/* Forms of locale specifications                                                            */
+/* ---------------------------------------------------------------------------------------- */
+
+/* The functions below read a specification exactly as nu_lc_spec2lc_fname does: a plain one
+   "ll_tt.codeset[@mod]" (code set by registry name in any case, or by decimal number) or a
+   per-category list "NU_CTYPE = spec ; NU_TIME = spec" (each keyword once, all items of one
+   code-set number, a trailing " ; " allowed). The handle may be null; with one, a failure
+   stores NU_EINVAL, or the registry lookup's own code where it says so. Outputs of the list
+   forms need NU_LC_SPEC_LIST_SIZE bytes. */
+#define NU_LC_SPEC_LIST_SIZE 300
+
+/* 1 when `spec` is a well-formed specification whose code sets the registry knows, else 0. */
+NU_API int nu_is_lc_spec(void *handle, const char *spec, const char *registry);
+/* The short form: every code set written as its decimal number, the rest as given
+   ("de_de.8859-1@euro" gives "de_de.819@euro"); a list keeps its items in the order written,
+   joined by " ; " without a trailing one. 0, or -1. */
+NU_API int nu_lc_spec2lc_short(void *handle, const char *spec, char *out, const char *registry);
+/* The long form: every code set written as its registry name (nu_cs_num2cs_name), the rest
+   as given ("de_de.819@euro" gives "de_de.8859-1@euro"). Takes any form, so short and long
+   convert both ways. 0, or -1 (also when a number has no registry name). */
+NU_API int nu_lc_short2lc_long(void *handle, const char *spec, char *out, const char *registry);
+/* The normal form, the same for every way of writing one locale: language lower case,
+   territory upper case, code set as its number, modifier as given ("DE_de.Latin-1@euro"
+   gives "de_DE.819@euro", the form of nu_lc_fname2lc_spec and nu_lc_pieces2lc_spec). A list
+   is written in category order (CTYPE, COLLATE, NUMERIC, MONETARY, TIME, MESSAGES); a list
+   that names all six categories with one locale is that locale's plain form. 0, or -1. */
+NU_API int nu_lc_spec2lc_norm(void *handle, const char *spec, char *out, const char *registry);
+/* The six per-category specifications of any specification, in normal form, indexed by
+   category number less 2 (NU_CTYPE first, NU_MESSAGES last): a plain specification fills all
+   six, a list the categories it names, the others the empty string. 0, or -1. */
+NU_API int nu_lc_spec2category(void *handle, const char *spec, char (*out)[NU_LC_SPEC_SIZE],
+                               const char *registry);
+/* The normal-form specification of a locale object file name: "de_de/0333euro.lco" (after
+   any directory, its "/" or NU_PATH_MARK) gives "de_DE.819@euro"; a per-category file name
+   as nu_lc_spec2lc_fname writes it gives the normal list. The code set must be one the
+   registry accepts. 0, or -1. */
+NU_API int nu_lc_fname2lc_spec(void *handle, const char *fname, char *out, const char *registry);
 
 /* ---------------------------------------------------------------------------------------- */
 /* Formatted number parsing                                                                  */
