@@ -1048,6 +1048,46 @@ NU_API nu_wchar *nu_wcspmon1(nu_locale_t handle, const nu_wchar *input, const nu
 NU_API int _nu_compare_wc_to_mb(nu_locale_t handle, const nu_wchar *pos, const char *s);
 
 /* ---------------------------------------------------------------------------------------- */
+/* Character maps                                                                            */
+/* ---------------------------------------------------------------------------------------- */
+
+/* A character map: the symbolic names of a code set's characters, as POSIX charmaps give
+   them ("U00C4"), read from a character map object file "xxxx.cmo" (the code-set number in
+   four lower-case hexadecimal digits) made by nus-cmdef. Each character of the map has one
+   symbol and each symbol names one character. The map is data only: it is shared by any
+   number of calls and threads once loaded, and freed by nu_cm_unload. */
+typedef struct nu_cm_rec *nu_cm_t;
+/* The longest symbol, without its angle brackets. */
+#define NU_CM_SYMBOL_MAX 64
+
+/* Loads the map of a code set from `directory` (with the path mark) when it is given and not
+   empty, else along the data-file search (NU_PATH, or nus/cm3 under TESSARONDIR). 0 and *cm,
+   or -1 with the error in the handle: NU_EBADARG (null cm, an unknown code set), NU_ENOFILE,
+   NU_EVERSION (a file of another format version), NU_EBADFILE (malformed: a line out of order,
+   a character twice, a symbol twice, a count that does not match), NU_ENOMEM. */
+NU_API int nu_cm_load(nu_locale_t handle, nu_cm_t *cm, unsigned int codeset,
+                      const char *directory);
+NU_API void nu_cm_unload(nu_cm_t cm);
+/* The number of characters of the map, with its shortest and longest character in bytes
+   (either pointer may be null); -1 for a null map. */
+NU_API int nu_cm_info(nu_cm_t cm, int *min_length, int *max_length);
+/* Writes the multibyte string mbs (length bytes; -1: up to its terminator, as many zero bytes
+   as the map's shortest character) as the symbols of its characters, "<U00C4><U0042>", into
+   out (size bytes, the terminating zero included). The bytes written without the zero, or -1:
+   NU_ENOSYM at a byte sequence the map has no character (so no symbol) for, NU_E2BIG when the
+   output is full, NU_EBADARG, NU_EBADVAL (size below 1, length below -1). On failure out
+   holds the symbols of the characters before the fault, terminated. */
+NU_API int nu_mbstosyms(nu_locale_t handle, nu_cm_t cm, char *out, int size, const char *mbs,
+                        int length);
+/* Reads symbols ("<U00C4><U0042>", nothing between them) back into the characters' bytes,
+   ended by the code set's terminator, into out (size bytes, the terminator included). The
+   bytes written without the terminator, or -1: NU_ENOSYM for a symbol that names no character,
+   NU_EINVAL for text that is not a symbol, NU_E2BIG, NU_EBADARG, NU_EBADVAL (size below the
+   terminator). On failure out holds the characters before the fault and as much of the
+   terminator as fits. */
+NU_API int nu_symstombs(nu_locale_t handle, nu_cm_t cm, char *out, int size, const char *syms);
+
+/* ---------------------------------------------------------------------------------------- */
 /* Forms of locale specifications                                                            */
 /* ---------------------------------------------------------------------------------------- */
 
