@@ -111,7 +111,7 @@ valgrind: build
 # found then go through the library targets of the 32-bit tree's replay program, as the fuzzers
 # themselves run only in the 64-bit tree.
 FUZZ_SECONDS ?= 60
-FUZZ_TARGETS := multi_table registry locale_file cvo_file convert collate numeric strings \
+FUZZ_TARGETS := multi_table registry locale_file cvo_file convert collate numeric strings pnum cm_file \
                 charmap locale_source cvdef
 FUZZ_FLAGS := -rss_limit_mb=2048 -timeout=20 -print_final_stats=1
 fuzz: build

@@ -65,16 +65,16 @@ endif()
 # The tools. nus reaches the shared library through its RUNPATH; the two compilers are linked
 # statically with the library and read their registry and charmap names from share/nus.
 set_target_properties(nus-cli PROPERTIES INSTALL_RPATH "$ORIGIN/../${NUS_INSTALL_LIBDIR}")
-install(TARGETS nus-cli nus-localedef nus-cvdef RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS nus-cli nus-localedef nus-cvdef nus-cmdef RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 file(RELATIVE_PATH NUS_SHARE_FROM_BIN /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_DATADIR}/nus)
-foreach(tool nus-localedef nus-cvdef)
+foreach(tool nus-localedef nus-cvdef nus-cmdef)
     target_compile_definitions(${tool} PRIVATE NUS_INSTALLED_SHARE="${NUS_SHARE_FROM_BIN}")
 endforeach()
 install(FILES ${PROJECT_SOURCE_DIR}/data/registry ${PROJECT_SOURCE_DIR}/data/charmap-names
     ${PROJECT_SOURCE_DIR}/data/locale-modifiers DESTINATION ${CMAKE_INSTALL_DATADIR}/nus)
 
 install(FILES ${PROJECT_SOURCE_DIR}/man/nus.1 ${PROJECT_SOURCE_DIR}/man/nus-localedef.1
-    ${PROJECT_SOURCE_DIR}/man/nus-cvdef.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+    ${PROJECT_SOURCE_DIR}/man/nus-cvdef.1 ${PROJECT_SOURCE_DIR}/man/nus-cmdef.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES ${PROJECT_SOURCE_DIR}/man/libnus.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/ DESTINATION ${NUS_INSTALL_DOCDIR}/examples
     FILES_MATCHING PATTERN "*.c")

@@ -90,6 +90,13 @@ seed("numeric", b"\x01\x40\x01\x05%=*#5n\x01\x02\x03")
 seed("numeric", b"\x02\x40\x02\x02%n1.234,56")
 seed("numeric", b"\x00\x40\x03\x0a\x01\x01\x02\x031.234.567,5")
 seed("numeric", b"\x03\x40\x01\x0a%+(^#3.2i\x05\x05")
+# Character map objects behind an output size, a text and symbols to convert.
+for path in files(os.path.join(data, "nus", "cm3"), ".cmo"):
+    seed("cm_file", b"\x80\x04A\xe9\xa4\x81\x0f<U0041><U00E9>x" + read(path))
+seed("pnum", b"\x00\x01\x12%'d ; %'.2f|%#x %*hd\x201.234.567 ; 8.765,43|0xff 12")
+seed("pnum", b"\x01\x01\x0b%-12lu|%e %%12           |1,5e-3 %")
+for loc in range(4):
+    seed("pnum", bytes([loc, 0, 1, 1, 1, 1, 1, 1, 1, 0x15, 2, 0x87, 0xd6, 0x12, 0x80]))
 for loc in range(5):
     for op in range(6):
         seed("strings", bytes([loc, op, 7, 32, 4]) + b"ab\x82\xa0Gr\xc3\xbc\xc3\x9fe \xa4\xa2 \n\xa1\xa1\x8e\xb1\n")

@@ -433,6 +433,10 @@ NU_API int _nu_lc_short_spec2lc_short_norm(void *handle, const char *spec, char 
    name or number. NU_UNKNOWN_CODESET on failure (NU_EINVAL when a handle is given, or the
    registry lookup's own code). */
 NU_API unsigned int nu_lc_spec2cs_num(void *handle, const char *spec, const char *registry);
+/* The registry's name of a code-set number: the first name the registry lists for it, "c"
+   and "posix" (names of locales) left out, into out (NU_CS_NAME_SIZE bytes): 819 gives
+   "8859-1". 0, or -1 with NU_EINVAL (no name) or NU_EBADFMT (registry unreadable). */
+NU_API int nu_cs_num2cs_name(void *handle, unsigned int number, char *out, const char *registry);
 /* The conversion object file name: `directory` and NU_PATH_MARK when a directory is given,
    the two numbers as eight hexadecimal digits (first, then second), ".cvo". `out` needs the
    directory's length plus 14 bytes. The handle is not used. */
@@ -1042,6 +1046,128 @@ NU_API nu_wchar *nu_wcspmon1(nu_locale_t handle, const nu_wchar *input, const nu
                              va_list args);
 /* Characters of the multibyte string s matched at pos (0 for a null or empty s), or -1. */
 NU_API int _nu_compare_wc_to_mb(nu_locale_t handle, const nu_wchar *pos, const char *s);
+
+/* ---------------------------------------------------------------------------------------- */
+/* Character maps                                                                            */
+/* ---------------------------------------------------------------------------------------- */
+
+/* A character map: the symbolic names of a code set's characters, as POSIX charmaps give
+   them ("U00C4"), read from a character map object file "xxxx.cmo" (the code-set number in
+   four lower-case hexadecimal digits) made by nus-cmdef. Each character of the map has one
+   symbol and each symbol names one character. The map is data only: it is shared by any
+   number of calls and threads once loaded, and freed by nu_cm_unload. */
+typedef struct nu_cm_rec *nu_cm_t;
+/* The longest symbol, without its angle brackets. */
+#define NU_CM_SYMBOL_MAX 64
+
+/* Loads the map of a code set from `directory` (with the path mark) when it is given and not
+   empty, else along the data-file search (NU_PATH, or nus/cm3 under TESSARONDIR). 0 and *cm,
+   or -1 with the error in the handle: NU_EBADARG (null cm, an unknown code set), NU_ENOFILE,
+   NU_EVERSION (a file of another format version), NU_EBADFILE (malformed: a line out of order,
+   a character twice, a symbol twice, a count that does not match), NU_ENOMEM. */
+NU_API int nu_cm_load(nu_locale_t handle, nu_cm_t *cm, unsigned int codeset,
+                      const char *directory);
+NU_API void nu_cm_unload(nu_cm_t cm);
+/* The number of characters of the map, with its shortest and longest character in bytes
+   (either pointer may be null); -1 for a null map. */
+NU_API int nu_cm_info(nu_cm_t cm, int *min_length, int *max_length);
+/* Writes the multibyte string mbs (length bytes; -1: up to its terminator, as many zero bytes
+   as the map's shortest character) as the symbols of its characters, "<U00C4><U0042>", into
+   out (size bytes, the terminating zero included). The bytes written without the zero, or -1:
+   NU_ENOSYM at a byte sequence the map has no character (so no symbol) for, NU_E2BIG when the
+   output is full, NU_EBADARG, NU_EBADVAL (size below 1, length below -1). On failure out
+   holds the symbols of the characters before the fault, terminated. */
+NU_API int nu_mbstosyms(nu_locale_t handle, nu_cm_t cm, char *out, int size, const char *mbs,
+                        int length);
+/* Reads symbols ("<U00C4><U0042>", nothing between them) back into the characters' bytes,
+   ended by the code set's terminator, into out (size bytes, the terminator included). The
+   bytes written without the terminator, or -1: NU_ENOSYM for a symbol that names no character,
+   NU_EINVAL for text that is not a symbol, NU_E2BIG, NU_EBADARG, NU_EBADVAL (size below the
+   terminator). On failure out holds the characters before the fault and as much of the
+   terminator as fits. */
+NU_API int nu_symstombs(nu_locale_t handle, nu_cm_t cm, char *out, int size, const char *syms);
+
+/* ---------------------------------------------------------------------------------------- */
+/* Forms of locale specifications                                                            */
+/* ---------------------------------------------------------------------------------------- */
+
+/* The functions below read a specification exactly as nu_lc_spec2lc_fname does: a plain one
+   "ll_tt.codeset[@mod]" (code set by registry name in any case, or by decimal number) or a
+   per-category list "NU_CTYPE = spec ; NU_TIME = spec" (each keyword once, all items of one
+   code-set number, a trailing " ; " allowed). The handle may be null; with one, a failure
+   stores NU_EINVAL, or the registry lookup's own code where it says so. Outputs of the list
+   forms need NU_LC_SPEC_LIST_SIZE bytes. */
+#define NU_LC_SPEC_LIST_SIZE 300
+
+/* 1 when `spec` is a well-formed specification whose code sets the registry knows, else 0. */
+NU_API int nu_is_lc_spec(void *handle, const char *spec, const char *registry);
+/* The short form: every code set written as its decimal number, the rest as given
+   ("de_de.8859-1@euro" gives "de_de.819@euro"); a list keeps its items in the order written,
+   joined by " ; " without a trailing one. 0, or -1. */
+NU_API int nu_lc_spec2lc_short(void *handle, const char *spec, char *out, const char *registry);
+/* The long form: every code set written as its registry name (nu_cs_num2cs_name), the rest
+   as given ("de_de.819@euro" gives "de_de.8859-1@euro"). Takes any form, so short and long
+   convert both ways. 0, or -1 (also when a number has no registry name). */
+NU_API int nu_lc_short2lc_long(void *handle, const char *spec, char *out, const char *registry);
+/* The normal form, the same for every way of writing one locale: language lower case,
+   territory upper case, code set as its number, modifier as given ("DE_de.Latin-1@euro"
+   gives "de_DE.819@euro", the form of nu_lc_fname2lc_spec and nu_lc_pieces2lc_spec). A list
+   is written in category order (CTYPE, COLLATE, NUMERIC, MONETARY, TIME, MESSAGES); a list
+   that names all six categories with one locale is that locale's plain form. 0, or -1. */
+NU_API int nu_lc_spec2lc_norm(void *handle, const char *spec, char *out, const char *registry);
+/* The six per-category specifications of any specification, in normal form, indexed by
+   category number less 2 (NU_CTYPE first, NU_MESSAGES last): a plain specification fills all
+   six, a list the categories it names, the others the empty string. 0, or -1. */
+NU_API int nu_lc_spec2category(void *handle, const char *spec, char (*out)[NU_LC_SPEC_SIZE],
+                               const char *registry);
+/* The normal-form specification of a locale object file name: "de_de/0333euro.lco" (after
+   any directory, its "/" or NU_PATH_MARK) gives "de_DE.819@euro"; a per-category file name
+   as nu_lc_spec2lc_fname writes it gives the normal list. The code set must be one the
+   registry accepts. 0, or -1. */
+NU_API int nu_lc_fname2lc_spec(void *handle, const char *fname, char *out, const char *registry);
+
+/* ---------------------------------------------------------------------------------------- */
+/* Formatted number parsing                                                                  */
+/* ---------------------------------------------------------------------------------------- */
+
+/* Reads numbers by a format, the inverse of nu_wcsfnum / nu_mbsfnum, storing each value
+   through the next pointer argument as scanf does.
+   - White space in the format matches any run of the locale's blanks in the input, none
+     included; "%%" and every other character must stand in the input as they are
+     (NU_ENOMATCH otherwise).
+   - A conversion skips the blanks before its field, then reads: a sign (the locale's negative
+     or positive sign string, or an ASCII "-" or "+"); for x and X an optional "0x" or "0X"
+     (after any zeros that pad the field); the digits of the conversion's base (d i u 10,
+     o 8, x X 16, b 2, q 4); for e E f g G a decimal number with the locale's decimal point
+     and an optional exponent ("e" or "E", a sign string or ASCII sign, digits), or "inf",
+     "infinity", "nan" in any case.
+   - With the "'" flag (integers and f) the integer digits may be grouped by the locale's
+     thousands separator; the longest stretch whose groups are right, checked group by group
+     from the units as nu_mbstol does, is taken, and NU_EINVAL is stored when no stretch is.
+     Without the flag separators end the number.
+   - A width is the field's minimum width in display columns as the formatter writes it:
+     blanks padding a left-justified field up to the width are consumed too; a longer number
+     is read whole. Precisions and the flags - + space # 0 are accepted and change nothing.
+   - Targets: int * (unsigned int * for u); with "h" short * (unsigned short *), with "l" or
+     "L" long * (unsigned long *); the floating conversions always store a double *, with or
+     without "l". Every integer conversion but u is signed (the formatter writes a negative
+     argument to x as "-ff"). A value outside its target's range stores NU_ERANGE, as does a
+     floating value beyond the double range; u with a negative sign is out of range.
+   - A "*" in place of the width reads the field and stores nothing (no argument is taken).
+     A null target pointer is skipped. c, s and other conversions are NU_EFORMAT; a format that
+     ends inside a specification NU_EBADFMT.
+   Returns the first input character not consumed, or null with the error stored: NU_EBADARG
+   (null input or format), NU_ENOMATCH (literal text), NU_EFORMAT (no number where the format
+   asks for one, the input ends first, unknown conversion), NU_ERANGE, NU_EINVAL (grouping, or
+   more than 256 integer digits), NU_EBADFMT, NU_EMODIFIER. *converted (when not null) gets the
+   number of values stored, also when the call fails partway; it counts neither "*" fields nor
+   null targets. The multibyte form returns a pointer into its input. */
+NU_API nu_wchar *nu_wcspnum(nu_locale_t handle, const nu_wchar *input, int *converted,
+                            const nu_wchar *format, ...);
+NU_API char *nu_mbspnum(nu_locale_t handle, const char *input, int *converted,
+                        const char *format, ...);
+NU_API nu_wchar *nu_wcspnum1(nu_locale_t handle, const nu_wchar *input, int *converted,
+                             const nu_wchar *format, va_list args);
 
 #ifdef __cplusplus
 }

@@ -70,8 +70,18 @@ using ItemNames = const char *[7];
 // Walks a per-category specification (it begins with a keyword), writing its file name to
 // `out` (lc_fname_size(directory) bytes). All items must name one code set, stored in
 // *number. false on any fault.
+struct Visit {
+    nus::names::ItemVisitor visit;
+    void *context;
+    void operator()(int keyword, const char *piece, const char *end, unsigned number) const {
+        if (visit != nullptr)
+            visit(context, {keyword, piece, static_cast<size_t>(end - piece), number});
+    }
+};
+
 bool walk_items(void *handle, const char *text, char *out, const char *registry,
-                const char *directory, LastItem rule, unsigned *number, ItemNames *names) {
+                const char *directory, LastItem rule, unsigned *number, ItemNames *names,
+                Visit visit = {}) {
     bool seen[7] = {};
     bool first = true;
     for (;;) {
@@ -87,7 +97,9 @@ bool walk_items(void *handle, const char *text, char *out, const char *registry,
         out = put_mark(out, directory);
         if (names != nullptr) (*names)[keyword] = out;
         unsigned item_number = kUnknownCodeset;
+        const char *piece = text;
         if (_nu_is_xopen_spec(handle, &text, &out, &item_number, registry) == 0) return false;
+        visit(keyword, piece, text, item_number);
         if (first) *number = item_number;
         else if (item_number != *number) return false;
         first = false;
@@ -108,7 +120,7 @@ bool walk_items(void *handle, const char *text, char *out, const char *registry,
 
 // The file name of a plain or per-category specification; error 7 on any fault.
 int spec_to_fname(void *handle, const char *spec, char *out, const char *registry,
-                  const char *directory, ItemNames *names) {
+                  const char *directory, ItemNames *names, Visit visit = {}) {
     if (spec == nullptr || out == nullptr) {
         nus::set_error_if(handle, NU_EINVAL);
         return -1;
@@ -118,12 +130,13 @@ int spec_to_fname(void *handle, const char *spec, char *out, const char *registr
     bool ok;
     if (_nu_is_category(copy.text, nullptr) != 0) {
         ok = walk_items(handle, copy.text, out, registry, directory, LastItem::may_end_text,
-                        &number, names);
+                        &number, names, visit);
     } else {
         // A plain specification takes no directory: that is for per-category names only.
         const char *text = copy.text;
         char *end = out;
         ok = _nu_is_xopen_spec(handle, &text, &end, &number, registry) != 0 && *text == '\0';
+        if (ok) visit(0, copy.text, text, number);
     }
     if (!ok) {
         nus::set_error_if(handle, NU_EINVAL);   // overrides the registry's own code
@@ -155,6 +168,12 @@ int fail(void *handle) {
 }
 
 } // namespace
+
+int nus::names::walk_spec(void *handle, const char *spec, const char *registry,
+                          ItemVisitor visit, void *context) {
+    char name[NU_LC_FNAME_SIZE(0)];
+    return spec_to_fname(handle, spec, name, registry, nullptr, nullptr, Visit{visit, context});
+}
 
 void pathcat_mark(char *out, const char *directory) {
     if (out == nullptr) return;

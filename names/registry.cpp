@@ -378,3 +378,52 @@ NU_EXPORT int _nu_all_decimal_digits(const char *text) {
     }
     return 1;
 }
+
+// "c" and "posix" name locales rather than code sets: a code set's name is never one of them.
+static bool names_a_locale(const char *name) {
+    return std::strcmp(name, "c") == 0 || std::strcmp(name, "posix") == 0;
+}
+
+NU_EXPORT int nu_cs_num2cs_name(void *handle, unsigned int number, char *out,
+                                const char *registry) {
+    if (out == nullptr || number >= 0x10000 || number == kUnknownCodeset) {
+        nus::set_error_if(handle, NU_EINVAL);
+        return -1;
+    }
+    auto found = [&](const char *name) {
+        std::memcpy(out, name, std::strlen(name) + 1);
+        return 0;
+    };
+    if (nus_registry_list_cache != nullptr) {
+        for (const nu_registry_node *n = nus_registry_list_cache; n != nullptr; n = n->next)
+            if (n->number == number && !names_a_locale(n->name)) return found(n->name);
+    } else if (nus_registry_array_cache != nullptr) {
+        for (const nu_registry_entry *e = nus_registry_array_cache; e->name != nullptr; ++e)
+            if (e->number == number && !names_a_locale(e->name)) return found(e->name);
+    } else {
+        FILE *stream = open_registry(handle, registry);
+        if (stream == nullptr) {
+            if (handle != nullptr && *_nu_ext_errno(handle) != NU_ENOMEM)
+                nus::set_error(handle, NU_EBADFMT);
+            return -1;
+        }
+        char name[kNameSize];
+        bool damaged = false;
+        while (_nu_next_cs_name_from_registry(stream, name, kNameSize) != 0) {
+            const unsigned n = _nu_next_cs_number_from_registry(handle, stream);
+            if (n == kUnknownCodeset) {
+                damaged = true;   // NU_EBADFILE stored
+                break;
+            }
+            if (n == number && !names_a_locale(name)) {
+                std::fclose(stream);
+                return found(name);
+            }
+            if (!skip_line(stream)) break;
+        }
+        std::fclose(stream);
+        if (damaged) return -1;
+    }
+    nus::set_error_if(handle, NU_EINVAL);
+    return -1;
+}

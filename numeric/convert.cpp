@@ -333,30 +333,57 @@ int wcsdigits_to_str(nu_locale_rec *h, const nu_wchar **pos, char **cursor, char
         }
     }
     if (q == p) return -1;
+    const int n = ungroup_digits(p, q, g, sep, 10, *cursor, static_cast<int>(limit - *cursor));
+    if (n == -1) return -1;
+    if (n < 0) {
+        set_error(h, NU_EINVAL);
+        return -1;
+    }
+    *cursor += n;
+    *pos = q;
+    return 0;
+}
+
+int digit_value(nu_wchar wc) {
+    if (wc >= '0' && wc <= '9') return static_cast<int>(wc - '0');
+    if (wc >= 'a' && wc <= 'z') return static_cast<int>(wc - 'a' + 10);
+    if (wc >= 'A' && wc <= 'Z') return static_cast<int>(wc - 'A' + 10);
+    return 99;
+}
+
+int ungroup_digits(const nu_wchar *p, const nu_wchar *q, const Grouping &g, const nu_wchar *sep,
+                   int base, char *out, int room) {
     char reversed[kBufferChars + 2];
     int n = 0, index = 0, in_group = 0;
     int size = g.count > 0 ? g.sizes[0] : 0;
     for (const nu_wchar *r = q - 1; r >= p; --r) {
-        if (!c_isdigit(static_cast<int>(*r > 0xFF ? 0 : *r))) return -1;
+        if (digit_value(*r) >= base) return -1;
+        if (n >= kBufferChars) return -2;
         reversed[n++] = static_cast<char>(*r);
         if (size <= 0 || ++in_group < size || r == p) continue;
         const int s = match_backward(p, r - 1, sep);
-        if (s == 0) {
-            set_error(h, NU_EINVAL);
-            return -1;
-        }
+        if (s == 0) return -2;
         r -= s;
         in_group = 0;
         if (index < g.count - 1) ++index;
         size = g.sizes[index];
     }
-    if (*cursor + n > limit) {
-        set_error(h, NU_EINVAL);
-        return -1;
-    }
-    while (n > 0) *(*cursor)++ = reversed[--n];
-    *pos = q;
-    return 0;
+    if (n > room) return -2;
+    for (int i = 0; i < n; ++i) out[i] = reversed[n - 1 - i];
+    return n;
+}
+
+double text_to_double(char *text, char **stop) {
+    double value;
+    *stop = text + std::strlen(text);
+    // Short texts are read exactly without the system conversion (the same double).
+    if (fast_decimal(text, &value)) return value;
+    // The system conversion reads the decimal mark of the process's locale: the text is
+    // given that mark when it differs.
+    const int mark = nu_getDecimalCharIndex(text);
+    const char process_point = *std::localeconv()->decimal_point;
+    if (mark >= 0 && text[mark] != process_point) text[mark] = process_point;
+    return std::strtod(text, stop);
 }
 
 int wcsfracdigits_to_str(nu_locale_rec *h, const nu_wchar **pos, char **cursor, char *limit,
@@ -476,17 +503,8 @@ NU_EXPORT double nu_wcstod_num_mon(nu_locale_t h, const nu_wchar *ws, nu_wchar *
     nus::num::wcsfracdigits_to_str(h, &p, &cursor, limit, monetary);
     *cursor = 0;
     errno = 0;
-    double value;
     char *stop = cursor;
-    // Short texts are read exactly without the system conversion (the same double).
-    if (!nus::num::fast_decimal(buffer, &value)) {
-        // The system conversion reads the decimal mark of the process's locale: the text is
-        // given that mark when it differs.
-        const int mark = nu_getDecimalCharIndex(buffer);
-        const char process_point = *std::localeconv()->decimal_point;
-        if (mark >= 0 && buffer[mark] != process_point) buffer[mark] = process_point;
-        value = std::strtod(buffer, &stop);
-    }
+    const double value = nus::num::text_to_double(buffer, &stop);
     if (stop == buffer && buffer[0] != 0) nus::set_error(h, NU_ENOMATCH);
     if (end != nullptr && stop != nullptr) *end = const_cast<nu_wchar *>(p);
     return value;

@@ -105,6 +105,19 @@ void str_reverse(const char *source, char *destination);
 void add_grp_sep(nu_locale_rec *h, nu_wchar *digits, int length, int negative);
 int wcsdigits_to_str(nu_locale_rec *h, const nu_wchar **pos, char **cursor, char *limit,
                      int monetary, int grouping);
+// The value of an ASCII digit or letter as a digit ('a' and 'A' are 10); 99 for others.
+int digit_value(nu_wchar wc);
+// The digits of the grouped text [p, q) in `base`, checked group by group from the right as
+// the integer conversions check them (G1 next to the units, the next size after each
+// separator while the list has one, a size of 0 or less ends the grouping), written without
+// separators, most significant first, to out (room bytes): their count; -1 when a character
+// there is no digit of the base; -2 when a separator is missing where a group ends or the
+// digits do not fit (at most 256).
+int ungroup_digits(const nu_wchar *p, const nu_wchar *q, const Grouping &g, const nu_wchar *sep,
+                   int base, char *out, int room);
+// A plain decimal text (C locale; '.' as its mark) as a double, the way the conversions to
+// double read it; *stop is where the reading stopped. The text's mark may be rewritten.
+double text_to_double(char *text, char **stop);
 int wcsfracdigits_to_str(nu_locale_rec *h, const nu_wchar **pos, char **cursor, char *limit,
                          int monetary);
 

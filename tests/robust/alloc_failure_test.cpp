@@ -334,6 +334,29 @@ TEST_F(AllocFailure, ConversionOpen) {
     });
 }
 
+TEST_F(AllocFailure, CharacterMapLoad) {
+    nu_locale_t h = nullptr;
+    ASSERT_EQ(nu_create_null_locale_4(&h), 0);
+    for (unsigned number : {0x0333u, 0xe006u}) {
+        sweep("nu_cm_load " + std::to_string(number), [h, number] {
+            *_nu_ext_errno(h) = 0;
+            nu_cm_t cm = nullptr;
+            Outcome out;
+            if (nu_cm_load(h, &cm, number, nullptr) != 0) {
+                out.code = *_nu_ext_errno(h);
+                return out;
+            }
+            char symbols[64] = {};
+            out.print = std::to_string(nu_cm_info(cm, nullptr, nullptr)) + " " +
+                        std::to_string(nu_mbstosyms(h, cm, symbols, sizeof symbols, "Ab", -1)) +
+                        symbols;
+            nu_cm_unload(cm);
+            return out;
+        }, 4);
+    }
+    nu_lc_unload(h);
+}
+
 // Comparison, sort keys and formatting work in place up to a fixed size and take memory
 // above it: long strings in each locale kind, with a handle loaded before the sweep.
 TEST_F(AllocFailure, LongStringsInCollationAndFormatting) {

@@ -17,7 +17,7 @@ namespace nus_cli {
 namespace {
 
 constexpr const char *kHelp =
-    "Usage: nus check (-l LOCALE | --codeset CS) [--width] [FILE...]\n"
+    "Usage: nus check (-l LOCALE | --codeset CS) [--width] [--symbols] [FILE...]\n"
     "Check that the FILEs (standard input with none or with -) are valid text in the code set\n"
     "of LOCALE, or of CS (through the first installed locale of that code set). Each invalid\n"
     "or truncated sequence is reported on stderr as\n"
@@ -30,6 +30,10 @@ constexpr const char *kHelp =
     "  -w, --width          print each line's display width in columns, a tab and the line;\n"
     "                       characters without a width (controls such as tab) count 0, and\n"
     "                       a line with an invalid sequence shows '-'\n"
+    "  -s, --symbols        print each line as the symbols of its characters (<U00C4>),\n"
+    "                       from the character map of the code set (nus/cm3/xxxx.cmo);\n"
+    "                       with --width after the width and a tab; a line with an invalid\n"
+    "                       sequence or a character without a symbol shows '-'\n"
     "  -h, --help           show this help\n\n"
     "Exit status: 0 all valid, 1 something invalid (or an unknown locale or unreadable file),\n"
     "2 usage error.\n";
@@ -62,8 +66,9 @@ std::string locale_file_for(unsigned int number) {
 
 class Checker {
 public:
-    Checker(Locale &locale, std::string codeset, bool width, Output &out)
-        : locale_(locale), codeset_(std::move(codeset)), width_(width), out_(out),
+    Checker(Locale &locale, std::string codeset, bool width, nu_cm_t symbols, Output &out)
+        : locale_(locale), codeset_(std::move(codeset)), width_(width), symbols_(symbols),
+          out_(out),
           terminator_(static_cast<std::size_t>(std::max(nu_mb_loc_min(locale), 1))) {}
 
     int run(std::FILE *stream, const char *name);
@@ -80,6 +85,7 @@ private:
     Locale &locale_;
     std::string codeset_;
     bool width_;
+    nu_cm_t symbols_;
     Output &out_;
     std::size_t terminator_;
     std::string scratch_;
@@ -156,7 +162,23 @@ int Checker::run(std::FILE *stream, const char *name) {
             const std::string w = valid ? std::to_string(line_width(line, length)) : "-";
             out_.write(w);
             out_.write("\t", 1);
-            out_.write(buffer, length);
+            if (symbols_ == nullptr) {
+                out_.write(buffer, length);
+                out_.write("\n", 1);
+            }
+        }
+        if (symbols_ != nullptr) {
+            scratch_.assign(length * (NU_CM_SYMBOL_MAX + 2) + 1, '\0');
+            const int n = valid ? nu_mbstosyms(locale_, symbols_, scratch_.data(),
+                                               static_cast<int>(scratch_.size()), buffer,
+                                               static_cast<int>(length))
+                                : -1;
+            if (valid && n < 0) {
+                status = kDataError;
+                report(kDataError, "%sline %llu: a character without a symbol in %s",
+                       prefix.c_str(), number, codeset_.c_str());
+            }
+            out_.write(n >= 0 ? scratch_.c_str() : "-", n >= 0 ? static_cast<std::size_t>(n) : 1);
             out_.write("\n", 1);
         }
         offset += static_cast<unsigned long long>(got);
@@ -177,17 +199,19 @@ int run_check(int argc, char **argv) {
         {"locale", required_argument, nullptr, 'l'},
         {"codeset", required_argument, nullptr, 'C'},
         {"width", no_argument, nullptr, 'w'},
+        {"symbols", no_argument, nullptr, 's'},
         {nullptr, 0, nullptr, 0}};
     const char *spec = nullptr;
     const char *codeset = nullptr;
-    bool width = false;
+    bool width = false, symbols = false;
     start_options();
     int option;
-    while ((option = getopt_long(argc, argv, ":l:w", kOptions, nullptr)) != -1) {
+    while ((option = getopt_long(argc, argv, ":l:ws", kOptions, nullptr)) != -1) {
         switch (option) {
         case 'l': spec = optarg; break;
         case 'C': codeset = optarg; break;
         case 'w': width = true; break;
+        case 's': symbols = true; break;
         default: return option_error(option, argv);
         }
     }
@@ -196,8 +220,9 @@ int run_check(int argc, char **argv) {
 
     std::string file;
     std::string name;
+    unsigned int number = NU_UNKNOWN_CODESET;
     if (codeset != nullptr) {
-        const unsigned int number = nu_lc_spec2cs_num(nullptr, codeset, nullptr);
+        number = nu_lc_spec2cs_num(nullptr, codeset, nullptr);
         if (number == NU_UNKNOWN_CODESET) return report(kDataError, "unknown code set '%s'", codeset);
         file = locale_file_for(number);
         if (file.empty())
@@ -207,11 +232,25 @@ int run_check(int argc, char **argv) {
         name = codeset;
     } else {
         name = locale_codeset(spec);
+        // A locale name, or a locale file name ("ll_tt/xxxx.lco") through its normal form.
+        char normal[NU_LC_SPEC_LIST_SIZE];
+        number = nu_lc_spec2cs_num(nullptr, spec, nullptr);
+        if (number == NU_UNKNOWN_CODESET && nu_lc_fname2lc_spec(nullptr, spec, normal, nullptr) == 0)
+            number = nu_lc_spec2cs_num(nullptr, normal, nullptr);
     }
     Locale locale;
     if (!locale.load(spec)) return kDataError;
+    nu_cm_t map = nullptr;
+    if (symbols && nu_cm_load(locale, &map, number, nullptr) != 0) {
+        return report(kDataError, "no character map for %s (nus/cm3 under %s): error %d",
+                      name.c_str(), data_root().c_str(), locale.error());
+    }
+    struct Unload {
+        nu_cm_t map;
+        ~Unload() { nu_cm_unload(map); }
+    } unload{map};
     Output out;
-    Checker checker(locale, name, width, out);
+    Checker checker(locale, name, width, map, out);
     int status = for_each_input(argc - optind, argv + optind, [&](std::FILE *stream, const char *input) {
         return checker.run(stream, input);
     });

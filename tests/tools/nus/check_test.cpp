@@ -67,7 +67,7 @@ TEST(NusCheck, UsageErrorsAndUnknownNames) {
     EXPECT_EQ(r.err, "nus: check: option '--codeset' needs an argument\nTry 'nus check --help'.\n");
     r = nus({"check", "--help"});
     EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out.rfind("Usage: nus check (-l LOCALE | --codeset CS) [--width] [FILE...]\n", 0), 0u);
+    EXPECT_EQ(r.out.rfind("Usage: nus check (-l LOCALE | --codeset CS) [--width] [--symbols] [FILE...]\n", 0), 0u);
 
     r = nus({"check", "--codeset", "klingon"});
     EXPECT_EQ(r.status, 1);
