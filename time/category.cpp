@@ -414,7 +414,11 @@ NU_EXPORT int _nu_read_time(FILE *stream, nu_locale_t h, int *error) {
         return -1;
     }
     fill_unused_slots(t);
-    nus::free_ltime(h);
+    // A record copied from another handle belongs to that one: it is only let go of.
+    int32_t &borrowed = h->borrowed[nus::cat_index(NU_TIME)];
+    if (borrowed != 0) nus::free_era_cache(h);
+    else nus::free_ltime(h);
+    borrowed = 0;
     h->time = t;
     return 0;
 }

@@ -472,9 +472,21 @@ TEST(TimeCategory, PerCategoryLoadsCopiesAndRelease) {
     EXPECT_EQ(nu_copy_cat(copy, ja, NU_TIME), -1);
     EXPECT_EQ(*_nu_ext_errno(copy), NU_ECOPY);
     const std::string month = str(nu_nl_langinfo(ja, 26));
+    // A section read over the shared record replaces it without freeing the owner's.
+    ASSERT_EQ(read_section(copy, time_section(fixture_text("xx_yy/0333.lco"))), 0);
+    EXPECT_EQ(str(nu_nl_langinfo(copy, 46)), "DECEMBER");
     nu_free_nonshared_loc(copy);
     EXPECT_EQ(str(nu_nl_langinfo(ja, 26)), month);
     EXPECT_NE(ja.h->time.era_cache, nullptr);   // freed with its handle
+    // The code sets of the categories must agree: TIME's is compared with CTYPE's.
+    char latin1[NU_LC_FNAME_SIZE(0)];
+    ASSERT_EQ(nu_lc_spec2lc_fname(&scratch, "de_de.8859-1", latin1, nullptr, nullptr), 0);
+    nu_locale_t mixed = nullptr;
+    ASSERT_EQ(nu_create_null_locale_4(&mixed), 0);
+    nu_destroystring(nu_setlocale_4(mixed, NU_CTYPE, latin1));
+    EXPECT_EQ(nu_copy_cat(mixed, ja, NU_TIME), 0);
+    EXPECT_EQ(*_nu_ext_errno(mixed), NU_ECODESET);
+    nu_free_nonshared_loc(mixed);
     EXPECT_EQ(str(nu_nl_langinfo(ja, 73)), "gregorian\n");
 }
 
