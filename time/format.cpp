@@ -10,7 +10,6 @@
 // conversion, a modifier the conversion does not take and a field out of range are errors
 // instead of text.
 #include "time/timefmt.h"
-#include "numeric/numeric.h"
 
 #include <climits>
 
@@ -83,23 +82,34 @@ public:
     ByteOut(nu_locale_rec *h, char *out, long size)
         : h_(h), out_(reinterpret_cast<unsigned char *>(out)), size_(size),
           term_(h->single_byte ? 1 : (nu_mb_loc_min(h) > 0 ? nu_mb_loc_min(h) : 1)),
-          ascii_(h->single_byte || (h->ascii_direct && term_ == 1)) {}
+          ascii_(h->single_byte || (h->ascii_direct && term_ == 1)),
+          split_(h->companion_flag[cat_index(NU_CTYPE)] == 0) {}
     bool put(nu_wchar c) {
+        if (c < 0x80 && ascii_) {
+            if (!room(1)) return false;
+            if (out_ != nullptr) out_[n_] = static_cast<unsigned char>(c);
+            ++n_;
+            return true;
+        }
         unsigned char b[4];
         int k;
-        if (c < 0x80 && ascii_) {
-            b[0] = static_cast<unsigned char>(c);
-            k = 1;
-        } else if (h_->single_byte) {
+        if (h_->single_byte) {
             if (c > 0xFF) return fail(h_, NU_EILSEQ) == 0;
             b[0] = static_cast<unsigned char>(c);
             k = 1;
+        } else if (split_) {
+            // Every character here was decoded from the caller's format or the locale's
+            // strings (or case-mapped by the locale): its bytes are the character itself.
+            k = encoded_length(c, term_);
+            if (k == 0) return fail(h_, NU_EILSEQ) == 0;
+            for (int i = 0; i < k; ++i) b[i] = static_cast<unsigned char>(c >> (8 * (k - 1 - i)));
         } else {
             k = encode(h_, b, c);
             if (k < 0) return false;
         }
         if (!room(k)) return false;
-        if (out_ != nullptr) std::memcpy(out_ + n_, b, static_cast<size_t>(k));
+        if (out_ != nullptr)
+            for (int i = 0; i < k; ++i) out_[n_ + i] = b[i];
         n_ += k;
         return true;
     }
@@ -141,6 +151,7 @@ private:
     long n_ = 0;
     int term_;
     bool ascii_;
+    bool split_;   // wide characters are their bytes (not code points of the companion)
 };
 
 // Characters only: the length of a composite conversion before its width is applied.
@@ -580,7 +591,7 @@ NU_EXPORT int nu_mbsftime(nu_locale_t h, char *out, int size, const char *format
                           const nu_time_rec *t) {
     if (nus::no_handle(h) || nus::missing(h, format, t)) return -1;
     if (size < 0) return fail(h, NU_EBADVAL);
-    const nus::num::WideText<64> wide_format(h, format);
+    const Widened<64> wide_format(h, format);
     if (wide_format.no_memory()) return fail(h, NU_ENOMEM);
     if (wide_format.get() == nullptr) return -1;
     ByteOut o(h, size == 0 ? nullptr : out, size);

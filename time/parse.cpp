@@ -9,7 +9,6 @@
 // answers with the shortest name that is a prefix of the text, every name of the kind is then
 // tried for a longer match ("June" is taken whole, not as "Jun" followed by "e").
 #include "time/timefmt.h"
-#include "numeric/numeric.h"
 
 #include <climits>
 
@@ -85,19 +84,41 @@ private:
         while (*in_ != 0 && is_space(h_, *in_)) ++in_;
     }
 
+    // One character of the input against one of a name, without regard to case: ASCII
+    // directly, others through the locale's case maps, lower and then upper case (final and
+    // medial sigma lower differently but upper alike).
     bool eq_fold(nu_wchar a, nu_wchar b) const {
-        // Upper case too: final and medial sigma lower differently but upper alike.
-        return a == b || to_lower(h_, a) == to_lower(h_, b) || to_upper(h_, a) == to_upper(h_, b);
+        if (a == b) return true;
+        if (a < 0x80 && b < 0x80) return ((a ^ b) == 0x20) && ((a | 0x20) - 'a' < 26u);
+        return to_lower(h_, a) == to_lower(h_, b) || to_upper(h_, a) == to_upper(h_, b);
     }
 
     // Characters of `name` matched at the input without regard to case; 0 when it does not
     // match or is empty. Blanks that begin a name (" 3月") are taken as already skipped.
     int match_at(const nu_wchar *name) const {
         while (*name != 0 && is_space(h_, *name)) ++name;
+        if (*name == 0 || !first_may_match(name[0])) return 0;
         int i = 0;
         for (; name[i] != 0; ++i)
             if (in_[i] == 0 || !eq_fold(in_[i], name[i])) return 0;
         return i;
+    }
+
+    // The first input character in both cases, made once per name lookup: most names differ
+    // from the input in their first character, which is then told without a case map.
+    void fold_first() {
+        first_ = *in_;
+        first_lower_ = first_ < 0x80 ? (first_ | ((first_ - 'A' < 26u) ? 0x20 : 0)) : to_lower(h_, first_);
+        first_upper_ = first_ < 0x80 ? (first_ & ~((first_ - 'a' < 26u) ? 0x20u : 0u)) : to_upper(h_, first_);
+    }
+    bool first_may_match(nu_wchar c) const {
+        if (c == first_ || c == first_lower_ || c == first_upper_) return true;
+        if (c < 0x80) {
+            // ASCII against ASCII was settled above; against a character beyond it only a
+            // case map can tell (the Kelvin sign lowers to "k").
+            if (first_ < 0x80) return false;
+        }
+        return to_lower(h_, c) == first_lower_ || to_upper(h_, c) == first_upper_;
     }
 
     // The longest of `count` names (given by `name(i)`) at the input. The cache of `kind`
@@ -109,6 +130,7 @@ private:
         int best = -1, best_length = 0;
         int len = 0;
         uint32_t value = 0;
+        fold_first();
         const nu_wc_cache_node *root = h_->time.wc_cache[kind];
         if (root != nullptr && _nu_validate_wc_string(h_, root, in_, &len, &value) == 0 &&
             len > 0) {
@@ -484,6 +506,7 @@ private:
         const TimeFields &t = h_->time;
         skip_space();
         if (era_fixed_ >= 0) {
+            fold_first();
             const int length = match_at(wide(t.eras[era_fixed_].name));
             if (length == 0) return fail(h_, NU_EPERA);
             in_ += length;
@@ -527,6 +550,7 @@ private:
     const nu_wchar *in_;
     Found v_;
     int era_fixed_ = -1;
+    nu_wchar first_ = 0, first_lower_ = 0, first_upper_ = 0;
 };
 
 // The parsed fields put together into a Gregorian value.
@@ -644,8 +668,8 @@ NU_EXPORT nu_wchar *nu_wcsptime(nu_locale_t h, const nu_wchar *text, const nu_wc
 NU_EXPORT char *nu_mbsptime(nu_locale_t h, const char *text, const char *format,
                             nu_time_rec *t) {
     if (nus::no_handle(h) || nus::missing(h, text, format, t)) return nullptr;
-    const nus::num::WideText<64> wide_text(h, text);
-    const nus::num::WideText<64> wide_format(h, format);
+    const Widened<128> wide_text(h, text);
+    const Widened<64> wide_format(h, format);
     if (wide_text.no_memory() || wide_format.no_memory()) {
         nus::set_error(h, NU_ENOMEM);
         return nullptr;
@@ -653,7 +677,5 @@ NU_EXPORT char *nu_mbsptime(nu_locale_t h, const char *text, const char *format,
     if (wide_text.get() == nullptr || wide_format.get() == nullptr) return nullptr;
     const nu_wchar *end = parse(h, wide_text.get(), wide_format.get(), t);
     if (end == nullptr) return nullptr;
-    const long consumed = end - wide_text.get();
-    if (h->single_byte) return const_cast<char *>(text) + consumed;
-    return const_cast<char *>(nus::num::step_chars(h, text, consumed));
+    return const_cast<char *>(text) + wide_text.offset(end - wide_text.get());
 }

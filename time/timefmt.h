@@ -100,4 +100,63 @@ int check_date(const nu_time_rec &t);        // year 1 to 9999, month, day of mo
 // Days from 1970-01-01 of a valid Gregorian date (full year, month from 0, day).
 int64_t epoch_days(int year, int month, int mday);
 
+// A null-terminated multibyte string of the handle's code set as wide characters, with the
+// byte offset of each (for the parser's stopping point): on the stack up to N characters, from
+// the library allocator above. One decoding pass in code sets whose terminator is one byte
+// (a string of n bytes has at most n characters); the others are measured first.
+template <size_t N>
+class Widened {
+public:
+    Widened(nu_locale_rec *h, const char *s) : size_(capacity(h, s)), wide_(size_), offsets_(size_) {
+        if (size_ == 0 || !wide_.ok() || !offsets_.ok()) return;
+        nu_wchar *w = wide_.data();
+        int32_t *o = offsets_.data();
+        const auto *p = reinterpret_cast<const unsigned char *>(s);
+        size_t k = 0, at = 0;
+        if (h->single_byte) {
+            for (; p[at] != 0; ++at, ++k) {
+                w[k] = p[at];
+                o[k] = static_cast<int32_t>(at);
+            }
+        } else {
+            const int m = nu_mb_loc_min(h) > 0 ? nu_mb_loc_min(h) : 1;
+            for (;;) {
+                int zeros = 0;
+                while (zeros < m && p[at + static_cast<size_t>(zeros)] == 0) ++zeros;
+                if (zeros == m) break;   // the terminator
+                if (k + 1 >= size_) return;   // cannot happen: the capacity bounds it
+                const Walk step = walk(h->ctype.class_table, p + at, 4);
+                if (step.status != 0) {
+                    set_error(h, step.status);
+                    return;
+                }
+                w[k] = step.wc;
+                o[k++] = static_cast<int32_t>(at);
+                at += static_cast<size_t>(step.length);
+            }
+        }
+        w[k] = 0;
+        o[k] = static_cast<int32_t>(at);
+        text_ = w;
+        at_ = o;
+    }
+    // Null when the text does not decode (error stored) or memory was short (no_memory()).
+    const nu_wchar *get() const { return text_; }
+    bool no_memory() const { return size_ != 0 && (!wide_.ok() || !offsets_.ok()); }
+    // The byte offset of character k (k up to the character count).
+    long offset(long k) const { return at_[k]; }
+
+private:
+    static size_t capacity(nu_locale_rec *h, const char *s) {
+        if (h->single_byte || nu_mb_loc_min(h) <= 1) return std::strlen(s) + 1;
+        const int n = _nu_im_mbslen(h, reinterpret_cast<const unsigned char *>(s));
+        return n < 0 ? 0 : static_cast<size_t>(n) + 1;
+    }
+    size_t size_;
+    Scratch<nu_wchar, N> wide_;
+    Scratch<int32_t, N> offsets_;
+    const nu_wchar *text_ = nullptr;
+    const int32_t *at_ = nullptr;
+};
+
 } // namespace nus::tm
