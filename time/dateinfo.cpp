@@ -40,7 +40,10 @@ const EraSpan *era_spans(nu_locale_rec *h) {
         t.era_cache_count = 0;
     }
     auto *spans = alloc_array<EraSpan>(static_cast<size_t>(t.era_count));
-    if (spans == nullptr) return nullptr;
+    if (spans == nullptr) {
+        set_error(h, NU_ENOMEM);
+        return nullptr;
+    }
     // Dates as the source writes them: there is no year 0, so year -1 is the year before 1
     // (the proleptic year 0 of the comparisons).
     auto convert = [](int32_t year, int32_t month, int32_t day, int32_t *out) {
@@ -77,8 +80,9 @@ const EraSpan *era_spans(nu_locale_rec *h) {
 }
 
 int find_era(nu_locale_rec *h, int32_t year, int32_t month, int32_t mday) {
+    if (h->time.era_count <= 0 || h->time.eras == nullptr) return -1;
     const EraSpan *spans = era_spans(h);
-    if (spans == nullptr) return -1;
+    if (spans == nullptr) return -2;
     const int32_t d[3] = {year, month, mday};
     auto not_after = [](const int32_t *a, const int32_t *b) {
         return a[0] < b[0] || (a[0] == b[0] && (a[1] < b[1] || (a[1] == b[1] && a[2] <= b[2])));

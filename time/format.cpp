@@ -374,6 +374,7 @@ private:
             if (!value_.need(Value::kDate)) return -1;
             if (mod == 'E') {
                 const int era = find_era(h_, v.year, v.month, v.mday);
+                if (era == -2) return -1;
                 if (era >= 0) return text(t.eras[era].name, s);
             }
             const int year = v.year + 1900;
@@ -448,6 +449,7 @@ private:
             if (!value_.need(Value::kDate)) return -1;
             if (mod == 'E') {
                 const int era = find_era(h_, v.year, v.month, v.mday);
+                if (era == -2) return -1;
                 if (era >= 0) return composite(wide(t.eras[era].format), s, upcase, depth);
             }
             if (!not_o()) return -1;
@@ -457,6 +459,7 @@ private:
             if (!value_.need(Value::kDate)) return -1;
             if (mod == 'E') {
                 const int era = find_era(h_, v.year, v.month, v.mday);
+                if (era == -2) return -1;
                 if (era >= 0) {
                     const EraSpan &span = era_spans(h_)[era];
                     const int64_t delta = int64_t{v.year} - span.start[0];

@@ -51,11 +51,12 @@ struct EraSpan {
 };
 
 // The handle's eras in that form, made on first use in the per-handle era cache (one block
-// from the library allocator, freed with the handle's TIME category). Null without eras or
-// memory (the conversions then behave as in a locale without eras).
+// from the library allocator, freed with the handle's TIME category). Null without eras, or
+// with NU_ENOMEM stored when the block cannot be had.
 const EraSpan *era_spans(nu_locale_rec *h);
 
-// The index of the era a date (year - 1900, month from 0, day) falls in, or -1.
+// The index of the era a date (year - 1900, month from 0, day) falls in; -1 when none does,
+// -2 when the era cache cannot be made (NU_ENOMEM stored).
 int find_era(nu_locale_rec *h, int32_t year, int32_t month, int32_t mday);
 
 // Days from the first day of the first ISO week of a year to day yday of the year whose
