@@ -528,6 +528,9 @@ private:
     // %EY: the year written by one of the eras' formats, tried in order.
     int era_year_format(int depth) {
         const TimeFields &t = h_->time;
+        // An era's format that holds %EY again names no year: refused at once, so that the
+        // eras are not tried over and over at every level.
+        if (era_fixed_ >= 0) return fail(h_, NU_EPERA);
         const nu_wchar *start = in_;
         const Found saved = v_;
         for (int i = 0; i < t.era_count; ++i) {
