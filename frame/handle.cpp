@@ -3,6 +3,7 @@
 #include "frame/frame.h"
 #include "frame/multi.h"
 #include "locale/locale.h"
+#include "time/category.h"
 
 #include <cinttypes>
 
@@ -43,11 +44,6 @@ void free_ctype(nu_locale_rec *h) {
     _nu_free_ptr(ct.class_names);
     _nu_free_ptr(ct.case_pairs);
     ct = {};
-}
-
-void free_time(nu_locale_rec *h) {
-    _nu_free_ptr(h->time.era_cache);
-    h->time = {};
 }
 
 void clear_names(nu_locale_rec *h, int category) {
@@ -115,8 +111,7 @@ NU_EXPORT void nu_make_null_category(nu_locale_t h, int category) {
         nus::free_nuconv_monetary(h);
         break;
     case NU_TIME:
-        h->time = {};
-        h->time.calendar = 1;   // the null locale's dates are Gregorian
+        nus::init_ltime(h);   // the POSIX locale's names and formats, Gregorian dates
         break;
     case NU_MESSAGES:
         nus::init_messages(h);
@@ -156,7 +151,10 @@ NU_EXPORT void nu_free_category(nu_locale_t h, int category) {
         nus::free_nuconv_monetary(h);
         break;
     case NU_TIME:
-        free_time(h);   // the era cache is never shared
+        // The era cache is never shared: it goes with the handle either way.
+        if (owned) nus::free_ltime(h);
+        nus::free_era_cache(h);
+        h->time = {};
         break;
     case NU_MESSAGES:
         if (owned) nus::free_messages(h);

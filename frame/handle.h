@@ -141,8 +141,9 @@ struct LconvFields {
 
 // One segment of a locale's era table (an "era" line of a locale source): the era counts its
 // years from `offset` at `start`, upwards (direction +1) or downwards (-1), until `end`.
-// Dates are Gregorian: full year (may be 0 or negative), month 1-12, day 1-31; an open end is
-// year kEraOpenBefore ("-*") or kEraOpenAfter ("+*").
+// Dates are Gregorian: full year, astronomical (0 is 1 BC, the sources' -1), month 1-12,
+// day 1-31; an open end is year kEraOpenBefore ("-*") or kEraOpenAfter ("+*") with month and
+// day 0.
 struct EraSegment {
     int32_t direction;
     int32_t offset;
@@ -165,7 +166,9 @@ enum TimeCache { kCacheMonths, kCacheDays, kCacheEras, kCacheAmPm, kCacheDigits,
 
 // TIME, in the order of nu_nl_langinfo's items (0, 1-14, 15-34, 35-54, 61-70) and then
 // what no item shows. Strings are multibyte with wide twins made once CTYPE is loaded; an
-// absent string is empty, never null, once the section is read.
+// absent string is empty, never null, once the section is read (so are the month slots beyond
+// the counts). The null locale holds the POSIX locale's values as static texts (see
+// time/category.h) and no caches: its cache roots are null.
 struct TimeFields {
     CatString date_time_format;            // item 0: the date and time format (%c)
     CatString abday[7];                    // items 1-7: abbreviated day names, Sunday first

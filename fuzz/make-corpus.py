@@ -85,6 +85,16 @@ for i, (a, b) in enumerate(words):
     for ops in (0, 1, 3, 5):
         seed("collate", bytes([i, ops, 16, len(a)]) + a + b)
 
+# The TIME section of every locale file, behind the byte that picks the CTYPE it is read with
+# (one of the target's four: the section's own code set where it is one of them) and a probe.
+time_ctype = {"8859-1": 0, "sjis": 1, "utf8": 2, "8859-5": 3}
+for path in locale_files:
+    text = read(path)
+    start, end = text.find(b"### LC_TIME\n"), text.find(b"### LC_MESSAGES\n")
+    codeset = text.split(b"\n")[4].strip().decode("latin-1") if text.count(b"\n") > 5 else ""
+    if 0 <= start < end:
+        seed("time_section", bytes([time_ctype.get(codeset, 0), 3]) + b"MAR" + text[start + 12:end])
+
 seed("numeric", b"\x00\x40\x00\x03\x02ab\x1f\x05\x01")
 seed("numeric", b"\x01\x40\x01\x05%=*#5n\x01\x02\x03")
 seed("numeric", b"\x02\x40\x02\x02%n1.234,56")

@@ -545,6 +545,50 @@ NU_API const nu_lconv *nu_localeconv(nu_locale_t handle);
 /* One item (0 to 73) as text, or null. */
 NU_API const char *nu_nl_langinfo(nu_locale_t handle, int item);
 NU_API const nu_wchar *nu_wc_nl_langinfo(nu_locale_t handle, int item);
+/* The TIME items (the locale source's keyword in brackets; the null locale answers the
+   values of the POSIX locale):
+      0       the date and time format, %c (d_t_fmt)
+      1-7     abbreviated day names, Sunday first (abday)
+      8-14    full day names, Sunday first (day)
+      15-34   full month names by month-name index (mon); 12 in a Gregorian locale, 14 in a
+              Hebrew one, whose names 12 and 13 are the two Adars of a leap year (see word 6 of
+              nu_time_rec). An item beyond the locale's count: null with NU_EBADVAL.
+      35-54   the second list of full month names, the nominative where mon holds the
+              genitive (alt_mon); its own count, 0 when the locale has no second list: null
+              with NU_EBADVAL then
+      61      the date format, %x (d_fmt)        66  the date(1) format (date_fmt)
+      62      the time format, %X (t_fmt)        67  the era date and time format, %Ec
+      63      the 12-hour time format, %r                (era_d_t_fmt)
+              (t_fmt_ampm)                       68  the era date format, %Ex (era_d_fmt)
+      64      the morning string, %p (am_pm)     69  the era time format, %EX (era_t_fmt)
+      65      the afternoon string (am_pm)       70  era_year, usually empty
+      73      the calendar's name from nus_canned_calendars ("gregorian\n", ...)
+   An item the locale does not define is the empty string, never null. The abbreviated month
+   names, the era table and the alternative digits are read by the time functions only. */
+/* The TIME section reader: 0, or -1 with the code (NU_EBADFILE, NU_ENOMEM) in *error and the
+   handle's TIME record unchanged. */
+NU_API int _nu_read_time(FILE *stream, nu_locale_t handle, int *error);
+/* The TIME values no item shows. nu_time_name: list 0 the full month names, 1 the abbreviated
+   ones, 2 and 3 the same of the second list, 4 the alternative digits (the text of the value
+   `index`, 0 upwards); null with NU_EBADVAL past the list's end. nu_time_era: the number of
+   era segments, with segment `index` (in the locale's order) in *segment when index is below
+   it; -1 for a null handle or segment. Era dates are Gregorian with astronomical years (0 is
+   1 BC); an open end is the year INT32_MIN (towards the past) or INT32_MAX (the future) with
+   month and day 0. nu_time_week: days in a week, a date (yyyymmdd) of a first day of the
+   week, the days the first week of a year must have, the first weekday and the first workday
+   (1 is the day of that date), in week[0..4]; 0, or -1 for a null handle or array. */
+typedef struct nu_era_segment {
+    int32_t direction;   /* 1: the era's years count up from its start, -1: down */
+    int32_t offset;      /* the era's year at its start */
+    int32_t start_year, start_month, start_day;
+    int32_t end_year, end_month, end_day;
+    const char *name;    /* the era's name, %EC */
+    const char *format;  /* how a year of the era is written, %EY; may be empty */
+    const nu_wchar *wname, *wformat;
+} nu_era_segment;
+NU_API const char *nu_time_name(nu_locale_t handle, int list, int index);
+NU_API int nu_time_era(nu_locale_t handle, int index, nu_era_segment *segment);
+NU_API int nu_time_week(nu_locale_t handle, int32_t week[5]);
 
 /* Section readers and category records of NUMERIC, MONETARY and MESSAGES. */
 NU_API int _nu_read_numeric(FILE *stream, nu_locale_t handle, int *error);

@@ -251,8 +251,10 @@ int string_bytes(nu_locale_rec *h, const char *mb) {
     return nu_mbsbytes(h, reinterpret_cast<const unsigned char *>(mb));
 }
 
+} // namespace
+
 // The wide twin of a category string, by the CTYPE decoder; null for a null string.
-bool widen(nu_locale_rec *h, CatString &s) {
+bool widen_string(nu_locale_rec *h, CatString &s) {
     _nu_free_ptr(s.wide);
     s.wide = nullptr;
     if (s.mb == nullptr) return true;
@@ -266,14 +268,6 @@ bool widen(nu_locale_rec *h, CatString &s) {
     return h->to_wide(h, s.wide, reinterpret_cast<const unsigned char *>(s.mb), bytes + 1) >= 0;
 }
 
-template <size_t N>
-bool widen_all(nu_locale_rec *h, CatString *const (&fields)[N]) {
-    for (CatString *field : fields) {
-        if (!widen(h, *field)) return false;
-    }
-    return true;
-}
-
 // Whether the category strings can be widened: 1 yes, 0 CTYPE empty, -1 no table or no
 // function pointers.
 int can_widen(nu_locale_rec *h) {
@@ -283,6 +277,16 @@ int can_widen(nu_locale_rec *h) {
         return 0;
     }
     return 1;
+}
+
+namespace {
+
+template <size_t N>
+bool widen_all(nu_locale_rec *h, CatString *const (&fields)[N]) {
+    for (CatString *field : fields) {
+        if (!widen_string(h, *field)) return false;
+    }
+    return true;
 }
 
 // A private copy of a category string and its twin.
@@ -479,9 +483,30 @@ Item item_of(nu_locale_rec *h, int item) {
         }
         return {nullptr, nullptr, 0};
     }
-    // The TIME texts: the TIME record holds no names, formats or months yet.
-    if (item >= 15 && item <= 54) return {nullptr, nullptr, NU_EBADVAL};
-    return {"", kNoWide, 0};
+    // TIME, in the order of its record: see nu_nl_langinfo in nus.h.
+    const nus::TimeFields &t = h->time;
+    const nus::CatString *s = nullptr;
+    if (item == 0) s = &t.date_time_format;
+    else if (item <= 7) s = &t.abday[item - 1];
+    else if (item <= 14) s = &t.day[item - 8];
+    else if (item <= 34) {
+        if (item - 14 > t.month_count) return {nullptr, nullptr, NU_EBADVAL};
+        s = &t.mon[item - 15];
+    } else if (item <= 54) {
+        if (item - 34 > t.alt_month_count) return {nullptr, nullptr, NU_EBADVAL};
+        s = &t.alt_mon[item - 35];
+    } else {
+        static constexpr nus::CatString nus::TimeFields::*kFormats[] = {
+            &nus::TimeFields::date_format,          &nus::TimeFields::time_format,
+            &nus::TimeFields::time_format_ampm,     &nus::TimeFields::am,
+            &nus::TimeFields::pm,                   &nus::TimeFields::date_cmd_format,
+            &nus::TimeFields::era_date_time_format, &nus::TimeFields::era_date_format,
+            &nus::TimeFields::era_time_format,      &nus::TimeFields::era_year};
+        s = &(t.*kFormats[item - 61]);
+    }
+    // A record never read (a handle zeroed by hand) answers the empty text.
+    if (s->mb == nullptr) return {"", kNoWide, 0};
+    return {s->mb, s->wide != nullptr ? s->wide : kNoWide, 0};
 }
 
 } // namespace

@@ -323,8 +323,9 @@ int copy_category(nu_locale_rec *dst, nu_locale_rec *src, int category) {
         record_built = nus::load_nuconv_monetary(dst) == 0;
         break;
     case NU_TIME:
-        dst->time = src->time;
+        dst->time = src->time;     // shared with the source, but for the era cache
         dst->time.era_cache = nullptr;
+        dst->time.era_cache_count = 0;
         break;
     case NU_MESSAGES:
         nus::copy_messages(dst, src);

@@ -23,6 +23,13 @@ void free_nuconv_monetary(nu_locale_rec *h);
 // Releases a category string and its wide twin, leaving both null.
 void free_string(CatString &s);
 
+// The wide twin of a category string (its old twin freed); false when the string does not
+// decode or memory runs out (3 stored).
+bool widen_string(nu_locale_rec *h, CatString &s);
+// Whether category strings can be widened: 1 yes; 0 CTYPE empty (NU_ENOTLOADED stored);
+// -1 no class table, or the function pointers could not be set.
+int can_widen(nu_locale_rec *h);
+
 // Reading the NUMERIC, MONETARY and MESSAGES sections' pieces.
 char *str_readallc(FILE *stream, int *error);
 int read_group(FILE *stream, Grouping &group, int *error);

@@ -2,6 +2,7 @@
 // or of one category's section into a handle.
 #include "collate/collate.h"
 #include "locale/locale.h"
+#include "time/category.h"
 
 #include <algorithm>
 #include <cstring>
@@ -64,9 +65,9 @@ int read_collate_section(FILE *stream, nu_locale_rec *h, int *error) {
     *error = h->error;
     return result != 0 ? 1 : 0;
 }
-// TIME has no reader yet: its section is skipped by the marker search and its record stays
-// empty.
-int read_unread_section(FILE *, nu_locale_rec *, int *) { return 0; }
+int read_time_section(FILE *stream, nu_locale_rec *h, int *error) {
+    return _nu_read_time(stream, h, error) == 0 ? 0 : 1;
+}
 
 const Section &section(int category) {
     static const Section sections[] = {
@@ -76,7 +77,7 @@ const Section &section(int category) {
          "Failed to initialize numeric information\n"},
         {read_monetary_section, nus::init_monetary_info,
          "Failed to read monetary information\n", "Failed to initialize monetary information\n"},
-        {read_unread_section, nullptr, "Failed to read time information\n",
+        {read_time_section, nus::init_time_info, "Failed to read time information\n",
          "Failed to initialize time information\n"},
         {read_messages_section, nus::init_message_info, "Failed to read messages information\n",
          "Failed to initialize messages information\n"},

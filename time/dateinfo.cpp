@@ -44,8 +44,7 @@ const EraSpan *era_spans(nu_locale_rec *h) {
         set_error(h, NU_ENOMEM);
         return nullptr;
     }
-    // Dates as the source writes them: there is no year 0, so year -1 is the year before 1
-    // (the proleptic year 0 of the comparisons).
+    // Years are counted astronomically in the record (0 is 1 BC), as the comparisons count.
     auto convert = [](int32_t year, int32_t month, int32_t day, int32_t *out) {
         if (year == kEraOpenBefore) {
             out[0] = INT32_MIN;
@@ -56,7 +55,7 @@ const EraSpan *era_spans(nu_locale_rec *h) {
             out[1] = 11;
             out[2] = 31;
         } else {
-            out[0] = (year < 0 ? year + 1 : year) - 1900;
+            out[0] = year - 1900;
             out[1] = month - 1;
             out[2] = day;
         }

@@ -161,7 +161,30 @@ def multibyte_collate(chars):
     return collate_section(chars_rows, rows, [1, 1])
 
 
-def sections(codeset, ctype, numeric, monetary, messages, header_extra=1, collate=""):
+C_DAYS = ["Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"]
+C_MONTHS = ["January", "February", "March", "April", "May", "June", "July", "August",
+            "September", "October", "November", "December"]
+
+
+def time_section(eras=(), digits=(), alt_months=()):
+    """The TIME section (format: time/category.cpp) with the POSIX locale's names and formats,
+    and optionally era segments (direction, offset, start, end, name, format), alternative
+    digits and a second list of month names."""
+    head = "1 12 %d %d %d\n7 19971130 4 1 2\n" % (len(alt_months), len(eras), len(digits))
+    items = [mbstring("%a %b %e %H:%M:%S %Y")]
+    items += [mbstring(d[:3]) for d in C_DAYS] + [mbstring(d) for d in C_DAYS]
+    items += [mbstring(m) for m in C_MONTHS] + [mbstring(m) for m in alt_months]
+    items += [mbstring(s) for s in ("%m/%d/%y", "%H:%M:%S", "%I:%M:%S %p", "AM", "PM",
+                                    "%a %b %e %H:%M:%S %Z %Y", "%EC %Ey", "%EC%Ey", "", "")]
+    items += [mbstring(m[:3]) for m in C_MONTHS] + [mbstring(m[:3]) for m in alt_months]
+    for direction, offset, start, end, name, fmt in eras:
+        items.append("%d %d %d %d %d %d %d %d" % ((direction, offset) + start + end))
+        items += [mbstring(name), mbstring(fmt)]
+    items += [mbstring(d) for d in digits]
+    return head + "\n".join(items) + "\n"
+
+
+def sections(codeset, ctype, numeric, monetary, messages, header_extra=1, collate="", time=None):
     head = ["FILE_TYPE=locale_object", "COMPILER_VERSION=11",
             "HEADER_LENGTH=%d" % (3 + header_extra)]
     head += ["SOURCE_VERSION=hand-made test fixture"] * header_extra
@@ -170,7 +193,7 @@ def sections(codeset, ctype, numeric, monetary, messages, header_extra=1, collat
             "### LC_COLLATE\n" + collate +
             "### LC_NUMERIC\n" + numeric +
             "### LC_MONETARY\n" + monetary +
-            "### LC_TIME\n"
+            "### LC_TIME\n" + (time if time is not None else time_section()) +
             "### LC_MESSAGES\n" + messages)
 
 
@@ -233,7 +256,13 @@ def latin1(codeset="8859-1", point=".", sep=",", factor="1"):
                     numeric_section(point, sep, [3, 3]),
                     monetary_section("EUR ", "\xa4", point, sep, [3], [2, 2, 1, 0, 1, 0, 1, 1]),
                     messages_section("^[yY]", "^[nN]", "yes", "no"),
-                    collate=latin1_collate())
+                    collate=latin1_collate(),
+                    time=time_section(
+                        eras=[(1, 2, (1990, 1, 1), (2147483647, 0, 0), "Heisei", "%EC%Ey"),
+                              (1, 1, (1989, 1, 8), (1989, 12, 31), "Heisei", "%ECgannen"),
+                              (-1, 1, (0, 12, 31), (-2147483648, 0, 0), "B.C.", "%Ey %EC")],
+                        digits=["zero", "one", "two", "three"],
+                        alt_months=[m.upper() for m in C_MONTHS]))
 
 
 def euc(codeset="eucjp"):

@@ -6,6 +6,8 @@
 #include "frame/handle.h"
 #include "support/support.h"
 
+#include "frame/handle.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -195,6 +197,21 @@ std::string fingerprint(nu_locale_t h) {
     const nu_lconv *lc = nu_localeconv(h);
     auto text = [](const char *t) { return std::string(t != nullptr ? t : "<null>"); };
     if (lc != nullptr) print += text(lc->currency_symbol) + text(lc->mon_decimal_point);
+    // TIME: texts, their wide twins, the era table, the digits and a name through the
+    // parser's cache of month names.
+    for (int item : {0, 1, 26, 35, 61, 67, 73}) {
+        print += text(nu_nl_langinfo(h, item));
+        const nu_wchar *w = nu_wc_nl_langinfo(h, item);
+        print += std::to_string(w != nullptr ? std::char_traits<nu_wchar>::length(w) : 0) + ";";
+    }
+    nu_era_segment era{};
+    print += std::to_string(nu_time_era(h, 0, &era)) + text(era.name) + text(nu_time_name(h, 4, 1));
+    int len = -1;
+    uint32_t value = 0;
+    const int found = _nu_validate_mb_string(h, h->time.mb_cache[nus::kCacheMonths],
+                                             u(nu_time_name(h, 0, 11) != nullptr ? nu_time_name(h, 0, 11) : ""),
+                                             &len, &value);
+    print += std::to_string(found) + "/" + std::to_string(len) + "/" + std::to_string(value);
     *_nu_ext_errno(h) = saved;
     return print;
 }

@@ -132,6 +132,7 @@ private:
                 return;
             }
             std::sscanf(d.c_str(), "%d/%d/%d", &y, &m, &dd);
+            if (y < 0) ++y;   // the record counts years astronomically: -1 (1 BC) is 0
         };
         date(f[2], seg.start_year, seg.start_month, seg.start_day);
         date(f[3], seg.end_year, seg.end_month, seg.end_day);

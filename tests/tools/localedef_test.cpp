@@ -439,3 +439,59 @@ TEST(Localedef, MultibyteLocalesAgreeWithGlibc) {
         nu_lc_unload(h);
     }
 }
+
+// LC_TIME of a hand-written source: lists of the wrong length, a second month list given by
+// half, a malformed era segment among good ones (1 BC is year 0), more than 100 digits, a
+// week out of range: warnings, and glibc's defaults where the source has nothing usable.
+TEST(Localedef, TimeOfAHandWrittenSource) {
+    Tree tree;
+    std::string digits;
+    for (int i = 0; i < 101; ++i) digits += (i > 0 ? ";\"d" : "\"d") + std::to_string(i) + "\"";
+    tree.dir().write("xx_XX", "comment_char %\nescape_char /\n"
+                              "LC_CTYPE\ncopy \"POSIX\"\nEND LC_CTYPE\n"
+                              "LC_TIME\n"
+                              "abday \"Su\";\"Mo\";\"Tu\";\"We\";\"Th\";\"Fr\"\n"
+                              "ab_alt_mon \"a\";\"b\";\"c\";\"d\";\"e\";\"f\";\"g\";\"h\";\"i\";\"j\";\"k\";\"l\"\n"
+                              "era \"+:1:2000//01//01:+*:New:%EC %Ey\";/\n"
+                              "    \"x:1:1990//01//01:1999//12//31:Bad:%Ey\";/\n"
+                              "    \"-:1:-0001//12//31:-*:Old:%Ey %EC\"\n"
+                              "alt_digits " + digits + "\n"
+                              "week 8;19971130;9\nfirst_weekday 3\n"
+                              "END LC_TIME\n");
+    Charmap map, widths;
+    ASSERT_FALSE(read_charmap(kCharmaps + "ISO-8859-1.gz", map));
+    SourceLocale source;
+    const auto read = read_locale_source((tree.dir().path() / "xx_XX").string(), source);
+    ASSERT_FALSE(read) << read->text();
+    const auto file = tree.dir().path() / "nus/lc11/xx_xx/0333.lco";
+    std::filesystem::create_directories(file.parent_path());
+    FILE *out = std::fopen(file.c_str(), "w");
+    CompileReport report;
+    ASSERT_FALSE(compile_locale(source, map, {"8859-1", "xx_XX", &widths}, out, report));
+    std::fclose(out);
+    std::string warnings;
+    for (const std::string &w : report.warnings) warnings += w + "\n";
+    for (const char *expected : {"LC_TIME abday has 6 strings instead of 7", "LC_TIME era 2 is malformed",
+                                 "LC_TIME more than 100 alt_digits", "LC_TIME week: the number of days"})
+        EXPECT_NE(warnings.find(expected), std::string::npos) << expected << "\n" << warnings;
+    nu_locale_t h = nullptr;
+    ASSERT_EQ(nu_lc_load(&h, "xx_xx.8859-1", nullptr, nullptr), 0) << *_nu_ext_errno(h);
+    EXPECT_STREQ(nu_nl_langinfo(h, 7), "");             // the seventh abbreviation
+    EXPECT_STREQ(nu_nl_langinfo(h, 8), "Sunday");       // no day list: glibc's default
+    EXPECT_STREQ(nu_nl_langinfo(h, 35), "January");     // the other half of the second list
+    EXPECT_STREQ(nu_time_name(h, 3, 11), "l");
+    nu_era_segment era{};
+    ASSERT_EQ(nu_time_era(h, 1, &era), 2);
+    EXPECT_EQ(era.start_year, 0);
+    EXPECT_EQ(era.end_year, INT32_MIN);
+    EXPECT_STREQ(era.name, "Old");
+    EXPECT_STREQ(nu_time_name(h, 4, 99), "d99");
+    EXPECT_EQ(nu_time_name(h, 4, 100), nullptr);
+    int32_t week[5];
+    ASSERT_EQ(nu_time_week(h, week), 0);
+    EXPECT_EQ(week[0], 7);
+    EXPECT_EQ(week[2], 7);
+    EXPECT_EQ(week[3], 3);
+    EXPECT_EQ(week[4], 2);
+    nu_lc_unload(h);
+}

@@ -142,3 +142,22 @@ TEST(LocaleSource, BrokenSourcesSayWhereAndWhy) {
     EXPECT_EQ(l.classes["upper"], (std::vector<uint32_t>{0x41, 0x100, 0x102, 0x104}));
     EXPECT_EQ(text_of(l, "LC_NUMERIC", "decimal_point"), u("."));
 }
+
+// A line may end in a comment and still continue (uk_UA writes `"<U043D><U0434>"; %nd  /`);
+// a comment character inside a string is text.
+TEST(LocaleSource, CommentsInContinuedLines) {
+    nus_test::TempDir dir;
+    dir.write("xx_XX", "comment_char %\nescape_char /\nLC_TIME\n"
+                       "abday \"a%b\"; % first /\n"
+                       "      \"c\";  % second /\n"
+                       "      \"d\"\n"
+                       "END LC_TIME\n");
+    SourceLocale l;
+    const auto error = read_locale_source((dir.path() / "xx_XX").string(), l);
+    ASSERT_FALSE(error) << error->text();
+    const auto *abday = l.values("LC_TIME", "abday");
+    ASSERT_NE(abday, nullptr);
+    ASSERT_EQ(abday->size(), 3u);
+    EXPECT_EQ((*abday)[0].text, u("a%b"));
+    EXPECT_EQ((*abday)[2].text, u("d"));
+}

@@ -22,6 +22,18 @@ bool continues(const std::string &line, char escape) {
     return run % 2 == 1;
 }
 
+// A continued line without its comment: glibc's localedef lets a line end in a comment and
+// still go on to the next (uk_UA writes `"<U043D><U0434>"; %nd  /`). `inside` is whether the
+// line starts inside a string literal.
+std::string without_comment(const std::string &line, bool inside, char comment, char escape) {
+    for (size_t k = 0; k < line.size(); ++k) {
+        if (line[k] == escape) ++k;
+        else if (line[k] == '"') inside = !inside;
+        else if (line[k] == comment && !inside) return line.substr(0, k);
+    }
+    return line;
+}
+
 } // namespace
 
 std::vector<LogicalLine> logical_lines(const std::string &text, char &comment, char &escape) {
@@ -47,7 +59,7 @@ std::vector<LogicalLine> logical_lines(const std::string &text, char &comment, c
             if (current.empty()) start = number;
             if (continues(line, escape)) {
                 line.pop_back();
-                current += line;
+                current += without_comment(line, inside_string(current, escape), comment, escape);
             } else {
                 current += line;
                 out.push_back({start, std::move(current)});

@@ -1,5 +1,5 @@
 // The locale compiler's writer: CTYPE tables, COLLATE (collate.cpp), NUMERIC, MONETARY,
-// MESSAGES and a provisional TIME section, in the layout the library reads.
+// TIME (time.cpp) and MESSAGES, in the layout the library reads.
 #include "tools/localedef/compile.h"
 #include "tools/localedef/collate.h"
 
@@ -61,6 +61,68 @@ std::optional<std::string> write_table(FILE *out, const Charmap &charmap,
     return std::nullopt;
 }
 
+class Writer {
+public:
+    Writer(const SourceLocale &s, const Charmap &c, FILE *o, CompileReport &r)
+        : source(s), charmap(c), out(o), report(r) {}
+
+    // The first string value of a keyword, in the code set; empty (with a warning) when
+    // absent or not representable.
+    std::string text(const char *category, const char *key) {
+        const auto *values = source.values(category, key);
+        if (values == nullptr || values->empty() || !values->front().is_string) return {};
+        auto bytes = encode(charmap, source, values->front().text);
+        if (!bytes) {
+            report.warnings.push_back(std::string(category) + " " + key +
+                                      ": a character is not in the code set; left empty");
+            return {};
+        }
+        return *bytes;
+    }
+
+    long number(const char *category, const char *key) {
+        const auto *values = source.values(category, key);
+        if (values == nullptr || values->empty() || values->front().is_string) return -1;
+        return values->front().number;
+    }
+
+    void grouping(const char *category, const char *key) {
+        const auto *values = source.values(category, key);
+        std::vector<long> sizes;
+        if (values != nullptr)
+            for (const Value &v : *values)
+                if (!v.is_string) sizes.push_back(v.number);
+        if (sizes.size() > 15) sizes.resize(15);
+        std::fprintf(out, "%zu", sizes.size());
+        for (long size : sizes) std::fprintf(out, " %ld", size);
+        std::fputc('\n', out);
+    }
+
+    const SourceLocale &source;
+    const Charmap &charmap;
+    FILE *out;
+    CompileReport &report;
+};
+
+std::optional<std::string> write_ctype(Writer &w, const CompileOptions &options) {
+    CtypeTables tables;
+    if (auto error = build_ctype(w.source, w.charmap, options, tables, w.report)) return error;
+    if (auto error = write_table(w.out, w.charmap, tables.classes, w.report, true)) return error;
+    std::fprintf(w.out, "%zu\n", tables.own_classes.size());
+    for (size_t n = 0; n < tables.own_classes.size(); ++n)
+        std::fprintf(w.out, "%zu %s\n", n, tables.own_classes[n].c_str());
+    if (auto error = write_table(w.out, w.charmap, tables.case_of, w.report, false)) return error;
+    // The expansion factor ends the line of the last pair (or of the count).
+    std::fprintf(w.out, "%zu", tables.pairs.size());
+    for (const auto &p : tables.pairs) std::fprintf(w.out, "\n%x %x", p.first, p.second);
+    std::fprintf(w.out, " %g\n", tables.expansion);
+    w.report.case_pairs = tables.pairs.size();
+    w.report.expansion = tables.expansion;
+    return std::nullopt;
+}
+
+} // namespace
+
 // A string in the code set, or nothing when a character is missing from it. A character the
 // code set lacks is replaced by the first of its transliterations whose characters it has all
 // (EUR for the euro sign, a no-break space for a narrow one), as glibc's localedef does.
@@ -104,79 +166,6 @@ void write_string(FILE *out, const std::string &bytes) {
     }
     std::fputc('\n', out);
 }
-
-class Writer {
-public:
-    Writer(const SourceLocale &s, const Charmap &c, FILE *o, CompileReport &r)
-        : source(s), charmap(c), out(o), report(r) {}
-
-    // The first string value of a keyword, in the code set; empty (with a warning) when
-    // absent or not representable.
-    std::string text(const char *category, const char *key) {
-        const auto *values = source.values(category, key);
-        if (values == nullptr || values->empty() || !values->front().is_string) return {};
-        auto bytes = encode(charmap, source, values->front().text);
-        if (!bytes) {
-            report.warnings.push_back(std::string(category) + " " + key +
-                                      ": a character is not in the code set; left empty");
-            return {};
-        }
-        return *bytes;
-    }
-
-    long number(const char *category, const char *key) {
-        const auto *values = source.values(category, key);
-        if (values == nullptr || values->empty() || values->front().is_string) return -1;
-        return values->front().number;
-    }
-
-    void grouping(const char *category, const char *key) {
-        const auto *values = source.values(category, key);
-        std::vector<long> sizes;
-        if (values != nullptr)
-            for (const Value &v : *values)
-                if (!v.is_string) sizes.push_back(v.number);
-        if (sizes.size() > 15) sizes.resize(15);
-        std::fprintf(out, "%zu", sizes.size());
-        for (long size : sizes) std::fprintf(out, " %ld", size);
-        std::fputc('\n', out);
-    }
-
-    void strings(const char *category, const char *key) {
-        const auto *values = source.values(category, key);
-        const size_t count = values == nullptr ? 0 : values->size();
-        std::fprintf(out, "%zu\n", count);
-        for (size_t i = 0; i < count; ++i) {
-            const auto bytes = (*values)[i].is_string ? encode(charmap, source, (*values)[i].text)
-                                                      : std::optional<std::string>{};
-            write_string(out, bytes.value_or(std::string()));
-        }
-    }
-
-    const SourceLocale &source;
-    const Charmap &charmap;
-    FILE *out;
-    CompileReport &report;
-};
-
-std::optional<std::string> write_ctype(Writer &w, const CompileOptions &options) {
-    CtypeTables tables;
-    if (auto error = build_ctype(w.source, w.charmap, options, tables, w.report)) return error;
-    if (auto error = write_table(w.out, w.charmap, tables.classes, w.report, true)) return error;
-    std::fprintf(w.out, "%zu\n", tables.own_classes.size());
-    for (size_t n = 0; n < tables.own_classes.size(); ++n)
-        std::fprintf(w.out, "%zu %s\n", n, tables.own_classes[n].c_str());
-    if (auto error = write_table(w.out, w.charmap, tables.case_of, w.report, false)) return error;
-    // The expansion factor ends the line of the last pair (or of the count).
-    std::fprintf(w.out, "%zu", tables.pairs.size());
-    for (const auto &p : tables.pairs) std::fprintf(w.out, "\n%x %x", p.first, p.second);
-    std::fprintf(w.out, " %g\n", tables.expansion);
-    w.report.case_pairs = tables.pairs.size();
-    w.report.expansion = tables.expansion;
-    return std::nullopt;
-}
-
-} // namespace
 
 std::optional<std::string> build_ctype(const SourceLocale &source, const Charmap &charmap,
                                        const CompileOptions &options, CtypeTables &tables,
@@ -285,14 +274,8 @@ std::optional<std::string> compile_locale(const SourceLocale &source, const Char
         std::fprintf(out, "%ld\n", v < 0 || v > 127 ? static_cast<long>(kNotAvailable) : v);
     }
 
-    // Provisional TIME section (not read by the library yet): each list as a count and its
-    // strings, in this order, then the calendar number (1, Gregorian).
     std::fprintf(out, "### LC_TIME\n");
-    for (const char *key : {"abday", "day", "abmon", "mon", "d_t_fmt", "d_fmt", "t_fmt", "am_pm",
-                            "t_fmt_ampm", "era", "era_d_fmt", "era_d_t_fmt", "era_t_fmt",
-                            "alt_digits"})
-        w.strings("LC_TIME", key);
-    std::fprintf(out, "1\n");
+    if (auto error = write_time(source, charmap, options, out, report)) return error;
 
     std::fprintf(out, "### LC_MESSAGES\n");
     for (const char *key : {"yesexpr", "noexpr", "yesstr", "nostr"})

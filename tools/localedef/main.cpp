@@ -3,6 +3,7 @@
 //
 //   nus-localedef -i SOURCE -f CHARMAP [-c CODESET] [-o FILE.lco | --tree ROOT]
 //                 [--registry FILE] [--names FILE] [--modifiers FILE] [--widths CHARMAP]
+//                 [--calendar hebrew|islamic]
 //
 // SOURCE and CHARMAP are paths, or names looked up in /usr/share/i18n/locales and
 // /usr/share/i18n/charmaps. CODESET is the registry name written into the file; by default it comes
@@ -14,7 +15,13 @@
 // longer modifier of a source (sr_RS@latin) is replaced by the short one the modifiers file
 // (data/locale-modifiers) gives it, and a source that no locale name fits (ast_ES, eo) is
 // compiled with -o to a file that the library loads by its file name.
+//
+// --calendar shows the locale's dates in the Hebrew or the Islamic calendar: the month and day
+// names come from ICU's data for the source's language, the rest of LC_TIME from the source.
+// With --tree the calendar is the locale name's modifier, shortened by the modifiers file
+// (he_il.utf8@hebr, ar_sa.utf8@isla).
 #include "tools/common/install_paths.h"
+#include "tools/localedef/calendar.h"
 #include "tools/localedef/compile.h"
 
 #include "nus.h"
@@ -33,7 +40,7 @@ namespace {
 int usage() {
     std::fprintf(stderr, "usage: nus-localedef -i SOURCE -f CHARMAP [-c CODESET] "
                          "[-o FILE.lco | --tree ROOT] [--registry FILE] [--names FILE] "
-                         "[--modifiers FILE] [--widths CHARMAP]\n");
+                         "[--modifiers FILE] [--widths CHARMAP] [--calendar hebrew|islamic]\n");
     return 1;
 }
 
@@ -60,7 +67,7 @@ bool names_language_and_territory(const std::string &name) {
 } // namespace
 
 int main(int argc, char **argv) {
-    std::string source_arg, charmap_arg, codeset, output, tree;
+    std::string source_arg, charmap_arg, codeset, output, tree, calendar;
     std::string registry = default_input("registry", NUS_DEFAULT_REGISTRY);
     std::string names = default_input("charmap-names", NUS_DEFAULT_CHARMAP_NAMES);
     std::string modifiers = default_input("locale-modifiers", NUS_DEFAULT_LOCALE_MODIFIERS);
@@ -82,6 +89,7 @@ int main(int argc, char **argv) {
         else if (a == "--names") ok = next(names);
         else if (a == "--modifiers") ok = next(modifiers);
         else if (a == "--widths") ok = next(widths_arg);
+        else if (a == "--calendar") ok = next(calendar);
         else return usage();
         if (!ok) return usage();
     }
@@ -96,6 +104,13 @@ int main(int argc, char **argv) {
     if (auto error = read_charmap(widths_arg, widths)) return fail(error->text());
     SourceLocale source;
     if (auto error = read_locale_source(source_path, source)) return fail(error->text());
+
+    CalendarNames calendar_names_of;
+    if (!calendar.empty()) {
+        if (auto error = calendar_names(calendar, fs::path(source_path).filename().string(),
+                                        calendar_names_of))
+            return fail(source_path + ":1: " + *error);
+    }
 
     if (codeset.empty()) {
         if (auto error = registry_name_of_charmap(names, charmap.code_set_name, codeset))
@@ -117,6 +132,12 @@ int main(int argc, char **argv) {
         if (const size_t at = name.find('@'); at != std::string::npos) {
             modifier = name.substr(at + 1);
             name = name.substr(0, at);
+        }
+        if (!calendar.empty()) {
+            if (!modifier.empty())
+                return fail(source_path + ":1: the calendar would be the locale name's modifier, "
+                            "which \"" + modifier + "\" already is; give -o FILE.lco");
+            modifier = calendar;
         }
         const std::string use_o = "; give -o FILE.lco to compile it to a file of its own, which "
                                   "the library loads by that file name";
@@ -144,7 +165,8 @@ int main(int argc, char **argv) {
     const std::string temporary = output + ".part";
     FILE *out = std::fopen(temporary.c_str(), "w");
     if (out == nullptr) return fail(output + ":1: cannot write");
-    CompileOptions options{codeset, fs::path(source_path).filename().string(), &widths};
+    CompileOptions options{codeset, fs::path(source_path).filename().string(), &widths,
+                           calendar.empty() ? nullptr : &calendar_names_of};
     CompileReport report;
     const auto error = compile_locale(source, charmap, options, out, report);
     const bool written = std::fclose(out) == 0;

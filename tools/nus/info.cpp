@@ -29,7 +29,9 @@ constexpr const char *kHelp =
     "  monetary  currency symbols, separators, grouping, signs, fraction digits and\n"
     "            the placement values (n/a where the locale gives none)\n"
     "  messages  the expressions and words for yes and no\n"
-    "  time      the calendar of the locale's dates\n"
+    "  time      the calendar of the locale's dates, its formats (%c %x %X %r, the\n"
+    "            date(1) and era formats), day and month names (and the second month\n"
+    "            list where the locale has one), eras, alternative digits and week\n"
     "\n"
     "What is counted: in a single-byte code set, the 256 byte values; in a multibyte\n"
     "one, every character the code set's decoding table admits (all byte sequences of\n"
@@ -322,10 +324,36 @@ Node messages_section(const Context &c) {
     return section;
 }
 
+// The texts of items first .. first + count - 1.
+Node item_list(const Context &c, int first, int count) {
+    Node list = Node::list();
+    for (int i = 0; i < count; ++i) list.items.push_back(c.text(nu_nl_langinfo(c.handle, first + i)));
+    return list;
+}
+
+// A list of nu_time_name until its end.
+Node name_list(const Context &c, int which) {
+    Node list = Node::list();
+    for (int i = 0;; ++i) {
+        const char *name = nu_time_name(c.handle, which, i);
+        if (name == nullptr) break;
+        list.items.push_back(c.text(name));
+    }
+    return list;
+}
+
+std::string era_date(int32_t year, int32_t month, int32_t day) {
+    if (year == INT32_MIN) return "open (the past)";
+    if (year == INT32_MAX) return "open (the future)";
+    char text[48];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d", static_cast<int>(year),
+                  static_cast<int>(month), static_cast<int>(day));
+    return text;
+}
+
 Node time_section(const Context &c) {
     Node section = Node::object();
     const char *calendar = nu_nl_langinfo(c.handle, kItemCalendar);
-    *_nu_ext_errno(c.handle) = 0;
     if (calendar == nullptr) {
         section.add("calendar", Node::null());
     } else {
@@ -333,6 +361,44 @@ Node time_section(const Context &c) {
         while (!name.empty() && (name.back() == '\n' || name.back() == '\r')) name.pop_back();
         section.add("calendar", Node::plain(name));
     }
+    section.add("date_time_format", c.text(nu_nl_langinfo(c.handle, 0)));
+    static constexpr const char *kFormats[] = {
+        "date_format",          "time_format",     "time_format_ampm", "am",
+        "pm",                   "date_cmd_format", "era_date_time_format",
+        "era_date_format",      "era_time_format", "era_year"};
+    for (int i = 0; i < 10; ++i) section.add(kFormats[i], c.text(nu_nl_langinfo(c.handle, 61 + i)));
+    section.add("days", item_list(c, 8, 7));
+    section.add("abbreviated_days", item_list(c, 1, 7));
+    section.add("months", name_list(c, 0));
+    section.add("abbreviated_months", name_list(c, 1));
+    section.add("second_months", name_list(c, 2));
+    section.add("second_abbreviated_months", name_list(c, 3));
+    section.add("alternative_digits", name_list(c, 4));
+    Node eras = Node::object();
+    nu_era_segment e{};
+    const int count = nu_time_era(c.handle, 0, &e);
+    for (int i = 0; i < count && nu_time_era(c.handle, i, &e) >= 0; ++i) {
+        Node era = Node::object();
+        era.add("name", c.text(e.name));
+        era.add("format", c.text(e.format));
+        era.add("start", Node::plain(era_date(e.start_year, e.start_month, e.start_day)));
+        era.add("end", Node::plain(era_date(e.end_year, e.end_month, e.end_day)));
+        era.add("offset", Node::integer(e.offset));
+        era.add("direction", Node::integer(e.direction));
+        eras.members.emplace_back(std::to_string(i + 1), std::move(era));
+    }
+    section.add("eras", std::move(eras));
+    int32_t week[5] = {};
+    Node w = Node::object();
+    if (nu_time_week(c.handle, week) == 0) {
+        w.add("days", Node::integer(week[0]));
+        w.add("first_day", Node::integer(week[1]));
+        w.add("first_week_days", Node::integer(week[2]));
+        w.add("first_weekday", Node::integer(week[3]));
+        w.add("first_workday", Node::integer(week[4]));
+    }
+    section.add("week", std::move(w));
+    *_nu_ext_errno(c.handle) = 0;
     return section;
 }
 

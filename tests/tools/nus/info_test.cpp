@@ -92,7 +92,53 @@ TEST(NusInfo, OutlineOfTheGermanConventions) {
                      "  yesstr:  \"ja\"\n"
                      "  nostr:   \"nein\"\n"
                      "time:\n"
-                     "  calendar: gregorian\n");
+                     "  calendar:                  gregorian\n"
+                     "  date time format:          \"%a %d %b %Y %T %Z\"\n"
+                     "  date format:               \"%d.%m.%Y\"\n"
+                     "  time format:               \"%T\"\n"
+                     "  time format ampm:          \"\"\n"
+                     "  am:                        \"\"\n"
+                     "  pm:                        \"\"\n"
+                     "  date cmd format:           \"%a %-d. %b %H:%M:%S %Z %Y\"\n"
+                     "  era date time format:      \"\"\n"
+                     "  era date format:           \"\"\n"
+                     "  era time format:           \"\"\n"
+                     "  era year:                  \"\"\n"
+                     "  days:                      \"Sonntag\" \"Montag\" \"Dienstag\" \"Mittwoch\" "
+                     "\"Donnerstag\" \"Freitag\" \"Samstag\"\n"
+                     "  abbreviated days:          \"So\" \"Mo\" \"Di\" \"Mi\" \"Do\" \"Fr\" \"Sa\"\n"
+                     "  months:                    \"Januar\" \"Februar\" \"M\xC3\xA4rz\" (bytes 4d e4 72 7a) "
+                     "\"April\" \"Mai\" \"Juni\" \"Juli\" \"August\" \"September\" \"Oktober\" "
+                     "\"November\" \"Dezember\"\n"
+                     "  abbreviated months:        \"Jan\" \"Feb\" \"M\xC3\xA4r\" (bytes 4d e4 72) \"Apr\" "
+                     "\"Mai\" \"Jun\" \"Jul\" \"Aug\" \"Sep\" \"Okt\" \"Nov\" \"Dez\"\n"
+                     "  second months:             none\n"
+                     "  second abbreviated months: none\n"
+                     "  alternative digits:        none\n"
+                     "  eras: none\n"
+                     "  week:\n"
+                     "    days:            7\n"
+                     "    first day:       19971130\n"
+                     "    first week days: 4\n"
+                     "    first weekday:   2\n"
+                     "    first workday:   2\n");
+}
+
+// Eras with their dates, alternative digits, the second month list, a local calendar.
+TEST(NusInfo, TimeOfErasDigitsAndCalendars) {
+    auto ja = nus({"info", "-l", "ja_jp.utf8", "--json", "time"});
+    ASSERT_EQ(ja.status, 0) << ja.err;
+    for (const char *part : {"\"start\": \"2020-01-01\",\n        \"end\": \"open (the future)\"",
+                             "\"start\": \"0000-12-31\",\n        \"end\": \"open (the past)\"",
+                             "\"alternative_digits\": [\"\xE3\x80\x87\", \"\xE4\xB8\x80\""})
+        EXPECT_NE(ja.out.find(part), std::string::npos) << part << "\n" << ja.out;
+    auto ru = nus({"info", "-l", "ru_ru.utf8", "time"});
+    ASSERT_EQ(ru.status, 0) << ru.err;
+    EXPECT_NE(ru.out.find("  second months:             \"\xD0\xAF\xD0\xBD\xD0\xB2\xD0\xB0\xD1\x80\xD1\x8C\""),
+              std::string::npos) << ru.out;
+    auto he = nus({"info", "-l", "he_il.utf8@hebr", "time"});
+    ASSERT_EQ(he.status, 0) << he.err;
+    EXPECT_NE(he.out.find("  calendar:                  hebrew\n"), std::string::npos) << he.out;
 }
 
 TEST(NusInfo, NonAsciiTextIsShownInUtf8WithItsOwnBytes) {
@@ -266,7 +312,7 @@ TEST(NusInfo, ErrorsAndHelp) {
     auto order = nus({"info", "-l", "de_de.8859-1", "TIME", "messages", "time"});
     ASSERT_EQ(order.status, 0);
     auto out = lines(order.out);
-    ASSERT_EQ(out.size(), 16u);
+    ASSERT_EQ(out.size(), 41u);
     EXPECT_EQ(out[9], "time:");
-    EXPECT_EQ(out[11], "messages:");
+    EXPECT_EQ(out[36], "messages:");
 }
