@@ -57,13 +57,13 @@ public:
         return true;
     }
     long chars(const CatString &s) const { return wlen(wide(s)); }
-    long count() const { return n_; }
+    int64_t count() const { return n_; }
     void finish() {
         if (out_ != nullptr) out_[n_] = 0;
     }
 
 private:
-    bool room(long k) {
+    bool room(int64_t k) {
         if (out_ == nullptr || n_ + k + 1 <= size_) return true;
         set_error(h_, NU_E2BIG);
         return false;
@@ -71,7 +71,7 @@ private:
     nu_locale_rec *h_;
     nu_wchar *out_;
     long size_;
-    long n_ = 0;
+    int64_t n_ = 0;
 };
 
 // Bytes of the handle's code set into the caller's buffer of `size` bytes, the terminator (as
@@ -113,9 +113,17 @@ public:
         n_ += k;
         return true;
     }
+    // Padding (a space or a zero): its bytes once, then as many as asked, measured before
+    // anything is written, so that a width of millions costs nothing when it cannot fit.
     bool fill(nu_wchar c, long k) {
-        for (long i = 0; i < k; ++i)
-            if (!put(c)) return false;
+        if (k <= 0) return true;
+        const int64_t before = n_;
+        if (!put(c)) return false;
+        const int64_t each = n_ - before;
+        if (!room(each * (k - 1))) return false;
+        if (out_ != nullptr)
+            for (long i = 1; i < k; ++i) std::memcpy(out_ + before + i * each, out_ + before, static_cast<size_t>(each));
+        n_ += each * (k - 1);
         return true;
     }
     bool text(const CatString &s, Case c) {
@@ -133,14 +141,14 @@ public:
         return true;
     }
     long chars(const CatString &s) const { return wlen(wide(s)); }
-    long count() const { return n_; }
+    int64_t count() const { return n_; }
     void finish() {
         if (out_ != nullptr)
             for (int i = 0; i < term_; ++i) out_[n_ + i] = 0;
     }
 
 private:
-    bool room(long k) {
+    bool room(int64_t k) {
         if (out_ == nullptr || n_ + k + term_ <= size_) return true;
         set_error(h_, NU_E2BIG);
         return false;
@@ -148,7 +156,7 @@ private:
     nu_locale_rec *h_;
     unsigned char *out_;
     long size_;
-    long n_ = 0;
+    int64_t n_ = 0;
     int term_;
     bool ascii_;
     bool split_;   // wide characters are their bytes (not code points of the companion)
@@ -161,10 +169,10 @@ public:
     bool fill(nu_wchar, long k) { return n_ += k, true; }
     bool text(const CatString &s, Case) { return n_ += wlen(wide(s)), true; }
     long chars(const CatString &s) const { return wlen(wide(s)); }
-    long count() const { return n_; }
+    int64_t count() const { return n_; }
 
 private:
-    long n_ = 0;
+    int64_t n_ = 0;
 };
 
 // ---- the value ------------------------------------------------------------------------------
@@ -190,7 +198,9 @@ public:
             if (code == 0) checked_ |= kDate;
         }
         if (code == 0 && (todo & kWday) != 0 && (v_.wday < 0 || v_.wday > 6)) code = NU_EWDAY;
-        if (code == 0 && (todo & kYday) != 0 && (v_.yday < 0 || v_.yday > 365)) code = NU_EYDAY;
+        // A Hebrew leap year has 385 days.
+        if (code == 0 && (todo & kYday) != 0 && (v_.yday < 0 || v_.yday > (local_calendar() ? 384 : 365)))
+            code = NU_EYDAY;
         if (code != 0) return fail(h_, code) == 0;
         checked_ |= mask;
         return true;
@@ -576,7 +586,7 @@ int format(nu_locale_rec *h, Out &out, const nu_wchar *format, const nu_time_rec
     Engine<Out> engine(h, out, value);
     if (engine.run(format, kAsIs, 0) < 0) return -1;
     out.finish();
-    const long n = out.count();
+    const int64_t n = out.count();
     return n > INT_MAX ? fail(h, NU_E2BIG) : static_cast<int>(n);
 }
 

@@ -38,6 +38,7 @@ struct Found {
     int pm = -1;                                // -1 none, 0 am, 1 pm
     int era = -1, era_year = -1;
     bool want_era = false;
+    bool gregorian = false;                     // the date fields are Gregorian (%s)
 };
 
 template <size_t N>
@@ -269,6 +270,7 @@ private:
             in_ += length;
             v_.month_name = k % kMonthSlots;
             v_.have_month = true;
+            v_.gregorian = false;
             return 0;
         }
         case 'c':
@@ -310,6 +312,7 @@ private:
                 return -1;
             v_.mday = n;
             v_.have_mday = true;
+            v_.gregorian = false;
             return 0;
         case 'H':
         case 'k':
@@ -326,7 +329,8 @@ private:
             v_.have_hour12 = true;
             return 0;
         case 'j':
-            if (!allow(false, true) || (!alt_number(mod, 3, 1, 366, &n) && fail(h_, NU_EPMDAY)))
+            if (!allow(false, true) ||
+                (!alt_number(mod, 3, 1, t.calendar > 1 ? 385 : 366, &n) && fail(h_, NU_EPMDAY)))
                 return -1;
             v_.yday = n - 1;
             return 0;
@@ -336,6 +340,7 @@ private:
                 return -1;
             v_.month = n - 1;
             v_.month_name = -1;
+            v_.gregorian = false;
             v_.have_month = true;
             return 0;
         case 'M':
@@ -410,6 +415,7 @@ private:
             v_.month_name = -1;
             v_.mday = r.mday;
             v_.have_year = v_.have_month = v_.have_mday = true;
+            v_.gregorian = true;   // a count of seconds names a Gregorian date
             v_.century = v_.yy = -1;
             v_.hour = static_cast<int>(rest / 3600);
             v_.minute = static_cast<int>(rest / 60 % 60);
@@ -457,6 +463,7 @@ private:
                 return -1;
             v_.year = n;
             v_.have_year = true;
+            v_.gregorian = false;
             v_.century = v_.yy = -1;
             v_.want_era = false;
             return 0;
@@ -471,6 +478,7 @@ private:
             if (!alt_number(mod, 2, 0, 99, &n)) return fail(h_, NU_EPYEAR);
             v_.yy = n;
             v_.have_year = false;
+            v_.gregorian = false;
             return 0;
         case 'z': {
             // An offset of a zone is accepted and left aside: a time value has no zone.
@@ -558,7 +566,6 @@ private:
 
 // The parsed fields put together into a Gregorian value.
 int assemble(nu_locale_rec *h, Found &v, nu_time_rec *out) {
-    const bool local = h->time.calendar > 1;
     int year = v.year;
     if (v.want_era && v.era < 0 && v.era_year >= 0) {
         // An era year without the era's name: the first era that holds the date.
@@ -585,13 +592,24 @@ int assemble(nu_locale_rec *h, Found &v, nu_time_rec *out) {
         year = static_cast<int>(y);
     } else if (v.yy >= 0) {
         if (v.century >= 0) year = v.century * 100 + v.yy;
-        else if (local) year = nu_alt_getcentury(h) * 100 + v.yy;
+        else if (h->time.calendar > 1) year = nu_alt_getcentury(h) * 100 + v.yy;
         else year = v.yy >= 69 ? 1900 + v.yy : 2000 + v.yy;
     } else if (v.century >= 0 && !v.have_year) {
         year = v.century * 100;
     }
     int hour = v.hour;
     if (v.have_hour12 && v.pm == 1) hour += 12;
+    // In a local calendar, a text without a date names Gregorian 1900-01-01 as elsewhere, and
+    // one without a year that of 1900-01-01 in the local calendar.
+    bool local = h->time.calendar > 1 && !v.gregorian;
+    const bool any_date = v.have_year || v.yy >= 0 || v.century >= 0 || v.want_era ||
+                          v.have_month || v.have_mday || v.yday >= 0 || v.week >= 0;
+    if (local && !any_date) local = false;
+    if (local && !v.have_year && v.yy < 0 && v.century < 0 && !v.want_era) {
+        nu_time_rec start{}, there{};
+        start.mday = 1;
+        if (nu_cal_gregorian_to_local(h, &start, &there) == 0) year = there.year + 1900;
+    }
 
     nu_time_rec r{};
     r.fraction = v.fraction;
@@ -625,8 +643,22 @@ int assemble(nu_locale_rec *h, Found &v, nu_time_rec *out) {
     } else {
         r.month = v.month_name >= 0 ? -1 : v.month;
         r.month_name = v.month_name;
+        const bool by_yday = v.yday >= 0 && !v.have_month && !v.have_mday;
+        if (by_yday) {   // the day of the year counts from the first day of the local year
+            r.month = r.month_name = 0;
+            r.mday = 1;
+        }
         nu_time_rec g{};
         if (nu_cal_local_to_gregorian(h, &r, &g) != 0) return fail(h, NU_EYEAR);
+        if (by_yday) {
+            const int64_t day = epoch_days(g.year + 1900, g.month, g.mday) + 719162 + v.yday;
+            if (day < 0 || day > 3652058) return fail(h, NU_EYEAR);
+            set_gregorian_day(g, static_cast<int32_t>(day));
+            nu_time_rec check{};
+            if (nu_cal_gregorian_to_local(h, &g, &check) != 0 || check.year != r.year)
+                return fail(h, NU_EYDAY);
+            r = check;   // the local date that day of the year names, compared below
+        }
         // A day the month does not have comes back as another date.
         nu_time_rec back{};
         if (nu_cal_gregorian_to_local(h, &g, &back) != 0 || back.mday != r.mday ||
