@@ -414,17 +414,20 @@ TEST_F(AllocFailure, LongStringsInCollationAndFormatting) {
         };
         sweep(name + " ftime", [&] {
             *_nu_ext_errno(h) = 0;
-            drop_era_cache();
             const int r = nu_mbsftime(h, out.data(), static_cast<int>(out.size()),
                                       time_format.c_str(), &t);
-            return outcome(r < 0, r < 0 ? "" : std::string(out.data(), static_cast<size_t>(r)));
+            Outcome o = outcome(r < 0, r < 0 ? "" : std::string(out.data(), static_cast<size_t>(r)));
+            drop_era_cache();   // the handle's, released here so that each run makes its own
+            return o;
         });
+        const std::string parse_format = a + " %F";
         sweep(name + " ptime", [&] {
             *_nu_ext_errno(h) = 0;
-            drop_era_cache();
             nu_time_rec back{};
-            const char *end = nu_mbsptime(h, time_text.c_str(), (a + " %F").c_str(), &back);
-            return outcome(end == nullptr, end == nullptr ? "" : std::to_string(back.yday));
+            const char *end = nu_mbsptime(h, time_text.c_str(), parse_format.c_str(), &back);
+            Outcome o = outcome(end == nullptr, end == nullptr ? "" : std::to_string(back.yday));
+            drop_era_cache();
+            return o;
         });
         sweep(name + " fmon", [&] {
             *_nu_ext_errno(h) = 0;
