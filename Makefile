@@ -112,7 +112,7 @@ valgrind: build
 # themselves run only in the 64-bit tree.
 FUZZ_SECONDS ?= 60
 FUZZ_TARGETS := multi_table registry locale_file cvo_file convert collate numeric strings pnum cm_file \
-                time_section charmap locale_source cvdef
+                time_section time_format time_parse charmap locale_source cvdef
 FUZZ_FLAGS := -rss_limit_mb=2048 -timeout=20 -print_final_stats=1
 fuzz: build
 	@scripts/install-deps clang libclang-rt-14-dev

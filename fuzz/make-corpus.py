@@ -110,6 +110,11 @@ for loc in range(4):
 for loc in range(5):
     for op in range(6):
         seed("strings", bytes([loc, op, 7, 32, 4]) + b"ab\x82\xa0Gr\xc3\xbc\xc3\x9fe \xa4\xa2 \n\xa1\xa1\x8e\xb1\n")
+for loc in range(4):
+    # A TIME record of short pieces, then a value and a format (or a format and a text).
+    record = bytes([loc]) + b"\x00%c" + b"\x01\x03abc" * 14 + b"\x0c\x00" + b"\x02\x02Mo" * 80
+    seed("time_format", record + b"\x01" * 40 + b"\x30%c|%Ey %EC %Od %B %^a %-5j %f %.3f")
+    seed("time_parse", record + b"\x08%Y-%m-%d" + b"2024-02-29 rest")
 
 for name in ("ISO-8859-1", "KOI8-R", "TIS-620", "CP1252", "ISO-8859-7"):
     seed("charmap", charmap(name))

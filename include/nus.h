@@ -890,6 +890,61 @@ NU_API int nu_cal_local_to_gregorian(nu_locale_t handle, const nu_time_rec *in,
 NU_API int nu_alt_getcentury(nu_locale_t handle);
 
 /* ---------------------------------------------------------------------------------------- */
+/* Time formatting, parsing and date information                                             */
+/* ---------------------------------------------------------------------------------------- */
+
+/* Formats a Gregorian time value under the handle's TIME category (converted first to the
+   locale's calendar) into out: size counts characters (wide) or bytes (multibyte) with the
+   terminator, which is as many zero bytes as the code set's shortest character. Returns what
+   was written without the terminator, or -1 with the error set (NU_E2BIG when it does not
+   fit: a character is never split and nothing is written past size). A null out or a size
+   of 0 only measures: the result is then what a large enough buffer would receive.
+   Conversions: every one of POSIX strftime (%a %A %b %B %c %C %d %D %e %F %g %G %h %H %I %j
+   %m %M %n %p %r %R %S %t %T %u %U %V %w %W %x %X %y %Y %z %Z %%) and %k %l %P %s; flags
+   "_" (pad numbers with spaces), "-" (no padding), "0" (zeros), "^" (upper case), "#" (names
+   upper case, am/pm lower case), a field width in characters after the flags; E (%Ec %EC %Ex
+   %EX %Ey %EY: the era table) and O (%Od %Oe %OH %OI %Om %OM %OS %Ou %OU %OV %Ow %OW %Oy:
+   alternative digits; %Ob %OB: the second month-name list). %f is the fraction of a second:
+   %f six digits (microseconds), %.Nf the first N digits (1 to 9, truncated). A time value
+   carries no time zone: %z writes nothing and %Z the empty string; %s counts the value as UTC.
+   Errors: NU_EBADFMT the format ends inside a specification, NU_EFORMAT unknown conversion,
+   NU_EMODIFIER a modifier, precision or flag the conversion does not take, NU_EFRACTION to
+   NU_EYEAR a field the format needs out of range (years 1 to 9999; a date outside the
+   locale's calendar is NU_EYEAR). */
+NU_API int nu_wcsftime(nu_locale_t handle, nu_wchar *out, int size, const nu_wchar *format,
+                       const nu_time_rec *t);
+NU_API int nu_mbsftime(nu_locale_t handle, char *out, int size, const char *format,
+                       const nu_time_rec *t);
+/* Parses text by a format of the same conversions into *t (a Gregorian value with day of
+   week, day of year and month-name index filled; fields the format does not set are 0, the
+   day of month 1, the year 1900). White space in the format matches any white space (none
+   too); names, am/pm strings, era names and alternative digits are matched without regard to
+   case, the longest name first; %y is 1969 to 2068 (in a local calendar, the century of
+   nu_alt_getcentury); %z and %Z accept and ignore an offset or a zone name. Returns where
+   parsing stopped (the first character not consumed), or null with the error set: NU_ENOMATCH
+   literal text, NU_EPFRACTION to NU_EPMONNAME a field not found (NU_EPWDAY also a day of week
+   that contradicts the date), NU_EMDAY .. NU_EYEAR a date that does not exist, and the format
+   errors of the formatter. */
+NU_API nu_wchar *nu_wcsptime(nu_locale_t handle, const nu_wchar *text, const nu_wchar *format,
+                             nu_time_rec *t);
+NU_API char *nu_mbsptime(nu_locale_t handle, const char *text, const char *format,
+                         nu_time_rec *t);
+/* Checks the Gregorian date and time of *t (errors NU_EFRACTION to NU_EYEAR) and fills its
+   day of week, day of year and month-name index. 0 or -1. */
+NU_API int nu_time_normalize(nu_locale_t handle, nu_time_rec *t);
+/* The ISO 8601 week (1 to 53) of a Gregorian date, its week-based year in *year (may be
+   null); -1 with NU_EMDAY, NU_EMONTH or NU_EYEAR for a date that does not exist. */
+NU_API int nu_time_isoweek(nu_locale_t handle, const nu_time_rec *t, int *year);
+/* The week of the year by the locale's week rule (its first weekday, and the days that the
+   first week must have in the year), with the week's year in *year; -1 as above. */
+NU_API int nu_time_localweek(nu_locale_t handle, const nu_time_rec *t, int *year);
+/* The locale's first day of the week, 0 = Sunday. */
+NU_API int nu_time_first_weekday(nu_locale_t handle);
+/* The full year of a two-digit year (0 to 99): in a local calendar the century of
+   nu_alt_getcentury, else 1969 to 2068 as POSIX asks. -1 with NU_EYEAR outside 0 to 99. */
+NU_API int nu_time_expand_year(nu_locale_t handle, int two_digit_year);
+
+/* ---------------------------------------------------------------------------------------- */
 /* Code-set conversion                                                                       */
 /* ---------------------------------------------------------------------------------------- */
 

@@ -3,6 +3,7 @@
 // operation makes when nothing fails. Every refusal must end in code 3 (NU_ENOMEM) where the
 // caller can read it, nothing may be left allocated once the handle or descriptor is released,
 // and the release itself must work whatever state the failure left behind.
+#include "frame/handle.h"
 #include "support/support.h"
 
 #include "frame/handle.h"
@@ -420,6 +421,37 @@ TEST_F(AllocFailure, LongStringsInCollationAndFormatting) {
                                      wide_format.data(), 42);
             return outcome(r < 0, r < 0 ? "" : std::to_string(wide[static_cast<size_t>(r) - 1]));
         }, 0);
+        // Dates: the widened format and text above the stack buffers, and the era cache
+        // (made anew in each run) of a locale with eras.
+        const std::string time_format = a + " %F %T %EY %Ec %a", time_text = a + " 2024-02-29";
+        nu_time_rec t{};
+        t.year = 124;
+        t.month = t.month_name = 1;
+        t.mday = 29;
+        t.wday = 4;
+        t.yday = 59;
+        auto drop_era_cache = [h] {
+            _nu_free_ptr(h->time.era_cache);
+            h->time.era_cache = nullptr;
+            h->time.era_cache_count = 0;
+        };
+        sweep(name + " ftime", [&] {
+            *_nu_ext_errno(h) = 0;
+            const int r = nu_mbsftime(h, out.data(), static_cast<int>(out.size()),
+                                      time_format.c_str(), &t);
+            Outcome o = outcome(r < 0, r < 0 ? "" : std::string(out.data(), static_cast<size_t>(r)));
+            drop_era_cache();   // the handle's, released here so that each run makes its own
+            return o;
+        });
+        const std::string parse_format = a + " %F";
+        sweep(name + " ptime", [&] {
+            *_nu_ext_errno(h) = 0;
+            nu_time_rec back{};
+            const char *end = nu_mbsptime(h, time_text.c_str(), parse_format.c_str(), &back);
+            Outcome o = outcome(end == nullptr, end == nullptr ? "" : std::to_string(back.yday));
+            drop_era_cache();
+            return o;
+        });
         sweep(name + " fmon", [&] {
             *_nu_ext_errno(h) = 0;
             const int r = nu_mbsfmon(h, out.data(), static_cast<int>(out.size()), money.c_str(),

@@ -156,7 +156,9 @@ const Entry entries[] = {
     F(nu_wcstoul), F(nu_mbstol), F(nu_mbstoul), F(nu_ltowcs), F(nu_ultowcs), F(nu_ltombs),
     F(nu_ultombs), F(nu_iswgrpsymb), F(nu_iswcdecml), F(nu_wcstod_num_mon), F(nu_wcstod),
     F(nu_mbstod), F(nu_wcsfmon), F(nu_mbsfmon), F(nu_wcsfmon1), F(nu_wcspmon), F(nu_mbspmon),
-    F(nu_wcspmon1), F(_nu_compare_wc_to_mb),
+    F(nu_wcspmon1), F(_nu_compare_wc_to_mb), F(nu_wcsftime), F(nu_mbsftime), F(nu_wcsptime),
+    F(nu_mbsptime), F(nu_time_normalize), F(nu_time_isoweek), F(nu_time_localweek),
+    F(nu_time_first_weekday), F(nu_time_expand_year),
 };
 #undef F
 

@@ -93,6 +93,25 @@ std::string error_text(int code) {
         {NU_EMDAY, "NU_EMDAY", "day of month out of range"},
         {NU_EMONTH, "NU_EMONTH", "month out of range"},
         {NU_EYEAR, "NU_EYEAR", "year out of range"},
+        // time formatting and parsing
+        {NU_EFRACTION, "NU_EFRACTION", "fraction of a second out of range"},
+        {NU_ESECOND, "NU_ESECOND", "seconds out of range"},
+        {NU_EMINUTE, "NU_EMINUTE", "minutes out of range"},
+        {NU_EHOUR, "NU_EHOUR", "hour out of range"},
+        {NU_EWDAY, "NU_EWDAY", "day of week out of range"},
+        {NU_EYDAY, "NU_EYDAY", "day of year out of range"},
+        {NU_EPFRACTION, "NU_EPFRACTION", "fraction of a second not found"},
+        {NU_EPSECOND, "NU_EPSECOND", "seconds not found"},
+        {NU_EPMINUTE, "NU_EPMINUTE", "minutes not found"},
+        {NU_EPHOUR, "NU_EPHOUR", "hour or am/pm not found"},
+        {NU_EPMDAY, "NU_EPMDAY", "day not found"},
+        {NU_EPWDAY, "NU_EPWDAY", "day of week not found or contradicting the date"},
+        {NU_EPMONTH, "NU_EPMONTH", "month number not found"},
+        {NU_EPYEAR, "NU_EPYEAR", "year or century not found"},
+        {NU_EPERA, "NU_EPERA", "era name or year not found"},
+        {NU_EMODIFIER, "NU_EMODIFIER", "malformed modifier"},
+        {NU_ENOMATCH, "NU_ENOMATCH", "text does not match the format"},
+        {NU_EPMONNAME, "NU_EPMONNAME", "month name not found"},
     };
     for (const Name &n : kNames)
         if (n.code == code) return std::string(n.name) + " (" + n.words + ")";

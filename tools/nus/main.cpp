@@ -20,6 +20,7 @@ constexpr Command kCommands[] = {
     {"money", nus_cli::run_money, "format amounts of money"},
     {"parse", nus_cli::run_parse, "read numbers and amounts written in a locale"},
     {"cal", nus_cli::run_cal, "convert dates between calendars"},
+    {"date", nus_cli::run_date, "write and read dates and times in a locale"},
     {"bound", nus_cli::run_bound, "collation bounds of a prefix"},
     {"key", nus_cli::run_key, "sort key of a string"},
     {"locales", nus_cli::run_locales, "list the locales and conversions installed"},

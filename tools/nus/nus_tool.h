@@ -76,6 +76,7 @@ int run_fmt(int argc, char **argv);
 int run_money(int argc, char **argv);
 int run_parse(int argc, char **argv);
 int run_cal(int argc, char **argv);
+int run_date(int argc, char **argv);
 int run_bound(int argc, char **argv);
 int run_key(int argc, char **argv);
 

@@ -1,0 +1,612 @@
+// Time formatting: nu_wcsftime and nu_mbsftime. One engine, written once over its output: a
+// wide buffer, the bytes of the handle's code set (the locale's multibyte strings copied as
+// they are, so the multibyte form never goes through a wide buffer), or a count of
+// characters for the widths of the composite conversions.
+//
+// The conversions and their flags, widths and padding are those of the C library's strftime;
+// what differs on purpose: a width counts characters, not bytes; "^" and "#" change the case
+// of every character, not only of single bytes; a time value carries no time zone, so %z
+// writes nothing and %Z the empty string; %f writes the fraction of a second; an unknown
+// conversion, a modifier the conversion does not take and a field out of range are errors
+// instead of text.
+#include "time/timefmt.h"
+
+#include <climits>
+
+namespace {
+
+using namespace nus;
+using namespace nus::tm;
+
+enum Case { kAsIs, kUpper, kLower };
+
+int fail(nu_locale_rec *h, int code) {
+    set_error(h, code);
+    return -1;
+}
+
+// ---- outputs ------------------------------------------------------------------------------
+
+// Wide characters into the caller's buffer of `size` characters (the terminator included),
+// or only counted.
+class WideOut {
+public:
+    WideOut(nu_locale_rec *h, nu_wchar *out, long size) : h_(h), out_(out), size_(size) {}
+    bool put(nu_wchar c) {
+        if (!room(1)) return false;
+        if (out_ != nullptr) out_[n_] = c;
+        ++n_;
+        return true;
+    }
+    bool fill(nu_wchar c, long k) {
+        if (!room(k)) return false;
+        if (out_ != nullptr)
+            for (long i = 0; i < k; ++i) out_[n_ + i] = c;
+        n_ += k;
+        return true;
+    }
+    bool text(const CatString &s, Case c) {
+        const nu_wchar *w = wide(s);
+        const long k = wlen(w);
+        if (!room(k)) return false;
+        if (out_ != nullptr)
+            for (long i = 0; i < k; ++i)
+                out_[n_ + i] = c == kAsIs ? w[i] : c == kUpper ? to_upper(h_, w[i])
+                                                               : to_lower(h_, w[i]);
+        n_ += k;
+        return true;
+    }
+    long chars(const CatString &s) const { return wlen(wide(s)); }
+    int64_t count() const { return n_; }
+    void finish() {
+        if (out_ != nullptr) out_[n_] = 0;
+    }
+
+private:
+    bool room(int64_t k) {
+        if (out_ == nullptr || n_ + k + 1 <= size_) return true;
+        set_error(h_, NU_E2BIG);
+        return false;
+    }
+    nu_locale_rec *h_;
+    nu_wchar *out_;
+    long size_;
+    int64_t n_ = 0;
+};
+
+// Bytes of the handle's code set into the caller's buffer of `size` bytes, the terminator (as
+// many zero bytes as the shortest character) included; a character is written whole or not
+// at all, and never past the room.
+class ByteOut {
+public:
+    ByteOut(nu_locale_rec *h, char *out, long size)
+        : h_(h), out_(reinterpret_cast<unsigned char *>(out)), size_(size),
+          term_(h->single_byte ? 1 : (nu_mb_loc_min(h) > 0 ? nu_mb_loc_min(h) : 1)),
+          ascii_(h->single_byte || (h->ascii_direct && term_ == 1)),
+          split_(h->companion_flag[cat_index(NU_CTYPE)] == 0) {}
+    bool put(nu_wchar c) {
+        if (c < 0x80 && ascii_) {
+            if (!room(1)) return false;
+            if (out_ != nullptr) out_[n_] = static_cast<unsigned char>(c);
+            ++n_;
+            return true;
+        }
+        unsigned char b[4];
+        int k;
+        if (h_->single_byte) {
+            if (c > 0xFF) return fail(h_, NU_EILSEQ) == 0;
+            b[0] = static_cast<unsigned char>(c);
+            k = 1;
+        } else if (split_) {
+            // Every character here was decoded from the caller's format or the locale's
+            // strings (or case-mapped by the locale): its bytes are the character itself.
+            k = encoded_length(c, term_);
+            if (k == 0) return fail(h_, NU_EILSEQ) == 0;
+            for (int i = 0; i < k; ++i) b[i] = static_cast<unsigned char>(c >> (8 * (k - 1 - i)));
+        } else {
+            k = encode(h_, b, c);
+            if (k < 0) return false;
+        }
+        if (!room(k)) return false;
+        if (out_ != nullptr)
+            for (int i = 0; i < k; ++i) out_[n_ + i] = b[i];
+        n_ += k;
+        return true;
+    }
+    // Padding (a space or a zero): its bytes once, then as many as asked, measured before
+    // anything is written, so that a width of millions costs nothing when it cannot fit.
+    bool fill(nu_wchar c, long k) {
+        if (k <= 0) return true;
+        const int64_t before = n_;
+        if (!put(c)) return false;
+        const int64_t each = n_ - before;
+        if (!room(each * (k - 1))) return false;
+        if (out_ != nullptr)
+            for (long i = 1; i < k; ++i) std::memcpy(out_ + before + i * each, out_ + before, static_cast<size_t>(each));
+        n_ += each * (k - 1);
+        return true;
+    }
+    bool text(const CatString &s, Case c) {
+        if (c == kAsIs && term_ == 1) {
+            const char *m = mb(s);
+            const long k = static_cast<long>(std::strlen(m));
+            if (!room(k)) return false;
+            if (out_ != nullptr) std::memcpy(out_ + n_, m, static_cast<size_t>(k));
+            n_ += k;
+            return true;
+        }
+        for (const nu_wchar *w = wide(s); *w != 0; ++w)
+            if (!put(c == kAsIs ? *w : c == kUpper ? to_upper(h_, *w) : to_lower(h_, *w)))
+                return false;
+        return true;
+    }
+    long chars(const CatString &s) const { return wlen(wide(s)); }
+    int64_t count() const { return n_; }
+    void finish() {
+        if (out_ != nullptr)
+            for (int i = 0; i < term_; ++i) out_[n_ + i] = 0;
+    }
+
+private:
+    bool room(int64_t k) {
+        if (out_ == nullptr || n_ + k + term_ <= size_) return true;
+        set_error(h_, NU_E2BIG);
+        return false;
+    }
+    nu_locale_rec *h_;
+    unsigned char *out_;
+    long size_;
+    int64_t n_ = 0;
+    int term_;
+    bool ascii_;
+    bool split_;   // wide characters are their bytes (not code points of the companion)
+};
+
+// Characters only: the length of a composite conversion before its width is applied.
+class CountOut {
+public:
+    bool put(nu_wchar) { return ++n_, true; }
+    bool fill(nu_wchar, long k) { return n_ += k, true; }
+    bool text(const CatString &s, Case) { return n_ += wlen(wide(s)), true; }
+    long chars(const CatString &s) const { return wlen(wide(s)); }
+    int64_t count() const { return n_; }
+
+private:
+    int64_t n_ = 0;
+};
+
+// ---- the value ------------------------------------------------------------------------------
+
+// The time value being formatted: the caller's Gregorian record, checked field by field when
+// a conversion first needs it, and its date in the locale's calendar, converted once.
+class Value {
+public:
+    enum : unsigned { kTime = 1, kDate = 2, kWday = 4, kYday = 8, kFraction = 16 };
+    Value(nu_locale_rec *h, const nu_time_rec *g) : h_(h), g_(*g), v_(*g) {}
+
+    // Checks (once) the fields behind `mask`; false with the error stored.
+    bool need(unsigned mask) {
+        const unsigned todo = mask & ~checked_;
+        if (todo == 0) return true;
+        int code = 0;
+        if ((todo & kFraction) != 0 && (g_.fraction < 0 || g_.fraction > 999999))
+            code = NU_EFRACTION;
+        if (code == 0 && (todo & kTime) != 0) code = check_time(g_);
+        if (code == 0 && (todo & (kDate | kWday | kYday)) != 0 && (checked_ & kDate) == 0) {
+            code = check_date(g_);
+            if (code == 0) code = to_local();
+            if (code == 0) checked_ |= kDate;
+        }
+        if (code == 0 && (todo & kWday) != 0 && (v_.wday < 0 || v_.wday > 6)) code = NU_EWDAY;
+        // A Hebrew leap year has 385 days.
+        if (code == 0 && (todo & kYday) != 0 && (v_.yday < 0 || v_.yday > (local_calendar() ? 384 : 365)))
+            code = NU_EYDAY;
+        if (code != 0) return fail(h_, code) == 0;
+        checked_ |= mask;
+        return true;
+    }
+    const nu_time_rec &local() const { return v_; }
+    const nu_time_rec &gregorian() const { return g_; }
+    bool local_calendar() const { return h_->time.calendar > 1; }
+
+private:
+    int to_local() {
+        if (!local_calendar()) {
+            v_.month_name = v_.month;   // a Gregorian month carries its own name
+            return 0;
+        }
+        nu_time_rec out{};
+        if (nu_cal_gregorian_to_local(h_, &g_, &out) != 0) return NU_EYEAR;
+        v_ = out;
+        return 0;
+    }
+    nu_locale_rec *h_;
+    nu_time_rec g_;
+    nu_time_rec v_;
+    unsigned checked_ = 0;
+};
+
+// ---- the engine -----------------------------------------------------------------------------
+
+inline constexpr int kMaxDepth = 4;   // composite conversions within composite conversions
+
+constexpr nu_wchar operator""_w(char c) { return static_cast<nu_wchar>(c); }
+
+// A fixed composite format as a wide string.
+template <size_t N>
+struct Fixed {
+    nu_wchar w[N];
+    constexpr Fixed(const char (&s)[N]) : w{} {
+        for (size_t i = 0; i < N; ++i) w[i] = static_cast<unsigned char>(s[i]);
+    }
+};
+constexpr Fixed kFmtD("%m/%d/%y");
+constexpr Fixed kFmtF("%Y-%m-%d");
+constexpr Fixed kFmtR("%H:%M");
+constexpr Fixed kFmtT("%H:%M:%S");
+constexpr Fixed kFmtr("%I:%M:%S %p");
+
+template <class Out>
+class Engine {
+public:
+    Engine(nu_locale_rec *h, Out &out, Value &value) : h_(h), out_(out), value_(value) {}
+
+    // Formats `f`; `all` is the case a composite conversion imposes on everything it writes.
+    int run(const nu_wchar *f, Case all, int depth) {
+        if (depth > kMaxDepth) return fail(h_, NU_EFORMAT);
+        for (; *f != 0; ++f) {
+            if (*f != '%') {
+                const nu_wchar c = all == kAsIs ? *f : all == kUpper ? to_upper(h_, *f)
+                                                                     : to_lower(h_, *f);
+                if (!out_.put(c)) return -1;
+                continue;
+            }
+            if (conversion(&f, all, depth) < 0) return -1;
+        }
+        return 0;
+    }
+
+private:
+    struct Spec {
+        int pad = 0;        // '_', '-', '0' or 0
+        int width = -1;
+        int precision = -1;
+        int modifier = 0;   // 'E', 'O' or 0
+        Case casing = kAsIs;
+        Case all = kAsIs;
+    };
+
+    // One conversion; *f is at its "%" and is left at its last character.
+    int conversion(const nu_wchar **fp, Case all, int depth) {
+        const nu_wchar *f = *fp + 1;
+        Spec s;
+        s.all = all;
+        bool upcase = false, change_case = false;
+        for (;; ++f) {
+            if (*f == '_' || *f == '-' || *f == '0') s.pad = static_cast<int>(*f);
+            else if (*f == '^') upcase = true;
+            else if (*f == '#') change_case = true;
+            else break;
+        }
+        if (*f == 0) return fail(h_, NU_EBADFMT);
+        if ((*f >= '1' && *f <= '9') || *f == '.' || *f == '*' || *f == '+' || *f == ' ' ||
+            *f == '\'') {
+            // Width and precision through the library's specification scanner; the flags of
+            // printf that it also knows have no meaning here.
+            int justify = 0, width = 0, precision = -1;
+            nu_wchar pad = ' ';
+            unsigned flags = 0;
+            const nu_wchar *at = f;
+            if (_nu_scan_format_modifiers(h_, &f, &justify, &pad, &width, &precision, &flags,
+                                          nullptr, nullptr) < 0)
+                return -1;
+            if ((flags & (NU_FMT_PLUS | NU_FMT_SPACE | NU_FMT_GROUP | NU_FMT_LEFT | NU_FMT_ALT |
+                          NU_FMT_ZERO | NU_FMT_STAR_SEEN)) != 0)
+                return fail(h_, NU_EMODIFIER);
+            if (*at >= '1' && *at <= '9') s.width = width;
+            s.precision = precision;
+            if (*f == 0) return fail(h_, NU_EBADFMT);
+        }
+        if (*f == 'E' || *f == 'O') {
+            s.modifier = static_cast<int>(*f++);
+            if (*f == 0) return fail(h_, NU_EBADFMT);
+        }
+        *fp = f;
+        const nu_wchar c = *f;
+        if (s.precision >= 0 && c != 'f') return fail(h_, NU_EMODIFIER);
+        if (upcase) s.casing = kUpper;
+        const TimeFields &t = h_->time;
+        const int mod = s.modifier;
+        auto no_modifier = [&] { return mod == 0 || (fail(h_, NU_EMODIFIER), false); };
+        auto not_e = [&] { return mod != 'E' || (fail(h_, NU_EMODIFIER), false); };
+        auto not_o = [&] { return mod != 'O' || (fail(h_, NU_EMODIFIER), false); };
+        // "#" makes names upper case and the am/pm strings lower case.
+        auto names_case = [&] {
+            if (change_case) s.casing = kUpper;
+        };
+        const nu_time_rec &v = value_.local();
+        switch (c) {
+        case '%':
+            if (!no_modifier()) return -1;
+            return literal('%', s);
+        case 'n':
+            return literal('\n', s);
+        case 't':
+            return literal('\t', s);
+        case 'a':
+        case 'A': {
+            if (!no_modifier() || !value_.need(Value::kWday)) return -1;
+            names_case();
+            return text((c == 'a' ? t.abday : t.day)[v.wday], s);
+        }
+        case 'b':
+        case 'h':
+        case 'B': {
+            if (!not_e() || !value_.need(Value::kDate)) return -1;
+            names_case();
+            const int index = v.month_name;
+            const int count = t.month_count > 0 ? t.month_count : 12;
+            if (index < 0 || index >= count || index >= kMonthSlots) return fail(h_, NU_EMONTH);
+            const bool second = mod == 'O' && t.alt_month_count > index;
+            const CatString *list = c == 'B' ? (second ? t.alt_mon : t.mon)
+                                             : (second ? t.ab_alt_mon : t.abmon);
+            return text(list[index], s);
+        }
+        case 'c':
+            if (!not_o()) return -1;
+            return composite(mod == 'E' && *wide(t.era_date_time_format) != 0
+                                 ? wide(t.era_date_time_format) : wide(t.date_time_format),
+                             s, upcase, depth);
+        case 'x':
+            if (!not_o()) return -1;
+            return composite(mod == 'E' && *wide(t.era_date_format) != 0
+                                 ? wide(t.era_date_format) : wide(t.date_format),
+                             s, upcase, depth);
+        case 'X':
+            if (!not_o()) return -1;
+            return composite(mod == 'E' && *wide(t.era_time_format) != 0
+                                 ? wide(t.era_time_format) : wide(t.time_format),
+                             s, upcase, depth);
+        case 'D':
+            if (!no_modifier()) return -1;
+            return composite(kFmtD.w, s, upcase, depth);
+        case 'F':
+            if (!no_modifier()) return -1;
+            return composite(kFmtF.w, s, upcase, depth);
+        case 'R':
+            return composite(kFmtR.w, s, upcase, depth);
+        case 'T':
+            return composite(kFmtT.w, s, upcase, depth);
+        case 'r':
+            return composite(*wide(t.time_format_ampm) != 0 ? wide(t.time_format_ampm) : kFmtr.w,
+                             s, upcase, depth);
+        case 'C': {
+            if (!value_.need(Value::kDate)) return -1;
+            if (mod == 'E') {
+                const int era = find_era(h_, v.year, v.month, v.mday);
+                if (era == -2) return -1;
+                if (era >= 0) return text(t.eras[era].name, s);
+            }
+            const int year = v.year + 1900;
+            return number(year / 100 - (year % 100 < 0 ? 1 : 0), 1, s);
+        }
+        case 'd':
+            if (!not_e() || !value_.need(Value::kDate)) return -1;
+            return number(v.mday, 2, s);
+        case 'e':
+            if (!not_e() || !value_.need(Value::kDate)) return -1;
+            return number_spaced(v.mday, 2, s);
+        case 'H':
+            if (!not_e() || !value_.need(Value::kTime)) return -1;
+            return number(v.hour, 2, s);
+        case 'I':
+            if (!not_e() || !value_.need(Value::kTime)) return -1;
+            return number(hour12(), 2, s);
+        case 'k':
+            if (!not_e() || !value_.need(Value::kTime)) return -1;
+            return number_spaced(v.hour, 2, s);
+        case 'l':
+            if (!not_e() || !value_.need(Value::kTime)) return -1;
+            return number_spaced(hour12(), 2, s);
+        case 'j':
+            if (!not_e() || !value_.need(Value::kYday)) return -1;
+            return number(v.yday + 1, 3, s);
+        case 'M':
+            if (!not_e() || !value_.need(Value::kTime)) return -1;
+            return number(v.minute, 2, s);
+        case 'm':
+            if (!not_e() || !value_.need(Value::kDate)) return -1;
+            return number(v.month + 1, 2, s);
+        case 'S':
+            if (!not_e() || !value_.need(Value::kTime)) return -1;
+            return number(v.second, 2, s);
+        case 'P':
+        case 'p': {
+            if (!value_.need(Value::kTime)) return -1;
+            if (c == 'P' || change_case) s.casing = kLower;
+            return text(v.hour > 11 ? t.pm : t.am, s);
+        }
+        case 's': {
+            if (!value_.need(Value::kTime | Value::kDate)) return -1;
+            const nu_time_rec &g = value_.gregorian();
+            const int64_t seconds = epoch_days(g.year + 1900, g.month, g.mday) * 86400 +
+                                    g.hour * 3600 + g.minute * 60 + g.second;
+            // The width pads the whole number, never with zeros of its own: kept as strftime.
+            return number(seconds, 1, s, false, false);
+        }
+        case 'u':
+            if (!value_.need(Value::kWday)) return -1;
+            return number((v.wday + 6) % 7 + 1, 1, s);
+        case 'w':
+            if (!not_e() || !value_.need(Value::kWday)) return -1;
+            return number(v.wday, 1, s);
+        case 'U':
+            if (!not_e() || !value_.need(Value::kWday | Value::kYday)) return -1;
+            return number((v.yday - v.wday + 7) / 7, 2, s);
+        case 'W':
+            if (!not_e() || !value_.need(Value::kWday | Value::kYday)) return -1;
+            return number((v.yday - (v.wday + 6) % 7 + 7) / 7, 2, s);
+        case 'V':
+        case 'g':
+        case 'G': {
+            if (!not_e() || !value_.need(Value::kWday | Value::kYday)) return -1;
+            const IsoWeek w = iso_week(v.year + 1900, v.yday, v.wday);
+            if (c == 'g') return number((w.year % 100 + 100) % 100, 2, s);
+            if (c == 'G') return number(w.year, 1, s);
+            return number(w.week, 2, s);
+        }
+        case 'Y': {
+            if (!value_.need(Value::kDate)) return -1;
+            if (mod == 'E') {
+                const int era = find_era(h_, v.year, v.month, v.mday);
+                if (era == -2) return -1;
+                if (era >= 0) return composite(wide(t.eras[era].format), s, upcase, depth);
+            }
+            if (!not_o()) return -1;
+            return number(v.year + 1900, 1, s);
+        }
+        case 'y': {
+            if (!value_.need(Value::kDate)) return -1;
+            if (mod == 'E') {
+                const int era = find_era(h_, v.year, v.month, v.mday);
+                if (era == -2) return -1;
+                if (era >= 0) {
+                    const EraSpan &span = era_spans(h_)[era];
+                    const int64_t delta = int64_t{v.year} - span.start[0];
+                    return number(t.eras[era].offset + delta * span.absolute_direction, 2, s);
+                }
+            }
+            return number((v.year % 100 + 100) % 100, 2, s);
+        }
+        case 'Z':
+            // No time zone in a time value: the empty name, padded to the width.
+            return text(CatString{nullptr, nullptr}, s);
+        case 'z':
+            return 0;   // nor an offset: nothing at all, as for a value of unknown zone
+        case 'f': {
+            if (!no_modifier() || !value_.need(Value::kFraction)) return -1;
+            const int p = s.precision < 0 ? 6 : s.precision;
+            if (p < 1 || p > 9) return fail(h_, NU_EMODIFIER);
+            int64_t digits = value_.gregorian().fraction;
+            for (int i = 6; i > p; --i) digits /= 10;
+            for (int i = 6; i < p; ++i) digits *= 10;
+            return number(digits, p, s, false);
+        }
+        default:
+            return fail(h_, NU_EFORMAT);
+        }
+    }
+
+    int hour12() const {
+        const int hour = value_.local().hour;
+        return hour > 12 ? hour - 12 : hour == 0 ? 12 : hour;
+    }
+
+    Case effective(const Spec &s) const { return s.all != kAsIs ? s.all : s.casing; }
+
+    bool padding(const Spec &s, long length) {
+        const long delta = s.width - length;
+        return delta <= 0 || out_.fill(s.pad == '0' ? '0' : ' ', delta);
+    }
+
+    int literal(nu_wchar c, const Spec &s) {
+        return padding(s, 1) && out_.put(c) ? 0 : -1;
+    }
+
+    int text(const CatString &str, const Spec &s) {
+        return padding(s, out_.chars(str)) && out_.text(str, effective(s)) ? 0 : -1;
+    }
+
+    // A composite conversion: its format run in place, after the padding its width asks for;
+    // "^" makes all of it upper case.
+    int composite(const nu_wchar *sub, const Spec &s, bool upcase, int depth) {
+        const Case all = upcase ? kUpper : s.all;
+        if (s.width > 0) {
+            CountOut counter;
+            Engine<CountOut> measure(h_, counter, value_);
+            if (measure.run(sub, all, depth + 1) < 0) return -1;
+            if (!padding(s, counter.count())) return -1;
+        }
+        return run(sub, all, depth + 1);
+    }
+
+    int number_spaced(int64_t value, int d, Spec s) {
+        // Padded with spaces unless "0" or "-" asks otherwise.
+        if (s.pad != '0' && s.pad != '-') s.pad = '_';
+        return number(value, d, s);
+    }
+
+    int number(int64_t value, int d, Spec s, bool alt = true, bool width_digits = true) {
+        const int digits = d > s.width || !width_digits ? d : s.width;
+        if (alt && s.modifier == 'O' && value >= 0 && value < h_->time.alt_digit_count &&
+            h_->time.alt_digits != nullptr) {
+            const CatString &a = h_->time.alt_digits[value];
+            if (out_.chars(a) != 0) return text(a, s);
+        }
+        char buf[24];
+        char *end = buf + sizeof buf;
+        char *b = end;
+        const bool negative = value < 0;
+        uint64_t u = negative ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+        do {
+            *--b = static_cast<char>('0' + u % 10);
+            u /= 10;
+        } while (u != 0);
+        if (negative) *--b = '-';
+        if (s.pad != '-') {
+            const long pad = digits - (end - b);
+            if (pad > 0) {
+                if (s.pad == '_') {
+                    if (!out_.fill(' ', pad)) return -1;
+                    s.width = s.width > pad ? static_cast<int>(s.width - pad) : 0;
+                } else {
+                    if (negative) {
+                        ++b;
+                        if (!out_.put('-')) return -1;
+                    }
+                    if (!out_.fill('0', pad)) return -1;
+                    s.width = 0;
+                }
+            }
+        }
+        if (!padding(s, end - b)) return -1;
+        for (; b < end; ++b)
+            if (!out_.put(static_cast<nu_wchar>(*b))) return -1;
+        return 0;
+    }
+
+    nu_locale_rec *h_;
+    Out &out_;
+    Value &value_;
+};
+
+template <class Out>
+int format(nu_locale_rec *h, Out &out, const nu_wchar *format, const nu_time_rec *t) {
+    Value value(h, t);
+    Engine<Out> engine(h, out, value);
+    if (engine.run(format, kAsIs, 0) < 0) return -1;
+    out.finish();
+    const int64_t n = out.count();
+    return n > INT_MAX ? fail(h, NU_E2BIG) : static_cast<int>(n);
+}
+
+} // namespace
+
+NU_EXPORT int nu_wcsftime(nu_locale_t h, nu_wchar *out, int size, const nu_wchar *format,
+                          const nu_time_rec *t) {
+    if (nus::no_handle(h) || nus::missing(h, format, t)) return -1;
+    if (size < 0) return fail(h, NU_EBADVAL);
+    WideOut o(h, size == 0 ? nullptr : out, size);
+    return ::format(h, o, format, t);
+}
+
+NU_EXPORT int nu_mbsftime(nu_locale_t h, char *out, int size, const char *format,
+                          const nu_time_rec *t) {
+    if (nus::no_handle(h) || nus::missing(h, format, t)) return -1;
+    if (size < 0) return fail(h, NU_EBADVAL);
+    const Widened<64> wide_format(h, format);
+    if (wide_format.no_memory()) return fail(h, NU_ENOMEM);
+    if (wide_format.get() == nullptr) return -1;
+    ByteOut o(h, size == 0 ? nullptr : out, size);
+    return ::format(h, o, wide_format.get(), t);
+}

@@ -1,0 +1,716 @@
+// Time parsing: nu_wcsptime and nu_mbsptime. One engine over wide text; the multibyte form
+// widens its text and format and maps the stopping point back to its own bytes.
+//
+// The conversions are the formatter's, read the way the C library's strptime reads them:
+// white space in the format matches any run of white space (or none), numbers may follow
+// white space and take at most their field's digits, flags and widths are accepted and
+// ignored. Unlike strptime, literal text matches without regard to case. Names (days, months of both lists, eras, am/pm) and alternative digits are found
+// through the TIME category's validation caches, without regard to case; since a cache
+// answers with the shortest name that is a prefix of the text, every name of the kind is then
+// tried for a longer match ("June" is taken whole, not as "Jun" followed by "e").
+#include "time/timefmt.h"
+
+#include <climits>
+
+namespace {
+
+using namespace nus;
+using namespace nus::tm;
+
+int fail(nu_locale_rec *h, int code) {
+    set_error(h, code);
+    return -1;
+}
+
+constexpr int kMaxDepth = 4;
+
+// What the conversions found, before the date is put together.
+struct Found {
+    int fraction = 0, second = 0, minute = 0, hour = 0;
+    int mday = 1, month = 0, month_name = -1;   // month_name: a name was read (local index)
+    int year = 1900;                            // full year of the locale's calendar
+    int wday = -1, yday = -1;
+    unsigned wday_set = 0;                      // the days a name read may stand for
+    int century = -1, yy = -1;                  // %C, %y
+    int week = -1;                              // %U or %W
+    bool monday_week = false;
+    bool have_year = false, have_month = false, have_mday = false, have_hour12 = false;
+    int pm = -1;                                // -1 none, 0 am, 1 pm
+    int era = -1, era_year = -1;
+    bool want_era = false;
+    bool gregorian = false;                     // the date fields are Gregorian (%s)
+};
+
+template <size_t N>
+struct Fixed {
+    nu_wchar w[N];
+    constexpr Fixed(const char (&s)[N]) : w{} {
+        for (size_t i = 0; i < N; ++i) w[i] = static_cast<unsigned char>(s[i]);
+    }
+};
+constexpr Fixed kFmtD("%m/%d/%y");
+constexpr Fixed kFmtF("%Y-%m-%d");
+constexpr Fixed kFmtR("%H:%M");
+constexpr Fixed kFmtT("%H:%M:%S");
+constexpr Fixed kFmtr("%I:%M:%S %p");
+
+class Parser {
+public:
+    Parser(nu_locale_rec *h, const nu_wchar *text) : h_(h), in_(text) {}
+
+    int run(const nu_wchar *f, int depth) {
+        if (depth > kMaxDepth) return fail(h_, NU_EFORMAT);
+        for (; *f != 0; ++f) {
+            if (is_space(h_, *f)) {
+                skip_space();
+                continue;
+            }
+            if (*f != '%') {
+                // Literal text matches without regard to case, like the names it surrounds
+                // ("%Bta" of a Finnish date in capitals).
+                if (*in_ == 0 || !eq_fold(*in_, *f)) return fail(h_, NU_ENOMATCH);
+                ++in_;
+                continue;
+            }
+            if (conversion(&f, depth) < 0) return -1;
+        }
+        return 0;
+    }
+
+    const nu_wchar *position() const { return in_; }
+    Found &found() { return v_; }
+
+private:
+    void skip_space() {
+        while (*in_ != 0 && is_space(h_, *in_)) ++in_;
+    }
+
+    // One character of the input against one of a name, without regard to case: ASCII
+    // directly, others through the locale's case maps, lower and then upper case (final and
+    // medial sigma lower differently but upper alike).
+    bool eq_fold(nu_wchar a, nu_wchar b) const {
+        if (a == b) return true;
+        if (a < 0x80 && b < 0x80) return ((a ^ b) == 0x20) && ((a | 0x20) - 'a' < 26u);
+        return to_lower(h_, a) == to_lower(h_, b) || to_upper(h_, a) == to_upper(h_, b);
+    }
+
+    // Characters of `name` matched at the input without regard to case; 0 when it does not
+    // match or is empty. Blanks that begin a name (" 3月") are taken as already skipped.
+    int match_at(const nu_wchar *name) const {
+        while (*name != 0 && is_space(h_, *name)) ++name;
+        if (*name == 0 || !first_may_match(name[0])) return 0;
+        int i = 0;
+        for (; name[i] != 0; ++i)
+            if (in_[i] == 0 || !eq_fold(in_[i], name[i])) return 0;
+        return i;
+    }
+
+    // The first input character in both cases, made once per name lookup: most names differ
+    // from the input in their first character, which is then told without a case map.
+    void fold_first() {
+        first_ = *in_;
+        first_lower_ = first_ < 0x80 ? (first_ | ((first_ - 'A' < 26u) ? 0x20 : 0)) : to_lower(h_, first_);
+        first_upper_ = first_ < 0x80 ? (first_ & ~((first_ - 'a' < 26u) ? 0x20u : 0u)) : to_upper(h_, first_);
+    }
+    bool first_may_match(nu_wchar c) const {
+        if (c == first_ || c == first_lower_ || c == first_upper_) return true;
+        if (c < 0x80) {
+            // ASCII against ASCII was settled above; against a character beyond it only a
+            // case map can tell (the Kelvin sign lowers to "k").
+            if (first_ < 0x80) return false;
+        }
+        return to_lower(h_, c) == first_lower_ || to_upper(h_, c) == first_upper_;
+    }
+
+    // The longest of `count` names (given by `name(i)`) at the input. The cache of `kind`
+    // answers first with the shortest cached name that begins there (its value turned into an
+    // index by `index_of`); a longer name of the kind wins over it. Its index, with *length
+    // set; -1 if none.
+    template <class NameOf, class IndexOf>
+    int longest(int kind, int count, NameOf name, IndexOf index_of, int *length) {
+        int best = -1, best_length = 0;
+        int len = 0;
+        uint32_t value = 0;
+        fold_first();
+        const nu_wc_cache_node *root = h_->time.wc_cache[kind];
+        if (root != nullptr && _nu_validate_wc_string(h_, root, in_, &len, &value) == 0 &&
+            len > 0) {
+            best = index_of(value);
+            best_length = len;
+        }
+        for (int i = 0; i < count; ++i) {
+            const int n = match_at(name(i));
+            if (n > best_length) {
+                best = i;
+                best_length = n;
+            }
+        }
+        *length = best_length;
+        return best_length > 0 ? best : -1;
+    }
+
+    // A number of at most `digits` digits after optional white space, within [low, high].
+    bool number(int digits, int low, int high, int *out) {
+        skip_space();
+        const nu_wchar *p = in_;
+        long value = 0;
+        int n = 0;
+        while (n < digits && *p >= '0' && *p <= '9') {
+            value = value * 10 + (*p++ - '0');
+            ++n;
+        }
+        if (n == 0 || value < low || value > high) return false;
+        in_ = p;
+        *out = static_cast<int>(value);
+        return true;
+    }
+
+    // With the O modifier, alternative digits are tried first (the longest that matches).
+    bool alt_number(int mod, int digits, int low, int high, int *out) {
+        const TimeFields &t = h_->time;
+        if (mod == 'O' && t.alt_digit_count > 0 && t.alt_digits != nullptr) {
+            skip_space();
+            int length = 0;
+            const int count = t.alt_digit_count < 100 ? t.alt_digit_count : 100;
+            const int i = longest(kCacheDigits, count,
+                                  [&](int k) { return wide(t.alt_digits[k]); },
+                                  [](uint32_t v) { return static_cast<int>(v); }, &length);
+            if (i >= 0 && i >= low && i <= high) {
+                in_ += length;
+                *out = i;
+                return true;
+            }
+        }
+        return number(digits, low, high, out);
+    }
+
+    int conversion(const nu_wchar **fp, int depth) {
+        const nu_wchar *f = *fp + 1;
+        while (*f == '_' || *f == '-' || *f == '0' || *f == '^' || *f == '#') ++f;
+        int precision = -1;
+        if ((*f >= '1' && *f <= '9') || *f == '.' || *f == '*' || *f == '+' || *f == ' ' ||
+            *f == '\'') {
+            int justify = 0, width = 0;
+            nu_wchar pad = ' ';
+            unsigned flags = 0;
+            if (_nu_scan_format_modifiers(h_, &f, &justify, &pad, &width, &precision, &flags,
+                                          nullptr, nullptr) < 0)
+                return -1;
+            if ((flags & (NU_FMT_PLUS | NU_FMT_SPACE | NU_FMT_GROUP | NU_FMT_LEFT | NU_FMT_ALT |
+                          NU_FMT_ZERO | NU_FMT_STAR_SEEN)) != 0)
+                return fail(h_, NU_EMODIFIER);
+        }
+        if (*f == 0) return fail(h_, NU_EBADFMT);
+        int mod = 0;
+        if (*f == 'E' || *f == 'O') {
+            mod = static_cast<int>(*f++);
+            if (*f == 0) return fail(h_, NU_EBADFMT);
+        }
+        *fp = f;
+        const nu_wchar c = *f;
+        if (precision >= 0 && c != 'f') return fail(h_, NU_EMODIFIER);
+        const TimeFields &t = h_->time;
+        auto allow = [&](bool e, bool o) {
+            return (mod == 'E' && !e) || (mod == 'O' && !o) ? (fail(h_, NU_EMODIFIER), false)
+                                                            : true;
+        };
+        int n = 0;
+        switch (c) {
+        case '%':
+            if (!allow(false, false)) return -1;
+            if (*in_ != '%') return fail(h_, NU_ENOMATCH);
+            ++in_;
+            return 0;
+        case 'n':
+        case 't':
+            skip_space();
+            return 0;
+        case 'a':
+        case 'A': {
+            if (!allow(false, false)) return -1;
+            skip_space();
+            int length = 0;
+            const int i = longest(kCacheDays, 14,
+                                  [&](int k) { return wide(k < 7 ? t.day[k] : t.abday[k - 7]); },
+                                  [](uint32_t v) { return static_cast<int>((v >> 8) * 7 + (v & 0xFF)); },
+                                  &length);
+            if (i < 0) return fail(h_, NU_EPWDAY);
+            // Two days may share a name (Lao abbreviates Friday and Saturday alike): every
+            // day of that name stays possible until the date decides.
+            v_.wday = i % 7;
+            v_.wday_set = 0;
+            for (int k = 0; k < 14; ++k)
+                if (match_at(wide(k < 7 ? t.day[k] : t.abday[k - 7])) == length)
+                    v_.wday_set |= 1u << (k % 7);
+            in_ += length;
+            return 0;
+        }
+        case 'b':
+        case 'B':
+        case 'h': {
+            if (!allow(false, true)) return -1;
+            skip_space();
+            const int months = t.month_count > 0 && t.month_count <= kMonthSlots ? t.month_count : 12;
+            const int alt = t.alt_month_count > 0 && t.alt_month_count <= kMonthSlots
+                                ? t.alt_month_count : 0;
+            auto name = [&](int k) {
+                const int list = k / kMonthSlots, i = k % kMonthSlots;
+                const int count = list < 2 ? months : alt;
+                if (i >= count) return kEmptyWide;
+                const CatString *names = list == 0 ? t.mon : list == 1 ? t.abmon
+                                         : list == 2 ? t.alt_mon : t.ab_alt_mon;
+                return wide(names[i]);
+            };
+            int length = 0;
+            const int k = longest(
+                kCacheMonths, 4 * kMonthSlots, name,
+                [](uint32_t v) { return static_cast<int>((v >> 8) * kMonthSlots + (v & 0xFF)); },
+                &length);
+            if (k < 0) return fail(h_, NU_EPMONNAME);
+            in_ += length;
+            v_.month_name = k % kMonthSlots;
+            v_.have_month = true;
+            v_.gregorian = false;
+            return 0;
+        }
+        case 'c':
+            if (!allow(true, false)) return -1;
+            return run(mod == 'E' && *wide(t.era_date_time_format) != 0
+                           ? wide(t.era_date_time_format) : wide(t.date_time_format),
+                       depth + 1);
+        case 'x':
+            if (!allow(true, false)) return -1;
+            return run(mod == 'E' && *wide(t.era_date_format) != 0 ? wide(t.era_date_format)
+                                                                   : wide(t.date_format),
+                       depth + 1);
+        case 'X':
+            if (!allow(true, false)) return -1;
+            return run(mod == 'E' && *wide(t.era_time_format) != 0 ? wide(t.era_time_format)
+                                                                   : wide(t.time_format),
+                       depth + 1);
+        case 'D':
+            if (!allow(false, false)) return -1;
+            return run(kFmtD.w, depth + 1);
+        case 'F':
+            if (!allow(false, false)) return -1;
+            return run(kFmtF.w, depth + 1);
+        case 'R':
+            return run(kFmtR.w, depth + 1);
+        case 'T':
+            return run(kFmtT.w, depth + 1);
+        case 'r':
+            return run(*wide(t.time_format_ampm) != 0 ? wide(t.time_format_ampm) : kFmtr.w,
+                       depth + 1);
+        case 'C':
+            if (mod == 'E' && t.era_count > 0) return era_name();
+            if (!alt_number(mod, 2, 0, 99, &n)) return fail(h_, NU_EPYEAR);
+            v_.century = n;
+            return 0;
+        case 'd':
+        case 'e':
+            if (!allow(false, true) || (!alt_number(mod, 2, 1, 31, &n) && fail(h_, NU_EPMDAY)))
+                return -1;
+            v_.mday = n;
+            v_.have_mday = true;
+            v_.gregorian = false;
+            return 0;
+        case 'H':
+        case 'k':
+            if (!allow(false, true) || (!alt_number(mod, 2, 0, 23, &n) && fail(h_, NU_EPHOUR)))
+                return -1;
+            v_.hour = n;
+            v_.have_hour12 = false;
+            return 0;
+        case 'I':
+        case 'l':
+            if (!allow(false, true) || (!alt_number(mod, 2, 1, 12, &n) && fail(h_, NU_EPHOUR)))
+                return -1;
+            v_.hour = n % 12;
+            v_.have_hour12 = true;
+            return 0;
+        case 'j':
+            if (!allow(false, true) ||
+                (!alt_number(mod, 3, 1, t.calendar > 1 ? 385 : 366, &n) && fail(h_, NU_EPMDAY)))
+                return -1;
+            v_.yday = n - 1;
+            return 0;
+        case 'm':
+            if (!allow(false, true) ||
+                (!alt_number(mod, 2, 1, t.calendar > 1 ? 13 : 12, &n) && fail(h_, NU_EPMONTH)))
+                return -1;
+            v_.month = n - 1;
+            v_.month_name = -1;
+            v_.gregorian = false;
+            v_.have_month = true;
+            return 0;
+        case 'M':
+            if (!allow(false, true) || (!alt_number(mod, 2, 0, 59, &n) && fail(h_, NU_EPMINUTE)))
+                return -1;
+            v_.minute = n;
+            return 0;
+        case 'S':
+            if (!allow(false, true) || (!alt_number(mod, 2, 0, 60, &n) && fail(h_, NU_EPSECOND)))
+                return -1;
+            v_.second = n;
+            return 0;
+        case 'f': {
+            if (!allow(false, false)) return -1;
+            const int p = precision < 0 ? 6 : precision;
+            if (p < 1 || p > 9) return fail(h_, NU_EMODIFIER);
+            const nu_wchar *start = in_;
+            int value = 0, k = 0;
+            while (k < p && *in_ >= '0' && *in_ <= '9') {
+                if (k < 6) value = value * 10 + (*in_ - '0');
+                ++in_;
+                ++k;
+            }
+            if (k == 0) {
+                in_ = start;
+                return fail(h_, NU_EPFRACTION);
+            }
+            for (int i = k; i < 6; ++i) value *= 10;
+            v_.fraction = value;
+            return 0;
+        }
+        case 'p':
+        case 'P': {
+            skip_space();
+            int length = 0;
+            const int i = longest(kCacheAmPm, 2, [&](int k) { return wide(k == 0 ? t.am : t.pm); },
+                                  [](uint32_t v) { return static_cast<int>(v); }, &length);
+            if (i < 0) {
+                // A locale without am/pm strings writes nothing for them.
+                if (*wide(t.am) == 0 || *wide(t.pm) == 0) return 0;
+                return fail(h_, NU_EPHOUR);
+            }
+            in_ += length;
+            v_.pm = i;
+            return 0;
+        }
+        case 's': {
+            skip_space();
+            const nu_wchar *p = in_;
+            const bool negative = *p == '-';
+            if (negative) ++p;
+            int64_t seconds = 0;
+            int digits = 0;
+            while (*p >= '0' && *p <= '9' && digits < 13) {
+                seconds = seconds * 10 + (*p++ - '0');
+                ++digits;
+            }
+            if (digits == 0) return fail(h_, NU_EPSECOND);
+            in_ = p;
+            if (negative) seconds = -seconds;
+            int64_t days = seconds / 86400, rest = seconds % 86400;
+            if (rest < 0) {
+                rest += 86400;
+                --days;
+            }
+            nu_time_rec r{};
+            const int64_t day = days + 719162;   // counted from 0001-01-01
+            if (day < 0 || day > 3652058) return fail(h_, NU_EYEAR);
+            set_gregorian_day(r, static_cast<int32_t>(day));
+            v_.year = r.year + 1900;
+            v_.month = r.month;
+            v_.month_name = -1;
+            v_.mday = r.mday;
+            v_.have_year = v_.have_month = v_.have_mday = true;
+            v_.gregorian = true;   // a count of seconds names a Gregorian date
+            v_.century = v_.yy = -1;
+            v_.hour = static_cast<int>(rest / 3600);
+            v_.minute = static_cast<int>(rest / 60 % 60);
+            v_.second = static_cast<int>(rest % 60);
+            v_.have_hour12 = false;
+            return 0;
+        }
+        case 'u':
+            if (!allow(true, true) || (!alt_number(mod, 1, 1, 7, &n) && fail(h_, NU_EPWDAY)))
+                return -1;
+            v_.wday = n % 7;
+            v_.wday_set = 0;
+            return 0;
+        case 'w':
+            if (!allow(false, true) || (!alt_number(mod, 1, 0, 6, &n) && fail(h_, NU_EPWDAY)))
+                return -1;
+            v_.wday = n;
+            v_.wday_set = 0;
+            return 0;
+        case 'U':
+        case 'W':
+            if (!allow(false, true) || (!alt_number(mod, 2, 0, 53, &n) && fail(h_, NU_EPMDAY)))
+                return -1;
+            v_.week = n;
+            v_.monday_week = c == 'W';
+            return 0;
+        case 'V':
+            // Read and not used, as by strptime: a week of the ISO year alone names no date.
+            if (!allow(false, true) || (!alt_number(mod, 2, 0, 53, &n) && fail(h_, NU_EPMDAY)))
+                return -1;
+            return 0;
+        case 'g':
+            if (!allow(false, true) || (!alt_number(mod, 2, 0, 99, &n) && fail(h_, NU_EPYEAR)))
+                return -1;
+            return 0;
+        case 'G':
+            if (!allow(false, false) || (!number(4, 0, 9999, &n) && fail(h_, NU_EPYEAR)))
+                return -1;
+            return 0;
+        case 'Y':
+            if (mod == 'E' && t.era_count > 0) return era_year_format(depth);
+            // Hebrew years pass 9999.
+            if (!allow(true, false) ||
+                (!number(t.calendar > 1 ? 5 : 4, 0, 99999, &n) && fail(h_, NU_EPYEAR)))
+                return -1;
+            v_.year = n;
+            v_.have_year = true;
+            v_.gregorian = false;
+            v_.century = v_.yy = -1;
+            v_.want_era = false;
+            return 0;
+        case 'y':
+            if (mod == 'E' && t.era_count > 0) {
+                // An era's years may pass 9999 (the Buddhist era reaches 10542).
+                if (!number(6, 0, 999999, &n)) return fail(h_, NU_EPERA);
+                v_.era_year = n;
+                v_.want_era = true;
+                return 0;
+            }
+            if (!alt_number(mod, 2, 0, 99, &n)) return fail(h_, NU_EPYEAR);
+            v_.yy = n;
+            v_.have_year = false;
+            v_.gregorian = false;
+            return 0;
+        case 'z': {
+            // An offset of a zone is accepted and left aside: a time value has no zone.
+            skip_space();
+            if (*in_ == 'Z') {
+                ++in_;
+                return 0;
+            }
+            if (*in_ != '+' && *in_ != '-') return 0;
+            const nu_wchar *p = in_ + 1;
+            int digits = 0;
+            while (*p >= '0' && *p <= '9' && digits < 4) {
+                ++p;
+                ++digits;
+                if (digits == 2 && *p == ':') ++p;
+            }
+            if (digits != 2 && digits != 4) return fail(h_, NU_ENOMATCH);
+            in_ = p;
+            return 0;
+        }
+        case 'Z':
+            // A zone name: letters, accepted and left aside.
+            skip_space();
+            while ((*in_ >= 'A' && *in_ <= 'Z') || (*in_ >= 'a' && *in_ <= 'z')) ++in_;
+            return 0;
+        default:
+            return fail(h_, NU_EFORMAT);
+        }
+    }
+
+    // %EC: the name of an era (that of the era being tried by %EY, if any).
+    int era_name() {
+        const TimeFields &t = h_->time;
+        skip_space();
+        if (era_fixed_ >= 0) {
+            fold_first();
+            const int length = match_at(wide(t.eras[era_fixed_].name));
+            if (length == 0) return fail(h_, NU_EPERA);
+            in_ += length;
+            v_.era = era_fixed_;
+            v_.want_era = true;
+            return 0;
+        }
+        int length = 0;
+        const int i = longest(kCacheEras, t.era_count,
+                              [&](int k) { return wide(t.eras[k].name); },
+                              [](uint32_t v) { return static_cast<int>(v); }, &length);
+        if (i < 0) return fail(h_, NU_EPERA);
+        in_ += length;
+        v_.era = i;
+        v_.want_era = true;
+        return 0;
+    }
+
+    // %EY: the year written by one of the eras' formats, tried in order.
+    int era_year_format(int depth) {
+        const TimeFields &t = h_->time;
+        // An era's format that holds %EY again names no year: refused at once, so that the
+        // eras are not tried over and over at every level.
+        if (era_fixed_ >= 0) return fail(h_, NU_EPERA);
+        const nu_wchar *start = in_;
+        const Found saved = v_;
+        for (int i = 0; i < t.era_count; ++i) {
+            if (*wide(t.eras[i].format) == 0) continue;
+            era_fixed_ = i;
+            const int r = run(wide(t.eras[i].format), depth + 1);
+            era_fixed_ = -1;
+            if (r == 0) {
+                v_.era = i;
+                v_.want_era = true;
+                return 0;
+            }
+            in_ = start;
+            v_ = saved;
+        }
+        return fail(h_, NU_EPERA);
+    }
+
+    nu_locale_rec *h_;
+    const nu_wchar *in_;
+    Found v_;
+    int era_fixed_ = -1;
+    nu_wchar first_ = 0, first_lower_ = 0, first_upper_ = 0;
+};
+
+// The parsed fields put together into a Gregorian value.
+int assemble(nu_locale_rec *h, Found &v, nu_time_rec *out) {
+    int year = v.year;
+    if (v.want_era && v.era < 0 && v.era_year >= 0) {
+        // An era year without the era's name: the first era that holds the date.
+        const EraSpan *spans = era_spans(h);
+        if (spans == nullptr) return fail(h, NU_ENOMEM);
+        const int month = v.month_name >= 0 ? v.month_name : v.month;
+        for (int i = 0; i < h->time.era_count && v.era < 0; ++i) {
+            const int64_t y = int64_t{spans[i].start[0]} +
+                              int64_t{v.era_year - h->time.eras[i].offset} * spans[i].absolute_direction;
+            if (y > INT_MIN / 2 && y < INT_MAX / 2 &&
+                find_era(h, static_cast<int32_t>(y), month, v.mday) == i)
+                v.era = i;
+        }
+        if (v.era < 0) return fail(h, NU_EPERA);
+    }
+    if (v.want_era && v.era >= 0) {
+        const EraSpan *spans = era_spans(h);
+        if (spans == nullptr) return fail(h, NU_ENOMEM);
+        const EraSegment &e = h->time.eras[v.era];
+        const int era_year = v.era_year >= 0 ? v.era_year : e.offset;
+        const int64_t y = int64_t{spans[v.era].start[0]} +
+                          int64_t{era_year - e.offset} * spans[v.era].absolute_direction + 1900;
+        if (y < INT_MIN / 2 || y > INT_MAX / 2) return fail(h, NU_EYEAR);
+        year = static_cast<int>(y);
+    } else if (v.yy >= 0) {
+        if (v.century >= 0) year = v.century * 100 + v.yy;
+        else if (h->time.calendar > 1) year = nu_alt_getcentury(h) * 100 + v.yy;
+        else year = v.yy >= 69 ? 1900 + v.yy : 2000 + v.yy;
+    } else if (v.century >= 0 && !v.have_year) {
+        year = v.century * 100;
+    }
+    int hour = v.hour;
+    if (v.have_hour12 && v.pm == 1) hour += 12;
+    // In a local calendar, a text without a date names Gregorian 1900-01-01 as elsewhere, and
+    // one without a year that of 1900-01-01 in the local calendar.
+    bool local = h->time.calendar > 1 && !v.gregorian;
+    const bool any_date = v.have_year || v.yy >= 0 || v.century >= 0 || v.want_era ||
+                          v.have_month || v.have_mday || v.yday >= 0 || v.week >= 0;
+    if (local && !any_date) local = false;
+    if (local && !v.have_year && v.yy < 0 && v.century < 0 && !v.want_era) {
+        nu_time_rec start{}, there{};
+        start.mday = 1;
+        if (nu_cal_gregorian_to_local(h, &start, &there) == 0) year = there.year + 1900;
+    }
+
+    nu_time_rec r{};
+    r.fraction = v.fraction;
+    r.second = v.second;
+    r.minute = v.minute;
+    r.hour = hour;
+    r.mday = v.mday;
+    r.year = year - 1900;
+    if (!local) {
+        if (year < 1 || year > 9999) return fail(h, NU_EYEAR);
+        int month = v.month_name >= 0 ? v.month_name : v.month;
+        if (month > 11) return fail(h, NU_EMONTH);
+        if (v.yday >= 0 && !v.have_month && !v.have_mday) {
+            // The day of the year names the date.
+            if (v.yday > (gregorian_leap(year) ? 365 : 364)) return fail(h, NU_EYDAY);
+            int d = v.yday;
+            for (month = 0; d >= month_length(month, year); ++month) d -= month_length(month, year);
+            r.mday = d + 1;
+        } else if (v.week >= 0 && v.wday >= 0 && !v.have_month && !v.have_mday) {
+            // A week of the year and a day of the week name the date.
+            const int first = v.monday_week ? 1 : 0;
+            const int jan1 = _nu_gregorian_weekday(1, 0, year);
+            int d = (7 - (jan1 - first)) % 7 + (v.week - 1) * 7 + (v.wday - first + 7) % 7;
+            if (d < 0 || d > (gregorian_leap(year) ? 365 : 364)) return fail(h, NU_EPMDAY);
+            for (month = 0; d >= month_length(month, year); ++month) d -= month_length(month, year);
+            r.mday = d + 1;
+        }
+        if (r.mday > month_length(month, year)) return fail(h, NU_EMDAY);
+        r.month = r.month_name = month;
+        *out = r;
+    } else {
+        r.month = v.month_name >= 0 ? -1 : v.month;
+        r.month_name = v.month_name;
+        const bool by_yday = v.yday >= 0 && !v.have_month && !v.have_mday;
+        if (by_yday) {   // the day of the year counts from the first day of the local year
+            r.month = r.month_name = 0;
+            r.mday = 1;
+        }
+        nu_time_rec g{};
+        if (nu_cal_local_to_gregorian(h, &r, &g) != 0) return fail(h, NU_EYEAR);
+        if (by_yday) {
+            const int64_t day = epoch_days(g.year + 1900, g.month, g.mday) + 719162 + v.yday;
+            if (day < 0 || day > 3652058) return fail(h, NU_EYEAR);
+            set_gregorian_day(g, static_cast<int32_t>(day));
+            nu_time_rec check{};
+            if (nu_cal_gregorian_to_local(h, &g, &check) != 0 || check.year != r.year)
+                return fail(h, NU_EYDAY);
+            r = check;   // the local date that day of the year names, compared below
+        }
+        // A day the month does not have comes back as another date.
+        nu_time_rec back{};
+        if (nu_cal_gregorian_to_local(h, &g, &back) != 0 || back.mday != r.mday ||
+            back.year != r.year)
+            return fail(h, NU_EMDAY);
+        if (g.year < 1 - 1900 || g.year > 9999 - 1900) return fail(h, NU_EYEAR);
+        *out = g;
+    }
+    const int gy = out->year + 1900;
+    out->wday = _nu_gregorian_weekday(out->mday, out->month, gy);
+    out->yday = _nu_gregorian_yearday(out->mday, out->month, gy);
+    out->month_name = out->month;
+    // A day of week that contradicts the date; without a day (of month or year) it names none.
+    if (v.wday >= 0 && (v.have_mday || v.yday >= 0) && v.wday != out->wday &&
+        (v.wday_set & (1u << out->wday)) == 0)
+        return fail(h, NU_EPWDAY);
+    if (v.yday >= 0 && !local && v.yday != out->yday) return fail(h, NU_EYDAY);
+    return 0;
+}
+
+const nu_wchar *parse(nu_locale_rec *h, const nu_wchar *text, const nu_wchar *format,
+                      nu_time_rec *t) {
+    Parser p(h, text);
+    if (p.run(format, 0) < 0) return nullptr;
+    nu_time_rec r{};
+    if (assemble(h, p.found(), &r) < 0) return nullptr;
+    r.carried[0] = t->carried[0];
+    r.carried[1] = t->carried[1];
+    r.carried[2] = t->carried[2];
+    *t = r;
+    return p.position();
+}
+
+} // namespace
+
+NU_EXPORT nu_wchar *nu_wcsptime(nu_locale_t h, const nu_wchar *text, const nu_wchar *format,
+                                nu_time_rec *t) {
+    if (nus::no_handle(h) || nus::missing(h, text, format, t)) return nullptr;
+    return const_cast<nu_wchar *>(parse(h, text, format, t));
+}
+
+NU_EXPORT char *nu_mbsptime(nu_locale_t h, const char *text, const char *format,
+                            nu_time_rec *t) {
+    if (nus::no_handle(h) || nus::missing(h, text, format, t)) return nullptr;
+    const Widened<128> wide_text(h, text);
+    const Widened<64> wide_format(h, format);
+    if (wide_text.no_memory() || wide_format.no_memory()) {
+        nus::set_error(h, NU_ENOMEM);
+        return nullptr;
+    }
+    if (wide_text.get() == nullptr || wide_format.get() == nullptr) return nullptr;
+    const nu_wchar *end = parse(h, wide_text.get(), wide_format.get(), t);
+    if (end == nullptr) return nullptr;
+    return const_cast<char *>(text) + wide_text.offset(end - wide_text.get());
+}

@@ -1,0 +1,163 @@
+// Internal interface of the time formatter, parser and date information: the TIME strings as
+// they read them, case mapping of wide characters, field checks, the era table in the form
+// the conversions use, and the week arithmetic they share.
+#pragma once
+
+#include "chars/chars.h"
+#include "time/calendar.h"
+
+#include <cstdint>
+
+namespace nus::tm {
+
+inline constexpr nu_wchar kEmptyWide[1] = {0};
+inline constexpr char kEmptyMb[4] = {0, 0, 0, 0};
+
+inline const char *mb(const CatString &s) { return s.mb != nullptr ? s.mb : kEmptyMb; }
+inline const nu_wchar *wide(const CatString &s) { return s.wide != nullptr ? s.wide : kEmptyWide; }
+
+inline int wlen(const nu_wchar *s) {
+    int n = 0;
+    while (s[n] != 0) ++n;
+    return n;
+}
+
+// Case mapping of one wide character of the handle's code set.
+inline nu_wchar to_upper(nu_locale_rec *h, nu_wchar wc) {
+    if (h->single_byte) return h->sb_upper != nullptr && wc < 256 ? h->sb_upper[wc] : wc;
+    return _nu_im_towupper(h, wc);
+}
+inline nu_wchar to_lower(nu_locale_rec *h, nu_wchar wc) {
+    if (h->single_byte) return h->sb_lower != nullptr && wc < 256 ? h->sb_lower[wc] : wc;
+    return _nu_im_towlower(h, wc);
+}
+
+// The locale's white space, as the parser skips it: the space class of CTYPE, and the ASCII
+// blanks in a locale without one.
+inline bool is_space(nu_locale_rec *h, nu_wchar wc) {
+    if (wc == ' ' || (wc >= '\t' && wc <= '\r')) return true;
+    if (wc < 0x80) return false;
+    if (h->single_byte) return h->sb_class != nullptr && wc < 256 && (h->sb_class[wc] & NU_CLASS_SPACE);
+    return _nu_im_iswctype(h, wc, NU_CLASS_SPACE) != 0;
+}
+
+// One era segment with its dates as the conversions compare them: year - 1900 (or the open
+// ends unchanged), month from 0, day; and the sign of its year count, +1 when its years grow
+// with time, -1 when they fall.
+struct EraSpan {
+    int32_t start[3];
+    int32_t stop[3];
+    int32_t absolute_direction;
+};
+
+// The handle's eras in that form, made on first use in the per-handle era cache (one block
+// from the library allocator, freed with the handle's TIME category). Null without eras, or
+// with NU_ENOMEM stored when the block cannot be had.
+const EraSpan *era_spans(nu_locale_rec *h);
+
+// The index of the era a date (year - 1900, month from 0, day) falls in; -1 when none does,
+// -2 when the era cache cannot be made (NU_ENOMEM stored).
+int find_era(nu_locale_rec *h, int32_t year, int32_t month, int32_t mday);
+
+// Days from the first day of the first ISO week of a year to day yday of the year whose
+// weekday is wday; yday may be as small as -366.
+constexpr int iso_week_days(int yday, int wday) {
+    constexpr int kBig = (366 / 7 + 2) * 7;
+    return yday - (yday - wday + 4 + kBig) % 7 + 3;
+}
+
+// ISO 8601 week-based year (full) and week (1 to 53) of a date given by its full year, day of
+// year and day of week.
+struct IsoWeek {
+    int year;
+    int week;
+};
+constexpr IsoWeek iso_week(int year, int yday, int wday) {
+    int days = iso_week_days(yday, wday);
+    if (days < 0) {
+        --year;
+        days = iso_week_days(yday + (365 + (gregorian_leap(year) ? 1 : 0)), wday);
+    } else {
+        const int d = iso_week_days(yday - (365 + (gregorian_leap(year) ? 1 : 0)), wday);
+        if (d >= 0) {
+            ++year;
+            days = d;
+        }
+    }
+    return {year, days / 7 + 1};
+}
+
+// Length of a Gregorian month (from 0) of a full year.
+constexpr int month_length(int month, int year) {
+    constexpr int kLength[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    return month == 1 && gregorian_leap(year) ? 29 : kLength[month];
+}
+
+// Range checks of a time value's words; 0, or the error code of the first word out of range.
+// `date` also checks the day of month against the month's length.
+int check_time(const nu_time_rec &t);        // fraction, seconds, minutes, hour
+int check_date(const nu_time_rec &t);        // year 1 to 9999, month, day of month
+
+// Days from 1970-01-01 of a valid Gregorian date (full year, month from 0, day).
+int64_t epoch_days(int year, int month, int mday);
+
+// A null-terminated multibyte string of the handle's code set as wide characters, with the
+// byte offset of each (for the parser's stopping point): on the stack up to N characters, from
+// the library allocator above. One decoding pass in code sets whose terminator is one byte
+// (a string of n bytes has at most n characters); the others are measured first.
+template <size_t N>
+class Widened {
+public:
+    Widened(nu_locale_rec *h, const char *s) : size_(capacity(h, s)), wide_(size_), offsets_(size_) {
+        if (size_ == 0 || !wide_.ok() || !offsets_.ok()) return;
+        nu_wchar *w = wide_.data();
+        int32_t *o = offsets_.data();
+        const auto *p = reinterpret_cast<const unsigned char *>(s);
+        size_t k = 0, at = 0;
+        if (h->single_byte) {
+            for (; p[at] != 0; ++at, ++k) {
+                w[k] = p[at];
+                o[k] = static_cast<int32_t>(at);
+            }
+        } else {
+            const int m = nu_mb_loc_min(h) > 0 ? nu_mb_loc_min(h) : 1;
+            for (;;) {
+                int zeros = 0;
+                while (zeros < m && p[at + static_cast<size_t>(zeros)] == 0) ++zeros;
+                if (zeros == m) break;   // the terminator
+                if (k + 1 >= size_) return;   // cannot happen: the capacity bounds it
+                const Walk step = walk(h->ctype.class_table, p + at, 4);
+                if (step.status != 0) {
+                    set_error(h, step.status);
+                    return;
+                }
+                w[k] = step.wc;
+                o[k++] = static_cast<int32_t>(at);
+                at += static_cast<size_t>(step.length);
+            }
+        }
+        w[k] = 0;
+        o[k] = static_cast<int32_t>(at);
+        text_ = w;
+        at_ = o;
+    }
+    // Null when the text does not decode (error stored) or memory was short (no_memory()).
+    const nu_wchar *get() const { return text_; }
+    bool no_memory() const { return size_ != 0 && (!wide_.ok() || !offsets_.ok()); }
+    // The byte offset of character k (k up to the character count).
+    long offset(long k) const { return at_[k]; }
+
+private:
+    static size_t capacity(nu_locale_rec *h, const char *s) {
+        if (h->single_byte || nu_mb_loc_min(h) <= 1) return std::strlen(s) + 1;
+        const int n = _nu_im_mbslen(h, reinterpret_cast<const unsigned char *>(s));
+        return n < 0 ? 0 : static_cast<size_t>(n) + 1;
+    }
+    size_t size_;
+    Scratch<nu_wchar, N> wide_;
+    Scratch<int32_t, N> offsets_;
+    const nu_wchar *text_ = nullptr;
+    const int32_t *at_ = nullptr;
+};
+
+} // namespace nus::tm
