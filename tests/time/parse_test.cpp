@@ -218,6 +218,7 @@ TEST(TimeParse, LocalCalendarsRoundTrip) {
         _nu_free_ptr(t.mon[i].wide);
         t.mon[i] = saved[i];
     }
+    freelocale(g);
 }
 
 } // namespace
