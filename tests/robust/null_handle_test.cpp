@@ -158,7 +158,10 @@ const Entry entries[] = {
     F(nu_mbstod), F(nu_wcsfmon), F(nu_mbsfmon), F(nu_wcsfmon1), F(nu_wcspmon), F(nu_mbspmon),
     F(nu_wcspmon1), F(_nu_compare_wc_to_mb), F(nu_wcsftime), F(nu_mbsftime), F(nu_wcsptime),
     F(nu_mbsptime), F(nu_time_normalize), F(nu_time_isoweek), F(nu_time_localweek),
-    F(nu_time_first_weekday), F(nu_time_expand_year),
+    F(nu_time_first_weekday), F(nu_time_expand_year), F(nu_cs_num2cs_name), F(nu_is_lc_spec),
+    F(nu_lc_spec2lc_short), F(nu_lc_short2lc_long), F(nu_lc_spec2lc_norm), F(nu_lc_spec2category),
+    F(nu_lc_fname2lc_spec), F(nu_cm_load), F(nu_mbstosyms), F(nu_symstombs), F(nu_wcspnum),
+    F(nu_mbspnum), F(nu_wcspnum1),
 };
 #undef F
 
@@ -202,7 +205,8 @@ const std::map<std::string, std::string> &null_handle_results() {
               "_tsn_nu_is_mbfscoll_exp_elem", "_tsn_nu_mbscmp", "_tsn_nu_thaismoncoll",
               "nu_full_mbscmp", "nu_full_mbscoll", "nu_full_mbsncmp", "nu_full_wcscoll",
               "nu_IsSpecialLocale", "nu_ctype", "nu_ismbsterm", "nu_mbsbytes", "nu_mbsbytes_nt",
-              "nu_alt_getcentury", "nu_iconv_expansion", "nu_cv_outbuflen", "_nu_is_xopen_spec"})
+              "nu_alt_getcentury", "nu_iconv_expansion", "nu_cv_outbuflen", "_nu_is_xopen_spec",
+              "nu_is_lc_spec"})
             r[name] = "0";
         // Sentinels of their own: a conversion's out-of-range value, the unknown code set, a
         // wide character's failure.
