@@ -43,6 +43,27 @@ const char *nus_sql_error_text(int code, char *buffer, size_t size) {
         {NU_EVERSION, "NU_EVERSION (data file of another compiler version)"},
         {NU_ELOAD, "NU_ELOAD (a category could not be loaded)"},
         {NU_ECATCODESET, "NU_ECATCODESET (a category of another code set)"},
+        {NU_EFRACTION, "NU_EFRACTION (fraction of a second out of range)"},
+        {NU_ESECOND, "NU_ESECOND (seconds out of range)"},
+        {NU_EMINUTE, "NU_EMINUTE (minutes out of range)"},
+        {NU_EHOUR, "NU_EHOUR (hour out of range)"},
+        {NU_EMDAY, "NU_EMDAY (day of month out of range)"},
+        {NU_EWDAY, "NU_EWDAY (day of week out of range)"},
+        {NU_EYDAY, "NU_EYDAY (day of year out of range)"},
+        {NU_EMONTH, "NU_EMONTH (month out of range)"},
+        {NU_EYEAR, "NU_EYEAR (year out of range)"},
+        {NU_EPFRACTION, "NU_EPFRACTION (fraction of a second not found)"},
+        {NU_EPSECOND, "NU_EPSECOND (seconds not found)"},
+        {NU_EPMINUTE, "NU_EPMINUTE (minutes not found)"},
+        {NU_EPHOUR, "NU_EPHOUR (hour or am/pm not found)"},
+        {NU_EPMDAY, "NU_EPMDAY (day not found)"},
+        {NU_EPWDAY, "NU_EPWDAY (day of week not found or contradicting the date)"},
+        {NU_EPMONTH, "NU_EPMONTH (month number not found)"},
+        {NU_EPYEAR, "NU_EPYEAR (year or century not found)"},
+        {NU_EPERA, "NU_EPERA (era name or year not found)"},
+        {NU_EMODIFIER, "NU_EMODIFIER (malformed format modifier)"},
+        {NU_ENOMATCH, "NU_ENOMATCH (text does not match the format)"},
+        {NU_EPMONNAME, "NU_EPMONNAME (month name not found)"},
     };
     for (size_t i = 0; i < sizeof names / sizeof names[0]; ++i)
         if (names[i].code == code) {
@@ -825,6 +846,179 @@ int nus_sql_calendar(const char *date, const char *calendar, nus_sql_buf *out,
 bad:
     set_err(err, "'%.40s' is not a date written YYYY-MM-DD", date);
     return -1;
+}
+
+/* ---- dates and times ------------------------------------------------------------------- */
+
+int nus_sql_time_set(nus_sql_locale *l, long year, int month, int mday, int hour, int minute,
+                     int second, long fraction, nu_time_rec *t, nus_sql_err *err) {
+    /* The library checks the fields; only what would not fit its words is refused here. */
+    if (year < -100000 || year > 100000 || fraction < 0 || fraction > 999999) {
+        set_err(err, "%s out of range", fraction < 0 || fraction > 999999 ? "fraction" : "year");
+        return -1;
+    }
+    memset(t, 0, sizeof *t);
+    t->year = (int32_t)(year - 1900);
+    t->month = t->month_name = month - 1;
+    t->mday = mday;
+    t->hour = hour;
+    t->minute = minute;
+    t->second = second;
+    t->fraction = (int32_t)fraction;
+    *_nu_ext_errno(l->handle) = 0;
+    if (nu_time_normalize(l->handle, t) != 0) return fail_handle(err, l->handle, "time");
+    return 0;
+}
+
+/* Reads `digits` decimal digits (at least one, at most `most`) into *value. */
+static const char *read_number(const char *p, const char *end, int most, long *value,
+                               int *digits) {
+    long v = 0;
+    int n = 0;
+    while (p < end && is_digit((unsigned char)*p) && n < most) {
+        v = v * 10 + (*p++ - '0');
+        ++n;
+    }
+    *value = v;
+    *digits = n;
+    return p;
+}
+
+/* How many bytes of a text to quote in a message: at most 60, not cutting a UTF-8 character. */
+static int quoted_length(const char *text, size_t length) {
+    size_t n = length < 60 ? length : 60;
+    while (n > 0 && n < length && ((unsigned char)text[n] & 0xC0) == 0x80) --n;
+    return (int)n;
+}
+
+/* Expects `sep` (or, for 'T', a space too) at *p. */
+static int separator(const char **p, const char *end, char sep) {
+    if (*p == end || (**p != sep && !(sep == 'T' && **p == ' '))) return 0;
+    ++*p;
+    return 1;
+}
+
+static int two_digits(const char **p, const char *end, long *value) {
+    int n;
+    *p = read_number(*p, end, 2, value, &n);
+    return n == 2;
+}
+
+int nus_sql_time_from_iso(nus_sql_locale *l, const char *text, size_t length, nu_time_rec *t,
+                          nus_sql_err *err) {
+    const char *p = text, *end = text + length;
+    while (p < end && blank((unsigned char)*p)) ++p;
+    while (end > p && blank((unsigned char)end[-1])) --end;
+    long year = 0, month = 0, mday = 0, hour = 0, minute = 0, second = 0, fraction = 0;
+    int n;
+    p = read_number(p, end, 4, &year, &n);
+    if (n != 4 || !separator(&p, end, '-') || !two_digits(&p, end, &month) ||
+        !separator(&p, end, '-') || !two_digits(&p, end, &mday))
+        goto bad;
+    if (p < end) {
+        if (!separator(&p, end, 'T') || !two_digits(&p, end, &hour) ||
+            !separator(&p, end, ':') || !two_digits(&p, end, &minute))
+            goto bad;
+        if (p < end && *p == ':') {
+            ++p;
+            if (!two_digits(&p, end, &second)) goto bad;
+            if (p < end && *p == '.') {
+                int digits = 0;
+                for (++p; p < end && is_digit((unsigned char)*p); ++p, ++digits)
+                    if (digits < 6) fraction = fraction * 10 + (*p - '0');
+                if (digits == 0 || digits > 9) goto bad;
+                for (; digits < 6; ++digits) fraction *= 10;
+            }
+        }
+    }
+    if (p != end) goto bad;
+    if (nus_sql_time_set(l, year, (int)month, (int)mday, (int)hour, (int)minute, (int)second,
+                         fraction, t, err) != 0) {
+        char what[96];
+        snprintf(what, sizeof what, "'%.*s'", quoted_length(text, length), text);
+        return fail_handle(err, l->handle, what);
+    }
+    return 0;
+bad:
+    set_err(err, "'%.*s' is not a time written YYYY-MM-DD[ HH:MM[:SS[.FFFFFF]]]",
+            quoted_length(text, length), text);
+    return -1;
+}
+
+int nus_sql_time_from_epoch(nus_sql_locale *l, long long seconds, long micro, nu_time_rec *t,
+                            nus_sql_err *err) {
+    /* 0001-01-01 00:00:00 to 9999-12-31 23:59:59: the years the formatter writes. */
+    if (seconds < -62135596800LL || seconds > 253402300799LL) {
+        set_err(err, "%lld seconds since 1970 is outside the years 1 to 9999", seconds);
+        return -1;
+    }
+    long long days = seconds / 86400, rest = seconds % 86400;
+    if (rest < 0) {
+        rest += 86400;
+        --days;
+    }
+    /* The Gregorian date of a day count from 1970-01-01, counted in 400-year eras from
+       0000-03-01. */
+    const long long z = days + 719468;
+    const long long era = (z >= 0 ? z : z - 146096) / 146097;
+    const long long doe = z - era * 146097;
+    const long long yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+    const long long doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+    const long long mp = (5 * doy + 2) / 153;
+    const int mday = (int)(doy - (153 * mp + 2) / 5 + 1);
+    const int month = (int)(mp < 10 ? mp + 3 : mp - 9);
+    const long year = (long)(yoe + era * 400 + (month <= 2));
+    return nus_sql_time_set(l, year, month, mday, (int)(rest / 3600), (int)(rest / 60 % 60),
+                            (int)(rest % 60), micro, t, err);
+}
+
+int nus_sql_time_iso(const nu_time_rec *t, nus_sql_buf *out, nus_sql_err *err) {
+    char text[64];
+    int n = snprintf(text, sizeof text, "%04ld-%02d-%02d %02d:%02d:%02d", (long)t->year + 1900,
+                     t->month + 1, t->mday, t->hour, t->minute, t->second);
+    if (t->fraction != 0)
+        n += snprintf(text + n, sizeof text - (size_t)n, ".%06ld", (long)t->fraction);
+    return buf_set(out, text, (size_t)n, err);
+}
+
+int nus_sql_date(nus_sql_cache *c, nus_sql_locale *l, const char *format, const nu_time_rec *t,
+                 nus_sql_buf *out, nus_sql_err *err) {
+    if (to_local(l, format, strlen(format), &c->scratch[0], 1, err) != 0) return -1;
+    const char *local = (const char *)c->scratch[0].data;
+    *_nu_ext_errno(l->handle) = 0;
+    /* Measured first: the result is then written into a buffer that holds it. */
+    const int needed = nu_mbsftime(l->handle, NULL, 0, local, t);
+    if (needed < 0) return fail_handle(err, l->handle, "format");
+    nus_sql_buf *result = &c->scratch[1];
+    if (buf_reserve(result, (size_t)needed, err) != 0) return -1;
+    const int n = nu_mbsftime(l->handle, (char *)result->data, needed + 4, local, t);
+    if (n < 0) return fail_handle(err, l->handle, "format");
+    buf_terminate(result, (size_t)n);
+    return to_utf8(l, result->data, result->length, out, err);
+}
+
+int nus_sql_parse_date(nus_sql_cache *c, nus_sql_locale *l, const char *format, const char *text,
+                       size_t length, nu_time_rec *t, nus_sql_err *err) {
+    if (to_local(l, format, strlen(format), &c->scratch[0], 1, err) != 0) return -1;
+    if (to_local(l, text, length, &c->scratch[2], 1, err) != 0) return -1;
+    const char *local = (const char *)c->scratch[2].data;
+    if (memchr(local, 0, c->scratch[2].length) != NULL) {
+        set_err(err, "the text holds a NUL character");
+        return -1;
+    }
+    *_nu_ext_errno(l->handle) = 0;
+    const char *end = nu_mbsptime(l->handle, local, (const char *)c->scratch[0].data, t);
+    if (end == NULL) {
+        char what[96];
+        snprintf(what, sizeof what, "'%.*s'", quoted_length(text, length), text);
+        return fail_handle(err, l->handle, what);
+    }
+    while (blank((unsigned char)*end)) ++end;
+    if (*end != '\0') {
+        set_err(err, "'%.*s': text after the date", quoted_length(text, length), text);
+        return -1;
+    }
+    return 0;
 }
 
 /* ---- collation version ----------------------------------------------------------------- */

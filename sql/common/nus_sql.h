@@ -121,6 +121,27 @@ int nus_sql_conv_bytes(nus_sql_cache *c, const char *from, const char *to, const
    the same way (the month counted from 1: Tishri is 1 in the Hebrew calendar). */
 int nus_sql_calendar(const char *date, const char *calendar, nus_sql_buf *out,
                      nus_sql_err *err);
+/* Dates and times. A time value is Gregorian and carries no time zone. */
+/* The value of a date and time (month and day from 1, fraction in microseconds), checked and
+   completed (day of week, day of year) by the locale's handle. */
+int nus_sql_time_set(nus_sql_locale *l, long year, int month, int mday, int hour, int minute,
+                     int second, long fraction, nu_time_rec *t, nus_sql_err *err);
+/* ISO text: "YYYY-MM-DD", optionally followed by "T" or a space and "HH:MM", "HH:MM:SS" or
+   "HH:MM:SS.F" (1 to 9 digits, kept to the microsecond); blanks around it are skipped. */
+int nus_sql_time_from_iso(nus_sql_locale *l, const char *text, size_t length, nu_time_rec *t,
+                          nus_sql_err *err);
+/* Seconds since 1970-01-01 00:00:00 (a Unix time, as UTC) and microseconds (0 to 999999). */
+int nus_sql_time_from_epoch(nus_sql_locale *l, long long seconds, long micro, nu_time_rec *t,
+                            nus_sql_err *err);
+/* "YYYY-MM-DD HH:MM:SS", with ".ffffff" when the fraction is not 0. */
+int nus_sql_time_iso(const nu_time_rec *t, nus_sql_buf *out, nus_sql_err *err);
+/* A time value written by a format of the library's time formatter (nu_mbsftime). */
+int nus_sql_date(nus_sql_cache *c, nus_sql_locale *l, const char *format, const nu_time_rec *t,
+                 nus_sql_buf *out, nus_sql_err *err);
+/* Text read by such a format (nu_mbsptime); the whole text must be read, blanks after it
+   aside. */
+int nus_sql_parse_date(nus_sql_cache *c, nus_sql_locale *l, const char *format, const char *text,
+                       size_t length, nu_time_rec *t, nus_sql_err *err);
 /* The version of a locale's collation: the library's version and the SHA-256 of the COLLATE
    section of the locale file that the library's data-file search finds for that name. */
 int nus_sql_collation_version(const char *locale, nus_sql_buf *out, nus_sql_err *err);

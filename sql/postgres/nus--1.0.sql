@@ -64,5 +64,10 @@ CREATE FUNCTION nus_cal(date, calendar text) RETURNS text
 CREATE FUNCTION nus_collation_version(locale text) RETURNS text
     AS 'MODULE_PATHNAME', 'nus_collation_version' LANGUAGE C STABLE STRICT PARALLEL SAFE;
 
--- Time and date formatting (nus_date, nus_parse_date) join these once the library's TIME
--- formatter is in place.
+-- Dates and times written and read in a locale (its names, calendar, eras and digits) by
+-- the formats of strftime and the library's own (%f, %Ec, %Oy, ...). A date argument is cast
+-- to its midnight; a timestamp with time zone must be cast to a timestamp (its local time).
+CREATE FUNCTION nus_date(locale text, format text, timestamp) RETURNS text
+    AS 'MODULE_PATHNAME', 'nus_date' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;
+CREATE FUNCTION nus_parse_date(locale text, format text, text) RETURNS timestamp
+    AS 'MODULE_PATHNAME', 'nus_parse_date' LANGUAGE C IMMUTABLE STRICT PARALLEL SAFE;

@@ -11,6 +11,8 @@
 #include "mb/pg_wchar.h"
 #include "storage/ipc.h"
 #include "utils/builtins.h"
+#include "utils/datetime.h"
+#include "utils/timestamp.h"
 
 #include "nus_sql.h"
 
@@ -231,6 +233,53 @@ Datum nus_cal(PG_FUNCTION_ARGS) {
     pfree(calendar);
     if (r != 0) raise("nus_cal", &err);
     PG_RETURN_TEXT_P(to_text(&result_buf));
+}
+
+/* nus_date(locale, format, timestamp) -> text. A date argument is cast to its midnight. */
+PG_FUNCTION_INFO_V1(nus_date);
+Datum nus_date(PG_FUNCTION_ARGS) {
+    nus_sql_locale *l = locale_arg(fcinfo, 0, "nus_date");
+    const Timestamp value = PG_GETARG_TIMESTAMP(2);
+    struct pg_tm tm;
+    fsec_t fsec;
+    nus_sql_err err;
+    if (TIMESTAMP_NOT_FINITE(value) || timestamp2tm(value, NULL, &tm, &fsec, NULL, NULL) != 0)
+        ereport(ERROR, (errcode(ERRCODE_DATETIME_VALUE_OUT_OF_RANGE),
+                        errmsg("nus_date: timestamp out of range")));
+    char *format = text_to_cstring(PG_GETARG_TEXT_PP(1));
+    nu_time_rec t;
+    const int r = nus_sql_time_set(l, tm.tm_year, tm.tm_mon, tm.tm_mday, tm.tm_hour, tm.tm_min,
+                                   tm.tm_sec, fsec, &t, &err) != 0 ||
+                  nus_sql_date(&cache, l, format, &t, &result_buf, &err) != 0;
+    pfree(format);
+    if (r != 0) raise("nus_date", &err);
+    PG_RETURN_TEXT_P(to_text(&result_buf));
+}
+
+/* nus_parse_date(locale, format, text) -> timestamp */
+PG_FUNCTION_INFO_V1(nus_parse_date);
+Datum nus_parse_date(PG_FUNCTION_ARGS) {
+    nus_sql_locale *l = locale_arg(fcinfo, 0, "nus_parse_date");
+    char *format = text_to_cstring(PG_GETARG_TEXT_PP(1));
+    TEXT_ARG(2, s, n);
+    nu_time_rec t;
+    nus_sql_err err;
+    const int r = nus_sql_parse_date(&cache, l, format, s, n, &t, &err);
+    pfree(format);
+    if (r != 0) raise("nus_parse_date", &err);
+    struct pg_tm tm;
+    memset(&tm, 0, sizeof tm);
+    tm.tm_year = t.year + 1900;
+    tm.tm_mon = t.month + 1;
+    tm.tm_mday = t.mday;
+    tm.tm_hour = t.hour;
+    tm.tm_min = t.minute;
+    tm.tm_sec = t.second;
+    Timestamp result;
+    if (tm2timestamp(&tm, t.fraction, NULL, &result) != 0)
+        ereport(ERROR, (errcode(ERRCODE_DATETIME_VALUE_OUT_OF_RANGE),
+                        errmsg("nus_parse_date: timestamp out of range")));
+    PG_RETURN_TIMESTAMP(result);
 }
 
 PG_FUNCTION_INFO_V1(nus_collation_version);

@@ -358,6 +358,66 @@ static void fn_cal(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
     nus_sql_buf_free(&out);
 }
 
+/* The time argument of nus_date: ISO text, or a number of seconds since 1970 (Unix time). */
+static int time_arg(nus_sql_locale *l, sqlite3_value *v, nu_time_rec *t, nus_sql_err *err) {
+    const int type = sqlite3_value_type(v);
+    if (type == SQLITE_INTEGER)
+        return nus_sql_time_from_epoch(l, sqlite3_value_int64(v), 0, t, err);
+    if (type == SQLITE_FLOAT) {
+        const double seconds = sqlite3_value_double(v);
+        if (!(seconds > -7e10 && seconds < 3e11)) {
+            snprintf(err->text, sizeof err->text, "%g seconds since 1970 is outside the years "
+                     "1 to 9999", seconds);
+            return -1;
+        }
+        double whole = (double)(long long)seconds;
+        if (whole > seconds) whole -= 1; /* toward minus infinity */
+        long micro = (long)((seconds - whole) * 1e6 + 0.5);
+        if (micro > 999999) {
+            micro -= 1000000;
+            whole += 1;
+        }
+        return nus_sql_time_from_epoch(l, (long long)whole, micro, t, err);
+    }
+    size_t n;
+    const char *s = text_arg(v, &n);
+    return nus_sql_time_from_iso(l, s, n, t, err);
+}
+
+/* nus_date(locale, format, time) -> text; time is ISO text or Unix seconds */
+static void fn_date(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
+    if (any_null(ctx, argc, argv)) return;
+    nus_sql_locale *l = locale_arg(ctx, argv[0], "nus_date");
+    if (l == NULL) return;
+    nu_time_rec t;
+    nus_sql_buf out = {0};
+    nus_sql_err err;
+    if (time_arg(l, argv[2], &t, &err) == 0 &&
+        nus_sql_date(&conn_of(ctx)->cache, l, text_arg(argv[1], NULL), &t, &out, &err) == 0)
+        result_text(ctx, &out);
+    else
+        fail(ctx, "nus_date", &err);
+    nus_sql_buf_free(&out);
+}
+
+/* nus_parse_date(locale, format, text) -> 'YYYY-MM-DD HH:MM:SS[.ffffff]' */
+static void fn_parse_date(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
+    if (any_null(ctx, argc, argv)) return;
+    nus_sql_locale *l = locale_arg(ctx, argv[0], "nus_parse_date");
+    if (l == NULL) return;
+    size_t n;
+    const char *s = text_arg(argv[2], &n);
+    nu_time_rec t;
+    nus_sql_buf out = {0};
+    nus_sql_err err;
+    if (nus_sql_parse_date(&conn_of(ctx)->cache, l, text_arg(argv[1], NULL), s, n, &t, &err) == 0 &&
+        nus_sql_time_iso(&t, &out, &err) == 0)
+        result_text(ctx, &out);
+    else
+        fail(ctx, "nus_parse_date", &err);
+    nus_sql_buf_free(&out);
+}
+
 /* nus_collation_version(locale) -> text */
 static void fn_collation_version(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
     if (any_null(ctx, argc, argv)) return;
@@ -383,8 +443,6 @@ static void fn_load_collation(sqlite3_context *ctx, int argc, sqlite3_value **ar
 
 /* ---- the entry point ------------------------------------------------------------------- */
 
-/* Time and date formatting (nus_date, nus_parse_date) join this table once the library's TIME
-   formatter is in place. */
 static const struct {
     const char *name;
     int args;
@@ -413,6 +471,8 @@ static const struct {
     {"nus_parse_number", 3, 1, fn_parse_number},
     {"nus_conv", 3, 1, fn_conv},
     {"nus_cal", 2, 1, fn_cal},
+    {"nus_date", 3, 1, fn_date},
+    {"nus_parse_date", 3, 1, fn_parse_date},
     {"nus_collation_version", 1, 0, fn_collation_version},
     {"nus_load_collation", 2, 0, fn_load_collation},
 };

@@ -27,9 +27,11 @@ def check(condition, what):
         print("FAIL:", what)
 
 
-def tool_lines(*args):
+def tool_lines(*args, codec="utf-8"):
+    """The tool's output lines; text arguments and the output in `codec` (the locale's)."""
+    args = [a.encode(codec) for a in args]
     return subprocess.run([tool, *args], capture_output=True, check=True,
-                          env=dict(os.environ, TESSARONDIR=data)).stdout.decode().splitlines()
+                          env=dict(os.environ, TESSARONDIR=data)).stdout.decode(codec).splitlines()
 
 
 def quote(s):
@@ -102,6 +104,17 @@ with Server(*sys.argv[1:7]) as pg:
     for loc, fmt, amount in [("de_de.utf8", "%n", "-1234.567"), ("en_us.utf8", "%i", "1234.5")]:
         check(one("nus_money(%s, %s, %s)" % (quote(loc), quote(fmt), amount)) ==
               tool_lines("money", "-l", loc, fmt, amount)[0], "nus_money(%s, %s, %s)" % (loc, fmt, amount))
+    # Dates as nus date writes them, read back by nus_parse_date to the same timestamp.
+    times = ["2024-02-29 13:05:07.25", "1999-12-31 23:59:59", "2019-05-01 00:00:00"]
+    for loc, fmt in [("de_de.utf8", "%A, %d. %B %Y %H:%M:%S,%f"), ("de_de.8859-1", "%a %d. %b %Y %T.%f"),
+                     ("ja_jp.utf8", "%EC%Ey年%m月%d日 %H時%M分%S秒.%f")]:
+        expected = tool_lines("date", "-l", loc, "+" + fmt, *times, codec="latin-1" if "8859" in loc else "utf-8")
+        for value, line in zip(times, expected):
+            call = "nus_date(%s, %s, timestamp %s)" % (quote(loc), quote(fmt), quote(value))
+            written, same = pg.psql("SELECT %s, nus_parse_date(%s, %s, %s) = timestamp %s"
+                                    % (call, quote(loc), quote(fmt), call, quote(value)))[0]
+            check(written == line, "nus_date(%s, %s, %s) is %r as nus date writes it, not %r" % (loc, fmt, value, line, written))
+            check(same == "t", "nus_parse_date(%s, %s, %r) reads %s back" % (loc, fmt, written, value))
     hebrew = tool_lines("cal", "--to", "hebrew", "2026-11-24")[0].split()[1]
     bounds = dict((line.split("\t")[0], line.split("\t")[1:]) for line in tool_lines("bound", "-l", "de_de.utf8", "Straß"))
     with open(os.path.join(data, "nus/lc11/de_de/e01c.lco"), "rb") as f:
@@ -111,6 +124,7 @@ with Server(*sys.argv[1:7]) as pg:
     expected = [
         ("nus_cal('2026-11-24', 'hebrew')", hebrew),
         ("nus_cal(date '2026-11-24', 'hebrew')", hebrew),
+        ("nus_date('de_de.utf8', '%A %x', date '2026-11-24')", "Dienstag 24.11.2026"),
         ("encode(nus_sortkey('Äpfel', 'de_de.utf8'), 'hex')", tool_lines("key", "-l", "de_de.utf8", "Äpfel")[0]),
         ("nus_lower_bound('Straß', 'de_de.utf8')", bounds["lower"][0]),
         ("nus_upper_bound('Straß', 'de_de.utf8')", bounds["upper"][0]),
@@ -135,13 +149,14 @@ with Server(*sys.argv[1:7]) as pg:
     signatures = pg.psql("SELECT p.proname, pg_get_function_identity_arguments(p.oid), p.proisstrict"
                          " FROM pg_proc p JOIN pg_depend d ON d.objid = p.oid"
                          " JOIN pg_extension e ON e.oid = d.refobjid WHERE e.extname = 'nus'")
-    check(len(signatures) == 20, "the extension has 20 functions: %r" % signatures)
+    check(len(signatures) == 22, "the extension has 22 functions: %r" % signatures)
     check(all(s[2] == "t" for s in signatures), "every function is STRICT")
     check(one("nus_sortkey(NULL, 'de_de.utf8') IS NULL AND nus_upper('a', NULL) IS NULL") == "t",
           "NULL in, NULL out")
     volatility = dict((r[0], r[1]) for r in pg.psql(
         "SELECT proname, provolatile::text || proparallel::text FROM pg_proc WHERE proname LIKE 'nus_%'"))
-    check(volatility.get("nus_sortkey") == "is", "nus_sortkey is IMMUTABLE and PARALLEL SAFE")
+    check(volatility.get("nus_sortkey") == volatility.get("nus_date") == volatility.get("nus_parse_date") == "is",
+          "nus_sortkey, nus_date and nus_parse_date are IMMUTABLE and PARALLEL SAFE")
 
     # Errors carry the library's reason; the session goes on.
     errors = [
@@ -154,6 +169,9 @@ with Server(*sys.argv[1:7]) as pg:
         ("nus_conv('\\xff'::bytea, 'utf8', '8859-1')", "NU_EILSEQ"),
         ("nus_cal('2026-13-01', 'hebrew')", "no Gregorian date"),
         ("nus_collation_version('nowhere')", "no locale file"),
+        ("nus_date('de_de.utf8', '%Q', timestamp '2026-01-01')", "nus_date: format: NU_EFORMAT"),
+        ("nus_date('de_de.utf8', '%F', timestamp '0001-01-01' - interval '1 day')", "NU_EYEAR"),
+        ("nus_parse_date('de_de.utf8', '%d. %B %Y', '1. Mrz 2026')", "NU_EPMONNAME"),
     ]
     pg.psql("CREATE DATABASE latin1 TEMPLATE template0 ENCODING 'LATIN1' LOCALE 'C'")
     r = subprocess.run(["psql", "-X", *pg.client_args(), "-d", "latin1", "-c",

@@ -47,9 +47,11 @@ def error_of(conn, sql, args=()):
     return None
 
 
-def tool_lines(*args, stdin=None):
+def tool_lines(*args, stdin=None, codec="utf-8"):
+    """The tool's output lines; text arguments and the output in `codec` (the locale's)."""
+    args = [a.encode(codec) if isinstance(a, str) else a for a in args]
     return subprocess.run([tool, *args], input=stdin, capture_output=True, check=True,
-                          env=dict(os.environ, TESSARONDIR=data)).stdout.decode().splitlines()
+                          env=dict(os.environ, TESSARONDIR=data)).stdout.decode(codec).splitlines()
 
 
 def glibc_key(source):
@@ -169,6 +171,22 @@ for date in ["2026-11-24", "1900-03-01", "2024-02-29", "0622-07-18"]:
                   "nus_cal(%s, %s) is %s" % (date, calendar, expected[calendar]))
 check(one("SELECT nus_cal('2026-11-24', 'gregorian')") == "2026-11-24", "nus_cal to gregorian")
 
+# Dates as nus date writes them (a locale of another code set through the conversions), read
+# back by nus_parse_date to the same value; Unix seconds as nus date's @SECONDS.
+times = ["2024-02-29 13:05:07.250000", "1999-12-31 23:59:59", "2019-05-01 00:00:00"]
+for loc, fmt in [("de_de.utf8", "%A, %d. %B %Y %H:%M:%S,%f"), ("de_de.8859-1", "%a %d. %b %Y %T.%f"),
+                 ("ja_jp.utf8", "%EC%Ey年%m月%d日 %H時%M分%S秒.%f"), ("en_us.utf8", "%B %e, %Y %r .%f")]:
+    expected = tool_lines("date", "-l", loc, "+" + fmt, *times, codec="latin-1" if "8859" in loc else "utf-8")
+    for value, line in zip(times, expected):
+        written = one("SELECT nus_date(?, ?, ?)", loc, fmt, value)
+        check(written == line, "nus_date(%s, %s, %s) is %r as nus date writes it, not %r" % (loc, fmt, value, line, written))
+        back = one("SELECT nus_parse_date(?, ?, ?)", loc, fmt, written)
+        check(back == value.replace(".000000", ""), "nus_parse_date(%s, %s, %r) reads %s back, not %s" % (loc, fmt, written, value, back))
+for seconds in [0, 951782400, -86401, 253402300799]:
+    check(one("SELECT nus_date('de_de.utf8', '%c', ?)", seconds) ==
+          tool_lines("date", "-l", "de_de.utf8", "+%c", "@%d" % seconds)[0], "nus_date of %d seconds since 1970" % seconds)
+check(one("SELECT nus_date('en_us.utf8', '%F %T.%f', -1.5)") == "1969-12-31 23:59:58.500000", "nus_date of -1.5 seconds")
+
 expected_values = [
     ("SELECT nus_upper('straße größer', 'de_de.utf8')", "STRAßE GRÖßER"),
     ("SELECT upper('ıi', 'tr_tr.8859-9')", "Iİ"),  # through the conversion objects
@@ -234,10 +252,12 @@ calls = [("nus_key", 2), ("nus_compare", 3), ("nus_has_prefix", 3), ("nus_like",
          ("nus_upper_bound", 2), ("nus_lower_key", 2), ("nus_upper_key", 2), ("nus_upper", 2),
          ("nus_lower", 2), ("nus_width", 2), ("nus_fmt", 3), ("nus_money", 3),
          ("nus_parse_number", 2), ("nus_parse_number", 3), ("nus_conv", 3), ("nus_cal", 2),
+         ("nus_date", 3), ("nus_parse_date", 3),
          ("nus_collation_version", 1), ("nus_load_collation", 2)]
 good = {"nus_like": ["abc", "a%", "de_de.utf8", "!"], "nus_fmt": ["de_de.utf8", "%d", 1], "nus_money": ["de_de.utf8", "%n", 1],
         "nus_parse_number": ["de_de.utf8", "1", 0], "nus_conv": ["a", "utf8", "8859-1"],
         "nus_cal": ["2026-01-01", "hebrew"], "nus_collation_version": ["de_de.utf8"],
+        "nus_date": ["de_de.utf8", "%x", "2026-01-01"], "nus_parse_date": ["de_de.utf8", "%Y", "2026"],
         "nus_load_collation": ["de_de.utf8", "g2"]}
 for name, n in calls:
     args = good.get(name, ["abc", "abc", "de_de.utf8"][-n:] if n == 3 else ["abc", "de_de.utf8"])[:n]
@@ -270,6 +290,12 @@ errors = [
     ("SELECT nus_cal('0100-01-01', 'islamic')", "outside the islamic calendar's range"),
     ("SELECT nus_cal('2026-01-01', 'julian')", "unknown calendar"),
     ("SELECT nus_collation_version('xx_yy.utf8')", "NU_ENOFILE"),
+    ("SELECT nus_date('de_de.utf8', '%Q', '2026-01-01')", "nus_date: format: NU_EFORMAT"),
+    ("SELECT nus_date('de_de.utf8', '%F', '2026-02-29')", "NU_EMDAY"),
+    ("SELECT nus_date('de_de.utf8', '%F', '2026-1-1')", "YYYY-MM-DD"),
+    ("SELECT nus_date('de_de.utf8', '%F', 1e12)", "outside the years 1 to 9999"),
+    ("SELECT nus_parse_date('de_de.utf8', '%d. %B %Y', '1. Mrz 2026')", "NU_EPMONNAME"),
+    ("SELECT nus_parse_date('de_de.utf8', '%Y', '2026 x')", "text after the date"),
     ("SELECT 1 ORDER BY 'a' COLLATE \"no_such_locale\"", "no such collation sequence"),
 ]
 for sql, fragment in errors:
