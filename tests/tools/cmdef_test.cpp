@@ -83,6 +83,7 @@ TEST(CmDef, TheCompiledDefaultMapsHoldEveryCharacterOfTheirCharmaps) {
         std::istringstream words(line);
         std::string locale, charmap, name;
         words >> locale >> charmap >> name;
+        if (name.find('=') != std::string::npos) name.clear();   // an option of the locale compiler
         if (name.empty()) {
             ASSERT_FALSE(registry_name_of_charmap(names, charmap, name).has_value());
         }
