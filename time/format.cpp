@@ -232,19 +232,6 @@ inline constexpr int kMaxDepth = 4;   // composite conversions within composite 
 
 constexpr nu_wchar operator""_w(char c) { return static_cast<nu_wchar>(c); }
 
-// A fixed composite format as a wide string.
-template <size_t N>
-struct Fixed {
-    nu_wchar w[N];
-    constexpr Fixed(const char (&s)[N]) : w{} {
-        for (size_t i = 0; i < N; ++i) w[i] = static_cast<unsigned char>(s[i]);
-    }
-};
-constexpr Fixed kFmtD("%m/%d/%y");
-constexpr Fixed kFmtF("%Y-%m-%d");
-constexpr Fixed kFmtR("%H:%M");
-constexpr Fixed kFmtT("%H:%M:%S");
-constexpr Fixed kFmtr("%I:%M:%S %p");
 
 template <class Out>
 class Engine {

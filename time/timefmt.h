@@ -160,4 +160,18 @@ private:
     const int32_t *at_ = nullptr;
 };
 
+// The composite conversions of a fixed form (%D %F %R %T %r), as wide strings.
+template <size_t N>
+struct Fixed {
+    nu_wchar w[N];
+    constexpr Fixed(const char (&s)[N]) : w{} {
+        for (size_t i = 0; i < N; ++i) w[i] = static_cast<unsigned char>(s[i]);
+    }
+};
+constexpr Fixed kFmtD("%m/%d/%y");
+constexpr Fixed kFmtF("%Y-%m-%d");
+constexpr Fixed kFmtR("%H:%M");
+constexpr Fixed kFmtT("%H:%M:%S");
+constexpr Fixed kFmtr("%I:%M:%S %p");
+
 } // namespace nus::tm
