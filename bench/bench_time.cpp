@@ -6,7 +6,6 @@
 // pattern "Gy" of the Japanese calendar for the era year).
 #include "bench/bench_load.h"
 #include "nus.h"
-#include "tests/support/glibc_time.h"
 
 #include <benchmark/benchmark.h>
 #include <unicode/udat.h>
@@ -89,22 +88,11 @@ UDate to_udate(const nu_time_rec &t) {
 
 locale_t glibc(const Case &c) { return newlocale(LC_ALL_MASK, c.glibc, static_cast<locale_t>(nullptr)); }
 
-bool has_names(nu_locale_t h);
-
-// Our locale; a data tree compiled without TIME sections gets the TIME strings of the glibc
-// locale of the same source, so that the comparison stays possible.
+// Our locale, loaded once for the whole run.
 nu_locale_t ours(const Case &c) {
     static nu_locale_t loaded[3] = {};
     const int i = std::strcmp(c.ours, "de_de.utf8") == 0 ? 0 : std::strcmp(c.ours, "ja_jp.utf8") == 0 ? 1 : 2;
-    if (loaded[i] == nullptr) {
-        loaded[i] = bench_load(c.ours);
-        if (loaded[i] != nullptr && !has_names(loaded[i])) {
-            if (locale_t g = glibc(c)) {
-                const std::string source(c.glibc, std::strchr(c.glibc, '.'));
-                new nus_test::TimeFill(loaded[i], g, source);   // for the whole run
-            }
-        }
-    }
+    if (loaded[i] == nullptr) loaded[i] = bench_load(c.ours);
     return loaded[i];
 }
 
