@@ -489,16 +489,50 @@ static long lower_wide(nus_sql_cache *c, nus_sql_locale *l, const char *text, si
     return n;
 }
 
+/* Without a locale: the characters of a UTF-8 text with the ASCII letters lower-cased, as
+   SQLite's own LIKE folds them. A byte that begins no valid sequence stands for itself, as
+   0xdc00 plus its value (no valid sequence decodes there). */
+static long ascii_wide(const char *text, size_t length, nus_sql_buf *out, nus_sql_err *err) {
+    if (buf_reserve(out, (length + 1) * sizeof(nu_wchar), err) != 0) return -1;
+    nu_wchar *w = (nu_wchar *)(void *)out->data;
+    const unsigned char *p = (const unsigned char *)text, *end = p + length;
+    long n = 0;
+    while (p < end) {
+        const unsigned b = *p;
+        const int more = b < 0x80 ? 0 : b >= 0xc2 && b < 0xe0 ? 1 : b >= 0xe0 && b < 0xf0 ? 2
+                       : b >= 0xf0 && b < 0xf5 ? 3 : -1;
+        nu_wchar u = more == 0 ? b : more == 1 ? b & 0x1f : more == 2 ? b & 0x0f : b & 0x07;
+        int k = 1;
+        while (more > 0 && k <= more && p + k < end && (p[k] & 0xc0) == 0x80)
+            u = (u << 6) | (p[k++] & 0x3f);
+        const nu_wchar least = more == 1 ? 0x80 : more == 2 ? 0x800 : 0x10000;
+        if (more < 0 || k != more + 1 || (more > 0 && u < least) || u > 0x10ffff ||
+            (u >= 0xd800 && u < 0xe000)) {
+            u = 0xdc00 + b;
+            k = 1;
+        }
+        w[n++] = u >= 'A' && u <= 'Z' ? u + ('a' - 'A') : u;
+        p += k;
+    }
+    w[n] = 0;
+    return n;
+}
+
+static long like_wide(nus_sql_cache *c, nus_sql_locale *l, const char *text, size_t length,
+                      nus_sql_buf *out, nus_sql_err *err) {
+    return l != NULL ? lower_wide(c, l, text, length, out, err) : ascii_wide(text, length, out, err);
+}
+
 int nus_sql_like(nus_sql_cache *c, nus_sql_locale *l, const char *pattern, size_t plength,
                  const char *text, size_t length, const char *escape, int *result,
                  nus_sql_err *err) {
     nus_sql_buf wp = {0}, wt = {0}, we = {0};
     int status = -1;
-    const long np = lower_wide(c, l, pattern, plength, &wp, err);
-    const long nt = np < 0 ? -1 : lower_wide(c, l, text, length, &wt, err);
+    const long np = like_wide(c, l, pattern, plength, &wp, err);
+    const long nt = np < 0 ? -1 : like_wide(c, l, text, length, &wt, err);
     nu_wchar esc = 0;
     if (nt >= 0 && escape != NULL) {
-        const long ne = lower_wide(c, l, escape, strlen(escape), &we, err);
+        const long ne = like_wide(c, l, escape, strlen(escape), &we, err);
         if (ne == 1)
             esc = ((nu_wchar *)(void *)we.data)[0];
         else if (ne >= 0)

@@ -96,7 +96,9 @@ int nus_sql_case(nus_sql_cache *c, nus_sql_locale *l, const char *text, size_t l
                  int upper, nus_sql_buf *out, nus_sql_err *err);
 /* LIKE without regard to case: characters match when the locale's lower case of both is the
    same; "%" matches any run of characters, "_" one character, and the escape character (0:
-   none) makes the next pattern character plain. *result 1 or 0. */
+   none) makes the next pattern character plain. *result 1 or 0. A null locale folds the
+   ASCII letters only and compares every other character as it is (invalid UTF-8 byte by
+   byte), as SQLite's own LIKE does. */
 int nus_sql_like(nus_sql_cache *c, nus_sql_locale *l, const char *pattern, size_t plength,
                  const char *text, size_t length, const char *escape, int *result,
                  nus_sql_err *err);

@@ -9,6 +9,11 @@
  * first where a format follows. A NULL argument gives NULL; a failure is an SQL error with the
  * library's reason. One handle per connection and locale, loaded on first use and freed when
  * the connection closes.
+ *
+ * LIKE (the functions like(pattern, text) and like(pattern, text, escape), as SQLite's ICU
+ * extension replaces them) ignores case by the lower case of the connection's LIKE locale:
+ * the one nus_like_locale(locale) names, else en_us.utf8, else (the data tree lacks it) the
+ * ASCII letters only, as SQLite's own LIKE does.
  */
 #include <sqlite3ext.h>
 SQLITE_EXTENSION_INIT1
@@ -25,6 +30,10 @@ typedef struct connection {
     nus_sql_cache cache;
     sqlite3 *db;
     int refs;
+    /* The locale of LIKE: null folds the ASCII letters only. Chosen on first use (en_us.utf8
+       when the data tree has it) unless nus_like_locale chose it before. */
+    nus_sql_locale *like_locale;
+    int like_chosen;
 } connection;
 
 static void connection_release(void *p) {
@@ -258,6 +267,56 @@ static void fn_like(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
         fail(ctx, "nus_like", &err);
 }
 
+/* like(pattern, text [, escape]): `text LIKE pattern [ESCAPE escape]` by the connection's LIKE
+   locale. The checks and messages are SQLite's own LIKE's. */
+static void fn_sql_like(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
+    connection *conn = conn_of(ctx);
+    size_t pn, n;
+    const char *p = text_arg(argv[0], &pn);
+    if ((long long)pn > (long long)sqlite3_limit(conn->db, SQLITE_LIMIT_LIKE_PATTERN_LENGTH, -1)) {
+        sqlite3_result_error(ctx, "LIKE or GLOB pattern too complex", -1);
+        return;
+    }
+    const char *escape = NULL;
+    if (argc > 2) {
+        if (any_null(ctx, 1, argv + 2)) return;
+        escape = text_arg(argv[2], NULL);
+        int characters = 0;
+        for (const unsigned char *e = (const unsigned char *)escape; *e != 0; ++e)
+            characters += (*e & 0xc0) != 0x80;
+        if (characters != 1) {
+            sqlite3_result_error(ctx, "ESCAPE expression must be a single character", -1);
+            return;
+        }
+    }
+    if (any_null(ctx, 2, argv)) return;
+    const char *s = text_arg(argv[1], &n);
+    if (!conn->like_chosen) {
+        nus_sql_err ignored;
+        conn->like_locale = nus_sql_locale_get(&conn->cache, "en_us.utf8", &ignored);
+        conn->like_chosen = 1;
+    }
+    int r;
+    nus_sql_err err;
+    if (nus_sql_like(&conn->cache, conn->like_locale, p, pn, s, n, escape, &r, &err) == 0)
+        sqlite3_result_int(ctx, r);
+    else
+        fail(ctx, "LIKE", &err);
+}
+
+/* nus_like_locale(locale): the connection's LIKE locale from now on; '' folds the ASCII letters
+   only. An unknown locale is an error and changes nothing. */
+static void fn_like_locale(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
+    if (any_null(ctx, argc, argv)) return;
+    connection *conn = conn_of(ctx);
+    const char *name = text_arg(argv[0], NULL);
+    nus_sql_locale *l = NULL;
+    if (*name != 0 && (l = locale_arg(ctx, argv[0], "nus_like_locale")) == NULL) return;
+    conn->like_locale = l;
+    conn->like_chosen = 1;
+    sqlite3_result_null(ctx);
+}
+
 /* nus_width(text, locale) -> display columns */
 static void fn_width(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
     if (any_null(ctx, argc, argv)) return;
@@ -464,6 +523,10 @@ static const struct {
     {"lower", 2, 1, fn_lower},
     {"nus_like", 3, 1, fn_like},
     {"nus_like", 4, 1, fn_like},
+    /* LIKE itself: a LIKE b is like(b, a), a LIKE b ESCAPE c is like(b, a, c). */
+    {"like", 2, 1, fn_sql_like},
+    {"like", 3, 1, fn_sql_like},
+    {"nus_like_locale", 1, 0, fn_like_locale},
     {"nus_width", 2, 1, fn_width},
     {"nus_fmt", 3, 1, fn_fmt},
     {"nus_money", 3, 1, fn_money},

@@ -146,6 +146,14 @@ else:
             "SELECT w FROM sample WHERE nus_like(w, ?, 'de_de.utf8', '\\')", (pattern,)))
         check(got == expected and expected, "nus_like on %r: %d words, expected %d"
               % (pattern, len(got), len(expected)))
+    # LIKE itself is nus_like by the connection's LIKE locale: the same words, a few hundred
+    # of them (the pattern and the text in their places, the escape).
+    conn.execute("SELECT nus_like_locale('de_de.utf8')")
+    few = "SELECT w FROM sample WHERE rowid % 100 = 0 AND "
+    for pattern in ["%ung", "_E%", "%ä%", "%s_s%", "s%\\s", "%e\\r"]:
+        got = [r[0] for r in conn.execute(few + "w LIKE ? ESCAPE '\\'", (pattern,))]
+        expected = [r[0] for r in conn.execute(few + "nus_like(w, ?, 'de_de.utf8', '\\')", (pattern,))]
+        check(got == expected and expected, "LIKE %r: %d words, nus_like %d" % (pattern, len(got), len(expected)))
     print("word list: %d words; the EXPLAIN QUERY PLAN of the prefix search:" % len(words))
     for row in conn.execute("EXPLAIN QUERY PLAN " + ranged, {"p": "Straß"}):
         print("   ", row[-1])
@@ -215,6 +223,32 @@ for sql, value in expected_values:
     got = one(sql)
     check(got == value, "%s gives %r, not %r" % (sql, value, got))
 
+# LIKE by the connection's LIKE locale: en_us.utf8 until nus_like_locale names another, ''
+# for the ASCII letters only (SQLite's own LIKE); SQLite's NULLs, ESCAPE rule and length limit.
+like = connect()
+row = lambda sql, *args: like.execute(sql, args).fetchone()
+check(row("SELECT 'ÄPFEL' LIKE 'äp%', 'ISTANBUL' LIKE 'is%', 'STRAẞE' LIKE 'straße', 'STRASSE' LIKE 'straße'")
+      == (1, 1, 1, 0), "LIKE by en_us.utf8 before nus_like_locale")
+like.execute("SELECT nus_like_locale('tr_tr.8859-9')")  # through the conversion objects
+check(row("SELECT 'İSTANBUL' LIKE 'is%', 'ISTANBUL' LIKE 'is%', 'ıstanbul' LIKE 'IS%'") == (1, 0, 1),
+      "LIKE by tr_tr.8859-9's dotted and dotless i")
+like.execute("SELECT nus_like_locale('')")
+check(error_of(like, "SELECT nus_like_locale('xx_yy.utf8')") is not None, "an unknown LIKE locale is an error")
+check(row("SELECT 'ÄPFEL' LIKE 'äp%', 'ISTANBUL' LIKE 'is%', 'ÄPFEL' LIKE 'Äp%', "
+          "CAST(x'ff41c3' AS TEXT) LIKE CAST(x'ff61c3' AS TEXT), CAST(x'ff' AS TEXT) LIKE '_'") == (0, 1, 1, 1, 1),
+      "LIKE folds only the ASCII letters after nus_like_locale('') and a failed nus_like_locale")
+check(row("SELECT 'a%b' LIKE 'A!%%' ESCAPE '!', 'ab' LIKE 'a!%%' ESCAPE '!', 'é_' NOT LIKE 'É!_' ESCAPE '!', "
+          "NULL LIKE 'a', 'a' LIKE NULL, 'a' LIKE 'a' ESCAPE NULL") == (1, 0, 1, None, None, None),
+      "LIKE with an escape and with NULLs")
+like.setlimit(sqlite3.SQLITE_LIMIT_LIKE_PATTERN_LENGTH, 8)
+check(row("SELECT 'abcdefgh' LIKE 'a%c%e%gh'") == (1,), "a pattern at the length limit")
+for sql, fragment in [("SELECT 'abcdefghi' LIKE 'a%b%c%d%i'", "LIKE or GLOB pattern too complex"),
+                      ("SELECT 'a' LIKE 'a' ESCAPE 'xy'", "ESCAPE expression must be a single character"),
+                      ("SELECT 'a' LIKE 'a' ESCAPE ''", "ESCAPE expression must be a single character")]:
+    message = error_of(like, sql)
+    check(message is not None and fragment in message, "%s fails with %r: %r" % (sql, fragment, message))
+like.close()
+
 # Sort keys are nus key's, and the bounds are nus bound's.
 for loc, text in [("de_de.utf8", "Äpfel"), ("ja_jp.utf8", "日本"), ("sv_se.8859-1", "Åsa")]:
     local = text.encode("latin-1" if "8859" in loc else "utf-8")  # the tool reads the locale's code set
@@ -253,7 +287,7 @@ calls = [("nus_key", 2), ("nus_compare", 3), ("nus_has_prefix", 3), ("nus_like",
          ("nus_lower", 2), ("nus_width", 2), ("nus_fmt", 3), ("nus_money", 3),
          ("nus_parse_number", 2), ("nus_parse_number", 3), ("nus_conv", 3), ("nus_cal", 2),
          ("nus_date", 3), ("nus_parse_date", 3),
-         ("nus_collation_version", 1), ("nus_load_collation", 2)]
+         ("nus_collation_version", 1), ("nus_load_collation", 2), ("nus_like_locale", 1)]
 good = {"nus_like": ["abc", "a%", "de_de.utf8", "!"], "nus_fmt": ["de_de.utf8", "%d", 1], "nus_money": ["de_de.utf8", "%n", 1],
         "nus_parse_number": ["de_de.utf8", "1", 0], "nus_conv": ["a", "utf8", "8859-1"],
         "nus_cal": ["2026-01-01", "hebrew"], "nus_collation_version": ["de_de.utf8"],
