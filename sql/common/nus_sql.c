@@ -553,6 +553,12 @@ int nus_sql_like(nus_sql_cache *c, nus_sql_locale *l, const char *pattern, size_
         }
         int plain = 0;
         nu_wchar want = i < np ? p[i] : 0;
+        if (esc != 0 && i + 1 == np && want == esc) {
+            /* An escape that ends the pattern escapes nothing: no text matches (as SQLite). */
+            *result = 0;
+            status = 0;
+            goto done;
+        }
         if (esc != 0 && i + 1 < np && want == esc) {
             plain = 1;
             want = p[i + 1];
