@@ -523,48 +523,98 @@ static long like_wide(nus_sql_cache *c, nus_sql_locale *l, const char *text, siz
     return l != NULL ? lower_wide(c, l, text, length, out, err) : ascii_wide(text, length, out, err);
 }
 
+/* Appends the characters of one piece of a pattern, lowered, to `out`, each marked in `plain`
+   (1: the escape makes it an ordinary character). */
+static int like_append(nus_sql_cache *c, nus_sql_locale *l, const char *piece, size_t length,
+                       int mark, nus_sql_buf *scratch, nus_sql_buf *out, nus_sql_buf *plain,
+                       long *n, nus_sql_err *err) {
+    if (length == 0) return 0;
+    const long k = like_wide(c, l, piece, length, scratch, err);
+    if (k < 0) return -1;
+    if (buf_reserve(out, (size_t)(*n + k + 1) * sizeof(nu_wchar), err) != 0 ||
+        buf_reserve(plain, (size_t)(*n + k + 1), err) != 0)
+        return -1;
+    memcpy(out->data + (size_t)*n * sizeof(nu_wchar), scratch->data, (size_t)k * sizeof(nu_wchar));
+    memset(plain->data + *n, mark, (size_t)k);
+    *n += k;
+    return 0;
+}
+
+/* The pattern as lowered characters, each marked plain or not. The escape is looked for in
+   the pattern as given, before lowering, so that ESCAPE 'X' leaves an 'x' alone. *dangling is
+   set when the pattern ends in the escape. The count, or -1. */
+static long like_pattern(nus_sql_cache *c, nus_sql_locale *l, const char *pattern,
+                         size_t plength, const char *escape, nus_sql_buf *out, nus_sql_buf *plain,
+                         int *dangling, nus_sql_err *err) {
+    nus_sql_buf scratch = {0};
+    const size_t elen = escape != NULL ? strlen(escape) : 0;
+    long n = 0;
+    size_t at = 0;
+    *dangling = 0;
+    for (;;) {
+        size_t stop = plength;
+        for (size_t k = at; elen > 0 && k + elen <= plength; ++k)
+            if (memcmp(pattern + k, escape, elen) == 0) {
+                stop = k;
+                break;
+            }
+        if (like_append(c, l, pattern + at, stop - at, 0, &scratch, out, plain, &n, err) != 0) break;
+        if (stop == plength) {
+            nus_sql_buf_free(&scratch);
+            return n;
+        }
+        const size_t from = stop + elen;
+        if (from >= plength) {
+            *dangling = 1;
+            nus_sql_buf_free(&scratch);
+            return n;
+        }
+        /* The escaped character: one UTF-8 sequence (a byte that begins none stands alone). */
+        const unsigned char b = (unsigned char)pattern[from];
+        size_t len = b < 0xc0 ? 1 : b < 0xe0 ? 2 : b < 0xf0 ? 3 : 4;
+        if (len > plength - from) len = plength - from;
+        for (size_t k = 1; k < len; ++k)
+            if (((unsigned char)pattern[from + k] & 0xc0) != 0x80) len = k;
+        if (like_append(c, l, pattern + from, len, 1, &scratch, out, plain, &n, err) != 0) break;
+        at = from + len;
+    }
+    nus_sql_buf_free(&scratch);
+    return -1;
+}
+
 int nus_sql_like(nus_sql_cache *c, nus_sql_locale *l, const char *pattern, size_t plength,
                  const char *text, size_t length, const char *escape, int *result,
                  nus_sql_err *err) {
-    nus_sql_buf wp = {0}, wt = {0}, we = {0};
-    int status = -1;
-    const long np = like_wide(c, l, pattern, plength, &wp, err);
-    const long nt = np < 0 ? -1 : like_wide(c, l, text, length, &wt, err);
-    nu_wchar esc = 0;
-    if (nt >= 0 && escape != NULL) {
+    nus_sql_buf wp = {0}, wt = {0}, we = {0}, marks = {0};
+    int status = -1, dangling = 0;
+    if (escape != NULL) {
         const long ne = like_wide(c, l, escape, strlen(escape), &we, err);
-        if (ne == 1)
-            esc = ((nu_wchar *)(void *)we.data)[0];
-        else if (ne >= 0)
-            set_err(err, "the escape must be one character");
+        if (ne >= 0 && ne != 1) set_err(err, "the escape must be one character");
         if (ne != 1) goto done;
     }
+    const long np = like_pattern(c, l, pattern, plength, escape, &wp, &marks, &dangling, err);
+    const long nt = np < 0 ? -1 : like_wide(c, l, text, length, &wt, err);
     if (nt < 0) goto done;
+    if (dangling) {
+        /* An escape that ends the pattern escapes nothing: no text matches (as SQLite). */
+        *result = 0;
+        status = 0;
+        goto done;
+    }
     const nu_wchar *p = (const nu_wchar *)(void *)wp.data, *t = (const nu_wchar *)(void *)wt.data;
+    const unsigned char *plain = marks.data;
     const nu_wchar percent = '%', underscore = '_';
     /* The classic walk: on a mismatch, go back to the last "%" and let it take one more
        character. Linear in practice, quadratic at worst. */
     long i = 0, j = 0, star = -1, mark = 0;
     while (j < nt) {
-        if (i < np && p[i] == percent) {
+        if (i < np && p[i] == percent && !plain[i]) {
             star = i++;
             mark = j;
             continue;
         }
-        int plain = 0;
-        nu_wchar want = i < np ? p[i] : 0;
-        if (esc != 0 && i + 1 == np && want == esc) {
-            /* An escape that ends the pattern escapes nothing: no text matches (as SQLite). */
-            *result = 0;
-            status = 0;
-            goto done;
-        }
-        if (esc != 0 && i + 1 < np && want == esc) {
-            plain = 1;
-            want = p[i + 1];
-        }
-        if (i < np && ((!plain && want == underscore) || want == t[j])) {
-            i += plain ? 2 : 1;
+        if (i < np && ((p[i] == underscore && !plain[i]) || p[i] == t[j])) {
+            ++i;
             ++j;
         } else if (star >= 0) {
             i = star + 1;
@@ -575,13 +625,14 @@ int nus_sql_like(nus_sql_cache *c, nus_sql_locale *l, const char *pattern, size_
             goto done;
         }
     }
-    while (i < np && p[i] == percent) ++i;
+    while (i < np && p[i] == percent && !plain[i]) ++i;
     *result = i == np;
     status = 0;
 done:
     nus_sql_buf_free(&wp);
     nus_sql_buf_free(&wt);
     nus_sql_buf_free(&we);
+    nus_sql_buf_free(&marks);
     return status;
 }
 

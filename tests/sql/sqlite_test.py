@@ -239,7 +239,8 @@ check(row("SELECT 'ÄPFEL' LIKE 'äp%', 'ISTANBUL' LIKE 'is%', 'ÄPFEL' LIKE 'Ä
       "LIKE folds only the ASCII letters after nus_like_locale('') and a failed nus_like_locale")
 check(row("SELECT 'a%b' LIKE 'A!%%' ESCAPE '!', 'ab' LIKE 'a!%%' ESCAPE '!', 'é_' NOT LIKE 'É!_' ESCAPE '!', "
           "NULL LIKE 'a', 'a' LIKE NULL, 'a' LIKE 'a' ESCAPE NULL, 'a!' LIKE 'a!' ESCAPE '!', "
-          "'ab' LIKE 'a%!' ESCAPE '!'") == (1, 0, 1, None, None, None, 0, 0),
+          "'ab' LIKE 'a%!' ESCAPE '!', 'axb' LIKE 'ax%' ESCAPE 'X', 'A%' LIKE 'aX%' ESCAPE 'X'") ==
+      (1, 0, 1, None, None, None, 0, 0, 1, 1),
       "LIKE with an escape and with NULLs")
 like.setlimit(sqlite3.SQLITE_LIMIT_LIKE_PATTERN_LENGTH, 8)
 check(row("SELECT 'abcdefgh' LIKE 'a%c%e%gh'") == (1,), "a pattern at the length limit")
