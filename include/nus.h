@@ -1190,15 +1190,15 @@ NU_API int nu_symstombs(nu_locale_t handle, nu_cm_t cm, char *out, int size, con
 /* Forms of locale specifications                                                            */
 /* ---------------------------------------------------------------------------------------- */
 
-/* The functions below read a specification exactly as nu_lc_spec2lc_fname does: a plain one
+/* The functions below read a locale name exactly as nu_lc_spec2lc_fname does: a plain one
    "ll_tt.codeset[@mod]" (code set by registry name in any case, or by decimal number) or a
-   per-category list "NU_CTYPE = spec ; NU_TIME = spec" (each keyword once, all items of one
+   per-category list "NU_CTYPE = name ; NU_TIME = name" (each keyword once, all items of one
    code-set number, a trailing " ; " allowed). The handle may be null; with one, a failure
    stores NU_EINVAL, or the registry lookup's own code where it says so. Outputs of the list
    forms need NU_LC_SPEC_LIST_SIZE bytes. */
 #define NU_LC_SPEC_LIST_SIZE 300
 
-/* 1 when `spec` is a well-formed specification whose code sets the registry knows, else 0. */
+/* 1 when `spec` is a well-formed locale name or list whose code sets the registry knows, else 0. */
 NU_API int nu_is_lc_spec(void *handle, const char *spec, const char *registry);
 /* The short form: every code set written as its decimal number, the rest as given
    ("de_de.8859-1@euro" gives "de_de.819@euro"); a list keeps its items in the order written,
@@ -1214,12 +1214,12 @@ NU_API int nu_lc_short2lc_long(void *handle, const char *spec, char *out, const 
    is written in category order (CTYPE, COLLATE, NUMERIC, MONETARY, TIME, MESSAGES); a list
    that names all six categories with one locale is that locale's plain form. 0, or -1. */
 NU_API int nu_lc_spec2lc_norm(void *handle, const char *spec, char *out, const char *registry);
-/* The six per-category specifications of any specification, in normal form, indexed by
-   category number less 2 (NU_CTYPE first, NU_MESSAGES last): a plain specification fills all
-   six, a list the categories it names, the others the empty string. 0, or -1. */
+/* The six per-category locale names of a locale name or per-category list, in normal form,
+   indexed by category number less 2 (NU_CTYPE first, NU_MESSAGES last): a plain name fills
+   all six, a list the categories it names, the others the empty string. 0, or -1. */
 NU_API int nu_lc_spec2category(void *handle, const char *spec, char (*out)[NU_LC_SPEC_SIZE],
                                const char *registry);
-/* The normal-form specification of a locale object file name: "de_de/0333euro.lco" (after
+/* The locale name, in normal form, of a locale object file name: "de_de/0333euro.lco" (after
    any directory, its "/" or NU_PATH_MARK) gives "de_DE.819@euro"; a per-category file name
    as nu_lc_spec2lc_fname writes it gives the normal list. The code set must be one the
    registry accepts. 0, or -1. */

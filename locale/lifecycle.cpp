@@ -63,7 +63,7 @@ int load_native_category(nu_locale_rec *h, int category, char *name_out,
 // text), else from the environment.
 int load_category(nu_locale_rec *h, int category, const char *text, char *name_out,
                   const char *directory, nus::SectionResume *resume) {
-    // A whole text is a name of up to the specification's own length (a file's path, say);
+    // A whole text is a name of up to a locale name's longest length (a file's path, say);
     // only the name kept for queries is cut to the handle's 32 characters.
     char name[kMaxSpecLength + 1];
     if (text[0] != '\0') {

@@ -1,8 +1,8 @@
-// The forms of a locale specification: the check, the short form (code set as its number),
-// the long form (code set as its registry name), the normal form, the six per-category
-// specifications of any specification, and the specification of a locale object file name.
-// Every specification is read by the file-name builder's own walk, so that what is accepted
-// here is exactly what names a locale object file.
+// The forms of a locale name: the check, the short form (code set as its number), the long
+// form (code set as its registry name), the normal form, the six per-category names of any
+// name or list, and the locale name of a locale object file name. Every name is read by the
+// file-name builder's own walk, so that what is accepted here is exactly what names a locale
+// object file.
 #include "names/names.h"
 
 namespace {
@@ -86,7 +86,7 @@ bool write_piece(void *handle, const char *registry, const SpecItem &item, Form 
     return b.ok;
 }
 
-// A specification in a form: a plain one as one piece; a per-category one as its items
+// A locale name in a form: a plain one as one piece; a per-category one as its items
 // ("NU_CTYPE = piece ; NU_TIME = piece"), in the order written for the number and name forms,
 // in category order for the normal form, which is the plain piece when all six categories
 // name one locale. 0, or -1 with the error stored.
@@ -95,7 +95,7 @@ int to_form(void *handle, const char *spec, char *out, const char *registry, For
         nus::set_error_if(handle, NU_EINVAL);
         return -1;
     }
-    // The walk works on its own copy of the specification; the pieces point into it and are
+    // The walk works on its own copy of the locale name; the pieces point into it and are
     // used while it lives, inside the visit.
     struct Context {
         void *handle;

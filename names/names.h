@@ -39,14 +39,14 @@ extern RegistryMemory registry_memory;   // std::malloc and std::free
 
 // One item of a locale specification as the file-name builder reads it.
 struct SpecItem {
-    int keyword;          // 1 to 6 as _nu_is_category numbers them; 0 for a plain specification
+    int keyword;          // 1 to 6 as _nu_is_category numbers them; 0 for a plain locale name
     const char *piece;    // its "ll_tt.codeset[@mod]" text (not terminated)
     size_t length;
     unsigned number;      // its code set's number
 };
 using ItemVisitor = void (*)(void *context, const SpecItem &item);
 
-// Reads a plain or per-category specification exactly as nu_lc_spec2lc_fname does, handing
+// Reads a plain locale name or a per-category list exactly as nu_lc_spec2lc_fname does, handing
 // each item, in the order written, to `visit` (null: none): 0, or -1 with NU_EINVAL when a
 // handle is given.
 int walk_spec(void *handle, const char *spec, const char *registry, ItemVisitor visit,

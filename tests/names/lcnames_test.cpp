@@ -133,7 +133,7 @@ TEST_F(LocaleNameFaults, BadSpecificationsAndUnnamedNumbers) {
         {"de_de.latin-1@euro5", 0},      // a modifier of five characters
         {"de_de.koi8", 0},               // a name the registry does not know
         {"dede.819", 0},
-        {"de_de.819 ", 0},               // text after the specification
+        {"de_de.819 ", 0},               // text after the locale name
         {"NU_CTYPE = de_de.819 ; NU_TIME = fr_fr.latin-1", 1},
         {"NU_CTYPE = de_de.819 ; NU_TIME = tr_tr.latin-5", 0},   // two code sets
         {"NU_CTYPE = de_de.819 ; NU_CTYPE = de_de.819", 0},      // a keyword twice
@@ -169,7 +169,7 @@ TEST_F(LocaleNameFaults, BadSpecificationsAndUnnamedNumbers) {
     EXPECT_EQ(nu_cs_num2cs_name(h, 915, name, nullptr), 0);
     EXPECT_STREQ(name, "cyrillic-8bit");
     nus_registry_array_cache = nullptr;
-    // Without a registry file the specification itself is refused, as the file-name builder
+    // Without a registry file the locale name itself is refused, as the file-name builder
     // refuses it; the name lookup alone reports the unreadable registry.
     fs::remove(registry_);
     *_nu_ext_errno(h) = 0;
