@@ -131,8 +131,10 @@ NU_EXPORT void nu_free_category(nu_locale_t h, int category) {
     case NU_CTYPE:
         if (owned) free_ctype(h);
         h->ctype = {};
-        // The bound functions' cache walked the code set of this CTYPE.
+        // The bound functions' cache walked the code set of this CTYPE; what the time
+        // functions derived used its case maps and encoding.
         nus::free_bound_cache(h);
+        nus::free_era_cache(h);
         break;
     case NU_COLLATE:
         // The bound functions' cache belongs to this handle even when the tables do not.

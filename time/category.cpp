@@ -138,7 +138,7 @@ void release_all(nu_locale_rec *h, TimeFields &t) {
         _nu_free_mb_cache(h, t.mb_cache[k]);
         _nu_free_wc_cache(h, t.wc_cache[k]);
     }
-    _nu_free_ptr(t.era_cache);
+    nus::release_time_derived(t.era_cache);
 }
 
 // ---- reading -----------------------------------------------------------------------------
@@ -388,7 +388,7 @@ int init_time_info(nu_locale_rec *h) {
 }
 
 void free_era_cache(nu_locale_rec *h) {
-    _nu_free_ptr(h->time.era_cache);
+    release_time_derived(h->time.era_cache);
     h->time.era_cache = nullptr;
     h->time.era_cache_count = 0;
 }

@@ -27,7 +27,9 @@ int init_time_info(nu_locale_rec *h);
 // cache) and leaves the record zeroed.
 void free_ltime(nu_locale_rec *h);
 
-// Releases the per-handle era cache only (the part a copy never shares).
+// Releases the per-handle era cache only (the part a copy never shares): the block of what
+// the formatter and parser derive from the record (time/derived.cpp).
 void free_era_cache(nu_locale_rec *h);
+void release_time_derived(void *block);
 
 } // namespace nus

@@ -29,55 +29,6 @@ int64_t epoch_days(int year, int month, int mday) {
     return days - 719162;           // 1970-01-01 is day 719162 counted so
 }
 
-const EraSpan *era_spans(nu_locale_rec *h) {
-    TimeFields &t = h->time;
-    if (t.era_count <= 0 || t.eras == nullptr) return nullptr;
-    if (t.era_cache != nullptr && t.era_cache_count == t.era_count)
-        return static_cast<const EraSpan *>(t.era_cache);
-    if (t.era_cache != nullptr) {
-        _nu_free_ptr(t.era_cache);
-        t.era_cache = nullptr;
-        t.era_cache_count = 0;
-    }
-    auto *spans = alloc_array<EraSpan>(static_cast<size_t>(t.era_count));
-    if (spans == nullptr) {
-        set_error(h, NU_ENOMEM);
-        return nullptr;
-    }
-    // Years are counted astronomically in the record (0 is 1 BC), as the comparisons count.
-    auto convert = [](int32_t year, int32_t month, int32_t day, int32_t *out) {
-        if (year == kEraOpenBefore) {
-            out[0] = INT32_MIN;
-            out[1] = 0;
-            out[2] = 1;
-        } else if (year == kEraOpenAfter) {
-            out[0] = INT32_MAX;
-            out[1] = 11;
-            out[2] = 31;
-        } else {
-            out[0] = year - 1900;
-            out[1] = month - 1;
-            out[2] = day;
-        }
-    };
-    auto not_after = [](const int32_t *a, const int32_t *b) {
-        return a[0] < b[0] || (a[0] == b[0] && (a[1] < b[1] || (a[1] == b[1] && a[2] <= b[2])));
-    };
-    for (int i = 0; i < t.era_count; ++i) {
-        const EraSegment &e = t.eras[i];
-        EraSpan &s = spans[i];
-        convert(e.start_year, e.start_month, e.start_day, s.start);
-        convert(e.end_year, e.end_month, e.end_day, s.stop);
-        // The count runs with time when the segment's dates are in order and its direction
-        // is "+", or when they are reversed and it is "-".
-        const bool ordered = not_after(s.start, s.stop);
-        s.absolute_direction = (ordered == (e.direction >= 0)) ? 1 : -1;
-    }
-    t.era_cache = spans;
-    t.era_cache_count = t.era_count;
-    return spans;
-}
-
 int find_era(nu_locale_rec *h, int32_t year, int32_t month, int32_t mday) {
     if (h->time.era_count <= 0 || h->time.eras == nullptr) return -1;
     const EraSpan *spans = era_spans(h);

@@ -12,6 +12,7 @@
 #include "time/timefmt.h"
 
 #include <climits>
+#include <cstddef>
 
 namespace {
 
@@ -45,6 +46,13 @@ public:
         n_ += k;
         return true;
     }
+    bool ascii(const char *b, long k) {
+        if (!room(k)) return false;
+        if (out_ != nullptr)
+            for (long i = 0; i < k; ++i) out_[n_ + i] = static_cast<unsigned char>(b[i]);
+        n_ += k;
+        return true;
+    }
     bool text(const CatString &s, Case c) {
         const nu_wchar *w = wide(s);
         const long k = wlen(w);
@@ -73,6 +81,15 @@ private:
     long size_;
     int64_t n_ = 0;
 };
+
+// A few bytes copied without a call: the pieces of a date are short.
+[[gnu::optimize("no-tree-loop-distribute-patterns")]] inline void copy_short(unsigned char *to, const unsigned char *from, long k) {
+    if (k > 32) {
+        std::memcpy(to, from, static_cast<size_t>(k));
+        return;
+    }
+    for (long i = 0; i < k; ++i) to[i] = from[i];
+}
 
 // Bytes of the handle's code set into the caller's buffer of `size` bytes, the terminator (as
 // many zero bytes as the shortest character) included; a character is written whole or not
@@ -140,6 +157,20 @@ public:
                 return false;
         return true;
     }
+    // ASCII characters (digits, signs).
+    bool ascii(const char *b, long k) {
+        if (ascii_) return bytes(reinterpret_cast<const unsigned char *>(b), k);
+        for (long i = 0; i < k; ++i)
+            if (!put(static_cast<unsigned char>(b[i]))) return false;
+        return true;
+    }
+    // Bytes of the code set, as a compiled format holds its literal text.
+    bool bytes(const unsigned char *b, long k) {
+        if (!room(k)) return false;
+        if (out_ != nullptr) copy_short(out_ + n_, b, k);
+        n_ += k;
+        return true;
+    }
     long chars(const CatString &s) const { return wlen(wide(s)); }
     int64_t count() const { return n_; }
     void finish() {
@@ -167,6 +198,7 @@ class CountOut {
 public:
     bool put(nu_wchar) { return ++n_, true; }
     bool fill(nu_wchar, long k) { return n_ += k, true; }
+    bool ascii(const char *, long k) { return n_ += k, true; }
     bool text(const CatString &s, Case) { return n_ += wlen(wide(s)), true; }
     long chars(const CatString &s) const { return wlen(wide(s)); }
     int64_t count() const { return n_; }
@@ -205,6 +237,12 @@ public:
         checked_ |= mask;
         return true;
     }
+    // The era of the local date (checked before), found once: its index, -1 for none, -2 when
+    // the era table could not be had (NU_ENOMEM stored).
+    int era() {
+        if (era_ == kUnknown) era_ = find_era(h_, v_.year, v_.month, v_.mday);
+        return era_;
+    }
     const nu_time_rec &local() const { return v_; }
     const nu_time_rec &gregorian() const { return g_; }
     bool local_calendar() const { return h_->time.calendar > 1; }
@@ -224,6 +262,8 @@ private:
     nu_time_rec g_;
     nu_time_rec v_;
     unsigned checked_ = 0;
+    static constexpr int kUnknown = -3;
+    int era_ = kUnknown;
 };
 
 // ---- the engine -----------------------------------------------------------------------------
@@ -232,6 +272,79 @@ inline constexpr int kMaxDepth = 4;   // composite conversions within composite 
 
 constexpr nu_wchar operator""_w(char c) { return static_cast<nu_wchar>(c); }
 
+
+struct Spec {
+    int pad = 0;        // '_', '-', '0' or 0
+    int width = -1;
+    int precision = -1;
+    int modifier = 0;   // 'E', 'O' or 0
+    Case casing = kAsIs;
+    Case all = kAsIs;
+};
+
+// One conversion as written: its character, flags, width, precision and modifier.
+struct Conv {
+    nu_wchar c = 0;
+    Spec s;
+    bool upcase = false, change_case = false;
+};
+
+// A format compiled for the multibyte formatter (kept per handle, time/derived.cpp): literal
+// text as the bytes it writes, composite conversions without width or case change expanded
+// in place, every other conversion read once. The steps follow the header in one block, the
+// key and the literal bytes after them.
+struct FormatStep {
+    int32_t literal;   // bytes of literal text at `at`, or 0: the conversion
+    int32_t at;        // offset of the literal bytes from the block's start
+    int32_t depth;
+    Conv conv;
+};
+struct FormatProgram {
+    ProgramHeader header;
+    int32_t steps;
+    FormatStep step[1];
+};
+
+// Reads the conversion whose "%" is at *fp, leaving *fp at its last character; -1 with
+// the error stored when it is malformed.
+int scan_conversion(nu_locale_rec *h_, const nu_wchar **fp, Case all, Conv &cv) {
+    const nu_wchar *f = *fp + 1;
+    Spec &s = cv.s;
+    s.all = all;
+    bool &upcase = cv.upcase, &change_case = cv.change_case;
+    for (;; ++f) {
+        if (*f == '_' || *f == '-' || *f == '0') s.pad = static_cast<int>(*f);
+        else if (*f == '^') upcase = true;
+        else if (*f == '#') change_case = true;
+        else break;
+    }
+    if (*f == 0) return fail(h_, NU_EBADFMT);
+    if ((*f >= '1' && *f <= '9') || *f == '.' || *f == '*' || *f == '+' || *f == ' ' ||
+        *f == '\'') {
+        // Width and precision through the library's specification scanner; the flags of
+        // printf that it also knows have no meaning here.
+        int justify = 0, width = 0, precision = -1;
+        nu_wchar pad = ' ';
+        unsigned flags = 0;
+        const nu_wchar *at = f;
+        if (_nu_scan_format_modifiers(h_, &f, &justify, &pad, &width, &precision, &flags,
+                                      nullptr, nullptr) < 0)
+            return -1;
+        if ((flags & (NU_FMT_PLUS | NU_FMT_SPACE | NU_FMT_GROUP | NU_FMT_LEFT | NU_FMT_ALT |
+                      NU_FMT_ZERO | NU_FMT_STAR_SEEN)) != 0)
+            return fail(h_, NU_EMODIFIER);
+        if (*at >= '1' && *at <= '9') s.width = width;
+        s.precision = precision;
+        if (*f == 0) return fail(h_, NU_EBADFMT);
+    }
+    if (*f == 'E' || *f == 'O') {
+        s.modifier = static_cast<int>(*f++);
+        if (*f == 0) return fail(h_, NU_EBADFMT);
+    }
+    *fp = f;
+    cv.c = *f;
+    return 0;
+}
 
 template <class Out>
 class Engine {
@@ -253,53 +366,25 @@ public:
         return 0;
     }
 
-private:
-    struct Spec {
-        int pad = 0;        // '_', '-', '0' or 0
-        int width = -1;
-        int precision = -1;
-        int modifier = 0;   // 'E', 'O' or 0
-        Case casing = kAsIs;
-        Case all = kAsIs;
-    };
-
-    // One conversion; *f is at its "%" and is left at its last character.
-    int conversion(const nu_wchar **fp, Case all, int depth) {
-        const nu_wchar *f = *fp + 1;
-        Spec s;
-        s.all = all;
-        bool upcase = false, change_case = false;
-        for (;; ++f) {
-            if (*f == '_' || *f == '-' || *f == '0') s.pad = static_cast<int>(*f);
-            else if (*f == '^') upcase = true;
-            else if (*f == '#') change_case = true;
-            else break;
-        }
-        if (*f == 0) return fail(h_, NU_EBADFMT);
-        if ((*f >= '1' && *f <= '9') || *f == '.' || *f == '*' || *f == '+' || *f == ' ' ||
-            *f == '\'') {
-            // Width and precision through the library's specification scanner; the flags of
-            // printf that it also knows have no meaning here.
-            int justify = 0, width = 0, precision = -1;
-            nu_wchar pad = ' ';
-            unsigned flags = 0;
-            const nu_wchar *at = f;
-            if (_nu_scan_format_modifiers(h_, &f, &justify, &pad, &width, &precision, &flags,
-                                          nullptr, nullptr) < 0)
+    // Formats a compiled format (ByteOut only).
+    int run_program(const FormatProgram &p) {
+        const auto *base = reinterpret_cast<const unsigned char *>(&p);
+        for (int32_t i = 0; i < p.steps; ++i) {
+            const FormatStep &step = p.step[i];
+            if (step.literal != 0) {
+                if (!out_.bytes(base + step.at, step.literal)) return -1;
+            } else if (execute(step.conv, step.depth) < 0) {
                 return -1;
-            if ((flags & (NU_FMT_PLUS | NU_FMT_SPACE | NU_FMT_GROUP | NU_FMT_LEFT | NU_FMT_ALT |
-                          NU_FMT_ZERO | NU_FMT_STAR_SEEN)) != 0)
-                return fail(h_, NU_EMODIFIER);
-            if (*at >= '1' && *at <= '9') s.width = width;
-            s.precision = precision;
-            if (*f == 0) return fail(h_, NU_EBADFMT);
+            }
         }
-        if (*f == 'E' || *f == 'O') {
-            s.modifier = static_cast<int>(*f++);
-            if (*f == 0) return fail(h_, NU_EBADFMT);
-        }
-        *fp = f;
-        const nu_wchar c = *f;
+        return 0;
+    }
+
+    // Writes one conversion read by scan.
+    int execute(const Conv &cv, int depth) {
+        const nu_wchar c = cv.c;
+        Spec s = cv.s;
+        const bool upcase = cv.upcase, change_case = cv.change_case;
         if (s.precision >= 0 && c != 'f') return fail(h_, NU_EMODIFIER);
         if (upcase) s.casing = kUpper;
         const TimeFields &t = h_->time;
@@ -370,7 +455,7 @@ private:
         case 'C': {
             if (!value_.need(Value::kDate)) return -1;
             if (mod == 'E') {
-                const int era = find_era(h_, v.year, v.month, v.mday);
+                const int era = value_.era();
                 if (era == -2) return -1;
                 if (era >= 0) return text(t.eras[era].name, s);
             }
@@ -445,7 +530,7 @@ private:
         case 'Y': {
             if (!value_.need(Value::kDate)) return -1;
             if (mod == 'E') {
-                const int era = find_era(h_, v.year, v.month, v.mday);
+                const int era = value_.era();
                 if (era == -2) return -1;
                 if (era >= 0) return composite(wide(t.eras[era].format), s, upcase, depth);
             }
@@ -455,7 +540,7 @@ private:
         case 'y': {
             if (!value_.need(Value::kDate)) return -1;
             if (mod == 'E') {
-                const int era = find_era(h_, v.year, v.month, v.mday);
+                const int era = value_.era();
                 if (era == -2) return -1;
                 if (era >= 0) {
                     const EraSpan &span = era_spans(h_)[era];
@@ -484,6 +569,13 @@ private:
         }
     }
 
+private:
+    // One conversion; *f is at its "%" and is left at its last character.
+    int conversion(const nu_wchar **fp, Case all, int depth) {
+        Conv cv;
+        return scan_conversion(h_, fp, all, cv) < 0 ? -1 : execute(cv, depth);
+    }
+
     int hour12() const {
         const int hour = value_.local().hour;
         return hour > 12 ? hour - 12 : hour == 0 ? 12 : hour;
@@ -501,7 +593,7 @@ private:
     }
 
     int text(const CatString &str, const Spec &s) {
-        return padding(s, out_.chars(str)) && out_.text(str, effective(s)) ? 0 : -1;
+        return (s.width <= 0 || padding(s, out_.chars(str))) && out_.text(str, effective(s)) ? 0 : -1;
     }
 
     // A composite conversion: its format run in place, after the padding its width asks for;
@@ -524,6 +616,16 @@ private:
     }
 
     int number(int64_t value, int d, Spec s, bool alt = true, bool width_digits = true) {
+        if ((s.modifier != 'O' || !alt) && (s.pad == 0 || s.pad == '0') && s.width <= d &&
+            value >= 0 && value < 100 && d <= 2) {
+            // The common field: one or two digits, zeros in front, nothing around.
+            static constexpr char kPairs[] =
+                "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+                "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+                "8081828384858687888990919293949596979899";
+            const char *pair = kPairs + 2 * value;
+            return (d == 2 || value >= 10 ? out_.ascii(pair, 2) : out_.ascii(pair + 1, 1)) ? 0 : -1;
+        }
         const int digits = d > s.width || !width_digits ? d : s.width;
         if (alt && s.modifier == 'O' && value >= 0 && value < h_->time.alt_digit_count &&
             h_->time.alt_digits != nullptr) {
@@ -557,9 +659,7 @@ private:
             }
         }
         if (!padding(s, end - b)) return -1;
-        for (; b < end; ++b)
-            if (!out_.put(static_cast<nu_wchar>(*b))) return -1;
-        return 0;
+        return out_.ascii(b, end - b) ? 0 : -1;
     }
 
     nu_locale_rec *h_;
@@ -577,6 +677,137 @@ int format(nu_locale_rec *h, Out &out, const nu_wchar *format, const nu_time_rec
     return n > INT_MAX ? fail(h, NU_E2BIG) : static_cast<int>(n);
 }
 
+// Compiles a format for the multibyte formatter of a handle whose wide characters are their
+// bytes; null when the format is better interpreted (malformed, too long, or a literal that
+// the code set cannot write: the interpreter then reports it where it is met).
+class Compiler {
+public:
+    explicit Compiler(nu_locale_rec *h)
+        : h_(h), term_(h->single_byte ? 1 : (nu_mb_loc_min(h) > 0 ? nu_mb_loc_min(h) : 1)),
+          ascii_(h->single_byte || (h->ascii_direct && term_ == 1)) {}
+
+    FormatProgram *compile(const nu_wchar *format, const void *key, size_t key_bytes) {
+        if (!walk(format, 0)) return nullptr;
+        const size_t head = offsetof(FormatProgram, step) + sizeof(FormatStep) * (steps_ > 0 ? steps_ : 1);
+        auto *block = alloc_array<unsigned char>(head + key_bytes + pool_);
+        if (block == nullptr) return nullptr;
+        auto *p = reinterpret_cast<FormatProgram *>(block);
+        p->header.key = block + head;
+        p->header.key_bytes = static_cast<uint32_t>(key_bytes);
+        p->header.wide = 0;
+        std::memcpy(block + head, key, key_bytes);
+        std::memcpy(block + head + key_bytes, pool_bytes_, pool_);
+        p->steps = steps_;
+        for (int i = 0; i < steps_; ++i) {
+            p->step[i] = step_[i];
+            if (step_[i].literal != 0) p->step[i].at += static_cast<int32_t>(head + key_bytes);
+        }
+        return p;
+    }
+
+private:
+    bool walk(const nu_wchar *f, int depth) {
+        if (depth > kMaxDepth) return false;
+        for (; *f != 0; ++f) {
+            if (*f != '%') {
+                if (!literal(*f)) return false;
+                continue;
+            }
+            Conv cv;
+            if (scan_conversion(h_, &f, kAsIs, cv) < 0) return false;
+            const nu_wchar *sub = expansion(cv);
+            if (sub != nullptr && depth + 1 <= kMaxDepth) {
+                if (!walk(sub, depth + 1)) return false;
+                continue;
+            }
+            if (steps_ == kSteps) return false;
+            step_[steps_++] = FormatStep{0, 0, depth, cv};
+        }
+        return true;
+    }
+
+    // The format a composite conversion writes in place as it stands (no width, no case
+    // change, a modifier it takes); null for any other conversion.
+    const nu_wchar *expansion(const Conv &cv) const {
+        if (cv.s.precision >= 0 || cv.upcase || cv.s.width > 0) return nullptr;
+        const TimeFields &t = h_->time;
+        const int mod = cv.s.modifier;
+        auto pick = [&](const CatString &era, const CatString &plain) {
+            return mod == 'E' && *wide(era) != 0 ? wide(era) : wide(plain);
+        };
+        switch (cv.c) {
+        case 'c':
+            return mod == 'O' ? nullptr : pick(t.era_date_time_format, t.date_time_format);
+        case 'x':
+            return mod == 'O' ? nullptr : pick(t.era_date_format, t.date_format);
+        case 'X':
+            return mod == 'O' ? nullptr : pick(t.era_time_format, t.time_format);
+        case 'D':
+            return mod == 0 ? kFmtD.w : nullptr;
+        case 'F':
+            return mod == 0 ? kFmtF.w : nullptr;
+        case 'R':
+            return kFmtR.w;
+        case 'T':
+            return kFmtT.w;
+        case 'r':
+            return *wide(t.time_format_ampm) != 0 ? wide(t.time_format_ampm) : kFmtr.w;
+        default:
+            return nullptr;
+        }
+    }
+
+    // A literal character as ByteOut writes it.
+    bool literal(nu_wchar c) {
+        unsigned char b[4];
+        int k = 1;
+        if ((c < 0x80 && ascii_) || h_->single_byte) {
+            if (c > 0xFF) return false;
+            b[0] = static_cast<unsigned char>(c);
+        } else {
+            k = encoded_length(c, term_);
+            if (k == 0) return false;
+            for (int i = 0; i < k; ++i) b[i] = static_cast<unsigned char>(c >> (8 * (k - 1 - i)));
+        }
+        if (pool_ + static_cast<size_t>(k) > sizeof pool_bytes_) return false;
+        if (steps_ == 0 || step_[steps_ - 1].literal == 0) {
+            if (steps_ == kSteps) return false;
+            step_[steps_++] = FormatStep{0, static_cast<int32_t>(pool_), 0, Conv{}};
+        }
+        std::memcpy(pool_bytes_ + pool_, b, static_cast<size_t>(k));
+        pool_ += static_cast<size_t>(k);
+        step_[steps_ - 1].literal += k;
+        return true;
+    }
+
+    static constexpr int kSteps = 96;
+    nu_locale_rec *h_;
+    int term_;
+    bool ascii_;
+    FormatStep step_[kSteps];
+    int steps_ = 0;
+    unsigned char pool_bytes_[1024];
+    size_t pool_ = 0;
+};
+
+// The compiled form of a multibyte format, made on first use; null when the format is
+// interpreted instead.
+const FormatProgram *program_for(nu_locale_rec *h, const char *format) {
+    if (!h->single_byte && (h->companion_flag[cat_index(NU_CTYPE)] != 0 || nu_mb_loc_min(h) > 1))
+        return nullptr;
+    const size_t key_bytes = std::strlen(format);
+    if (key_bytes > kMaxProgramKey) return nullptr;
+    if (const ProgramHeader *p = find_program(h, kFormatProgram, format, key_bytes, false))
+        return reinterpret_cast<const FormatProgram *>(p);
+    const int32_t error = h->error;
+    const Widened<64> wide_format(h, format);
+    FormatProgram *p = nullptr;
+    if (wide_format.get() != nullptr) p = Compiler(h).compile(wide_format.get(), format, key_bytes);
+    h->error = error;   // the interpreter reports what compiling met
+    if (p != nullptr) keep_program(h, kFormatProgram, &p->header);
+    return p;
+}
+
 } // namespace
 
 NU_EXPORT int nu_wcsftime(nu_locale_t h, nu_wchar *out, int size, const nu_wchar *format,
@@ -591,6 +822,16 @@ NU_EXPORT int nu_mbsftime(nu_locale_t h, char *out, int size, const char *format
                           const nu_time_rec *t) {
     if (nus::no_handle(h) || nus::missing(h, format, t)) return -1;
     if (size < 0) return fail(h, NU_EBADVAL);
+    if (const FormatProgram *p = program_for(h, format)) {
+        ByteOut o(h, size == 0 ? nullptr : out, size);
+        Value value(h, t);
+        Engine<ByteOut> engine(h, o, value);
+        if (engine.run_program(*p) == 0) {
+            o.finish();
+            if (o.count() <= INT_MAX) return static_cast<int>(o.count());
+        }
+        // Whatever went wrong, the interpreter meets it again below and reports it.
+    }
     const Widened<64> wide_format(h, format);
     if (wide_format.no_memory()) return fail(h, NU_ENOMEM);
     if (wide_format.get() == nullptr) return -1;

@@ -11,6 +11,7 @@
 #include "time/timefmt.h"
 
 #include <climits>
+#include <cstddef>
 
 namespace {
 
@@ -42,6 +43,56 @@ struct Found {
 };
 
 
+// One conversion as written: its character, modifier and precision (flags and widths are
+// read and left aside).
+struct Conv {
+    nu_wchar c = 0;
+    int mod = 0;
+    int precision = -1;
+};
+
+// Reads the conversion whose "%" is at *fp, leaving *fp at its last character; -1 with the
+// error stored when it is malformed.
+int scan_conversion(nu_locale_rec *h, const nu_wchar **fp, Conv &cv) {
+    const nu_wchar *f = *fp + 1;
+    while (*f == '_' || *f == '-' || *f == '0' || *f == '^' || *f == '#') ++f;
+    if ((*f >= '1' && *f <= '9') || *f == '.' || *f == '*' || *f == '+' || *f == ' ' ||
+        *f == '\'') {
+        int justify = 0, width = 0;
+        nu_wchar pad = ' ';
+        unsigned flags = 0;
+        if (_nu_scan_format_modifiers(h, &f, &justify, &pad, &width, &cv.precision, &flags,
+                                      nullptr, nullptr) < 0)
+            return -1;
+        if ((flags & (NU_FMT_PLUS | NU_FMT_SPACE | NU_FMT_GROUP | NU_FMT_LEFT | NU_FMT_ALT |
+                      NU_FMT_ZERO | NU_FMT_STAR_SEEN)) != 0)
+            return fail(h, NU_EMODIFIER);
+    }
+    if (*f == 0) return fail(h, NU_EBADFMT);
+    if (*f == 'E' || *f == 'O') {
+        cv.mod = static_cast<int>(*f++);
+        if (*f == 0) return fail(h, NU_EBADFMT);
+    }
+    *fp = f;
+    cv.c = *f;
+    return 0;
+}
+
+// A format compiled for the parser (kept per handle, time/derived.cpp): white space, literal
+// characters and conversions, with the composite conversions expanded in place. The steps
+// follow the header in one block, the key after them.
+struct ParseStep {
+    enum : int32_t { kSpace, kLiteral, kConversion };
+    int32_t kind;
+    int32_t depth;
+    Conv conv;   // kLiteral: conv.c is the character
+};
+struct ParseProgram {
+    ProgramHeader header;
+    int32_t steps;
+    ParseStep step[1];
+};
+
 class Parser {
 public:
     Parser(nu_locale_rec *h, const nu_wchar *text) : h_(h), in_(text) {}
@@ -65,7 +116,23 @@ public:
         return 0;
     }
 
+    int run_program(const ParseProgram &p) {
+        for (int32_t i = 0; i < p.steps; ++i) {
+            const ParseStep &step = p.step[i];
+            if (step.kind == ParseStep::kSpace) {
+                skip_space();
+            } else if (step.kind == ParseStep::kLiteral) {
+                if (*in_ == 0 || !eq_fold(*in_, step.conv.c)) return fail(h_, NU_ENOMATCH);
+                ++in_;
+            } else if (convert(step.conv, step.depth) < 0) {
+                return -1;
+            }
+        }
+        return 0;
+    }
+
     const nu_wchar *position() const { return in_; }
+    bool no_memory() const { return no_memory_; }
     Found &found() { return v_; }
 
 private:
@@ -73,66 +140,52 @@ private:
         while (*in_ != 0 && is_space(h_, *in_)) ++in_;
     }
 
-    // One character of the input against one of a name, without regard to case: ASCII
-    // directly, others through the locale's case maps, lower and then upper case (final and
-    // medial sigma lower differently but upper alike).
-    bool eq_fold(nu_wchar a, nu_wchar b) const {
-        if (a == b) return true;
-        if (a < 0x80 && b < 0x80) return ((a ^ b) == 0x20) && ((a | 0x20) - 'a' < 26u);
-        return to_lower(h_, a) == to_lower(h_, b) || to_upper(h_, a) == to_upper(h_, b);
-    }
+    bool eq_fold(nu_wchar a, nu_wchar b) const { return tm::eq_fold(h_, a, b); }
 
-    // Characters of `name` matched at the input without regard to case; 0 when it does not
-    // match or is empty. Blanks that begin a name (" 3月") are taken as already skipped.
-    int match_at(const nu_wchar *name) const {
-        while (*name != 0 && is_space(h_, *name)) ++name;
-        if (*name == 0 || !first_may_match(name[0])) return 0;
-        int i = 0;
-        for (; name[i] != 0; ++i)
-            if (in_[i] == 0 || !eq_fold(in_[i], name[i])) return 0;
-        return i;
-    }
-
-    // The first input character in both cases, made once per name lookup: most names differ
-    // from the input in their first character, which is then told without a case map.
-    void fold_first() {
-        first_ = *in_;
-        first_lower_ = first_ < 0x80 ? (first_ | ((first_ - 'A' < 26u) ? 0x20 : 0)) : to_lower(h_, first_);
-        first_upper_ = first_ < 0x80 ? (first_ & ~((first_ - 'a' < 26u) ? 0x20u : 0u)) : to_upper(h_, first_);
-    }
-    bool first_may_match(nu_wchar c) const {
-        if (c == first_ || c == first_lower_ || c == first_upper_) return true;
-        if (c < 0x80) {
-            // ASCII against ASCII was settled above; against a character beyond it only a
-            // case map can tell (the Kelvin sign lowers to "k").
-            if (first_ < 0x80) return false;
-        }
-        return to_lower(h_, c) == first_lower_ || to_upper(h_, c) == first_upper_;
-    }
-
-    // The longest of `count` names (given by `name(i)`) at the input. The cache of `kind`
-    // answers first with the shortest cached name that begins there (its value turned into an
-    // index by `index_of`); a longer name of the kind wins over it. Its index, with *length
-    // set; -1 if none.
-    template <class NameOf, class IndexOf>
-    int longest(int kind, int count, NameOf name, IndexOf index_of, int *length) {
+    // The longest name of `kind` at the input. The cache of `kind` answers first with the
+    // shortest cached name that begins there (its value turned into an index by `index_of`);
+    // a longer name of the kind wins over it. Its index, with *length set; -1 if none, -2
+    // when the names cannot be had (NU_ENOMEM stored). `same`, when given, receives the
+    // names that match as long as the one found.
+    template <class IndexOf>
+    int longest(int kind, IndexOf index_of, int *length, NameSet *same = nullptr) {
+        const NameTable *names = name_table(h_, kind);
+        if (names == nullptr) return -2;
         int best = -1, best_length = 0;
         int len = 0;
         uint32_t value = 0;
-        fold_first();
         const nu_wc_cache_node *root = h_->time.wc_cache[kind];
         if (root != nullptr && _nu_validate_wc_string(h_, root, in_, &len, &value) == 0 &&
             len > 0) {
             best = index_of(value);
             best_length = len;
         }
-        for (int i = 0; i < count; ++i) {
-            const int n = match_at(name(i));
-            if (n > best_length) {
-                best = i;
-                best_length = n;
+        NameSet lengths[1] = {};
+        const NameSet candidates = *in_ == 0 ? NameSet{} : name_candidates(h_, *names, *in_);
+        for (int w = 0; w < kNameBits / 64; ++w) {
+            for (uint64_t bits = candidates.bits[w]; bits != 0; bits &= bits - 1) {
+                const int i = w * 64 + __builtin_ctzll(bits);
+                if (i >= names->count) break;
+                const int n = match_name(h_, names->names[i], in_);
+                if (n == 0) continue;
+                if (n > best_length) {
+                    best = i;
+                    best_length = n;
+                    lengths[0] = {};
+                }
+                if (n == best_length) lengths[0].bits[w] |= uint64_t{1} << (i % 64);
             }
         }
+        if (names->every) {
+            for (int i = 0; i < names->count; ++i) {
+                const int n = match_name(h_, names->names[i], in_);
+                if (n > best_length) {
+                    best = i;
+                    best_length = n;
+                }
+            }
+        }
+        if (same != nullptr) *same = lengths[0];
         *length = best_length;
         return best_length > 0 ? best : -1;
     }
@@ -159,10 +212,12 @@ private:
         if (mod == 'O' && t.alt_digit_count > 0 && t.alt_digits != nullptr) {
             skip_space();
             int length = 0;
-            const int count = t.alt_digit_count < 100 ? t.alt_digit_count : 100;
-            const int i = longest(kCacheDigits, count,
-                                  [&](int k) { return wide(t.alt_digits[k]); },
-                                  [](uint32_t v) { return static_cast<int>(v); }, &length);
+            const int i = longest(kCacheDigits, [](uint32_t v) { return static_cast<int>(v); },
+                                  &length);
+            if (i == -2) {
+                no_memory_ = true;
+                return false;
+            }
             if (i >= 0 && i >= low && i <= high) {
                 in_ += length;
                 *out = i;
@@ -173,29 +228,15 @@ private:
     }
 
     int conversion(const nu_wchar **fp, int depth) {
-        const nu_wchar *f = *fp + 1;
-        while (*f == '_' || *f == '-' || *f == '0' || *f == '^' || *f == '#') ++f;
-        int precision = -1;
-        if ((*f >= '1' && *f <= '9') || *f == '.' || *f == '*' || *f == '+' || *f == ' ' ||
-            *f == '\'') {
-            int justify = 0, width = 0;
-            nu_wchar pad = ' ';
-            unsigned flags = 0;
-            if (_nu_scan_format_modifiers(h_, &f, &justify, &pad, &width, &precision, &flags,
-                                          nullptr, nullptr) < 0)
-                return -1;
-            if ((flags & (NU_FMT_PLUS | NU_FMT_SPACE | NU_FMT_GROUP | NU_FMT_LEFT | NU_FMT_ALT |
-                          NU_FMT_ZERO | NU_FMT_STAR_SEEN)) != 0)
-                return fail(h_, NU_EMODIFIER);
-        }
-        if (*f == 0) return fail(h_, NU_EBADFMT);
-        int mod = 0;
-        if (*f == 'E' || *f == 'O') {
-            mod = static_cast<int>(*f++);
-            if (*f == 0) return fail(h_, NU_EBADFMT);
-        }
-        *fp = f;
-        const nu_wchar c = *f;
+        Conv cv;
+        return scan_conversion(h_, fp, cv) < 0 ? -1 : convert(cv, depth);
+    }
+
+public:
+    // Reads the text of one conversion read by scan_conversion.
+    int convert(const Conv &cv, int depth) {
+        const nu_wchar c = cv.c;
+        const int mod = cv.mod, precision = cv.precision;
         if (precision >= 0 && c != 'f') return fail(h_, NU_EMODIFIER);
         const TimeFields &t = h_->time;
         auto allow = [&](bool e, bool o) {
@@ -218,18 +259,18 @@ private:
             if (!allow(false, false)) return -1;
             skip_space();
             int length = 0;
-            const int i = longest(kCacheDays, 14,
-                                  [&](int k) { return wide(k < 7 ? t.day[k] : t.abday[k - 7]); },
+            NameSet same{};
+            const int i = longest(kCacheDays,
                                   [](uint32_t v) { return static_cast<int>((v >> 8) * 7 + (v & 0xFF)); },
-                                  &length);
+                                  &length, &same);
+            if (i == -2) return -1;
             if (i < 0) return fail(h_, NU_EPWDAY);
             // Two days may share a name (Lao abbreviates Friday and Saturday alike): every
             // day of that name stays possible until the date decides.
             v_.wday = i % 7;
             v_.wday_set = 0;
             for (int k = 0; k < 14; ++k)
-                if (match_at(wide(k < 7 ? t.day[k] : t.abday[k - 7])) == length)
-                    v_.wday_set |= 1u << (k % 7);
+                if ((same.bits[0] >> k) & 1) v_.wday_set |= 1u << (k % 7);
             in_ += length;
             return 0;
         }
@@ -238,22 +279,12 @@ private:
         case 'h': {
             if (!allow(false, true)) return -1;
             skip_space();
-            const int months = t.month_count > 0 && t.month_count <= kMonthSlots ? t.month_count : 12;
-            const int alt = t.alt_month_count > 0 && t.alt_month_count <= kMonthSlots
-                                ? t.alt_month_count : 0;
-            auto name = [&](int k) {
-                const int list = k / kMonthSlots, i = k % kMonthSlots;
-                const int count = list < 2 ? months : alt;
-                if (i >= count) return kEmptyWide;
-                const CatString *names = list == 0 ? t.mon : list == 1 ? t.abmon
-                                         : list == 2 ? t.alt_mon : t.ab_alt_mon;
-                return wide(names[i]);
-            };
             int length = 0;
             const int k = longest(
-                kCacheMonths, 4 * kMonthSlots, name,
+                kCacheMonths,
                 [](uint32_t v) { return static_cast<int>((v >> 8) * kMonthSlots + (v & 0xFF)); },
                 &length);
+            if (k == -2) return -1;
             if (k < 0) return fail(h_, NU_EPMONNAME);
             in_ += length;
             v_.month_name = k % kMonthSlots;
@@ -364,8 +395,8 @@ private:
         case 'P': {
             skip_space();
             int length = 0;
-            const int i = longest(kCacheAmPm, 2, [&](int k) { return wide(k == 0 ? t.am : t.pm); },
-                                  [](uint32_t v) { return static_cast<int>(v); }, &length);
+            const int i = longest(kCacheAmPm, [](uint32_t v) { return static_cast<int>(v); }, &length);
+            if (i == -2) return -1;
             if (i < 0) {
                 // A locale without am/pm strings writes nothing for them.
                 if (*wide(t.am) == 0 || *wide(t.pm) == 0) return 0;
@@ -497,13 +528,14 @@ private:
         }
     }
 
+private:
     // %EC: the name of an era (that of the era being tried by %EY, if any).
     int era_name() {
-        const TimeFields &t = h_->time;
         skip_space();
         if (era_fixed_ >= 0) {
-            fold_first();
-            const int length = match_at(wide(t.eras[era_fixed_].name));
+            const NameTable *names = name_table(h_, kCacheEras);
+            if (names == nullptr) return -1;
+            const int length = match_name(h_, names->names[era_fixed_], in_);
             if (length == 0) return fail(h_, NU_EPERA);
             in_ += length;
             v_.era = era_fixed_;
@@ -511,9 +543,8 @@ private:
             return 0;
         }
         int length = 0;
-        const int i = longest(kCacheEras, t.era_count,
-                              [&](int k) { return wide(t.eras[k].name); },
-                              [](uint32_t v) { return static_cast<int>(v); }, &length);
+        const int i = longest(kCacheEras, [](uint32_t v) { return static_cast<int>(v); }, &length);
+        if (i == -2) return -1;
         if (i < 0) return fail(h_, NU_EPERA);
         in_ += length;
         v_.era = i;
@@ -549,7 +580,7 @@ private:
     const nu_wchar *in_;
     Found v_;
     int era_fixed_ = -1;
-    nu_wchar first_ = 0, first_lower_ = 0, first_upper_ = 0;
+    bool no_memory_ = false;   // alternative digits could not be had: NU_ENOMEM, not a mismatch
 };
 
 // The parsed fields put together into a Gregorian value.
@@ -667,10 +698,110 @@ int assemble(nu_locale_rec *h, Found &v, nu_time_rec *out) {
     return 0;
 }
 
-const nu_wchar *parse(nu_locale_rec *h, const nu_wchar *text, const nu_wchar *format,
-                      nu_time_rec *t) {
+// Compiles a format for the parser; null when it is better interpreted (malformed or long: the
+// interpreter then reports what it meets where it meets it).
+class Compiler {
+public:
+    explicit Compiler(nu_locale_rec *h) : h_(h) {}
+
+    ParseProgram *compile(const nu_wchar *format, const void *key, size_t key_bytes, bool wide) {
+        if (!walk(format, 0)) return nullptr;
+        const size_t head = offsetof(ParseProgram, step) + sizeof(ParseStep) * (steps_ > 0 ? steps_ : 1);
+        auto *block = alloc_array<unsigned char>(head + key_bytes);
+        if (block == nullptr) return nullptr;
+        auto *p = reinterpret_cast<ParseProgram *>(block);
+        p->header.key = block + head;
+        p->header.key_bytes = static_cast<uint32_t>(key_bytes);
+        p->header.wide = wide ? 1 : 0;
+        std::memcpy(block + head, key, key_bytes);
+        p->steps = steps_;
+        for (int i = 0; i < steps_; ++i) p->step[i] = step_[i];
+        return p;
+    }
+
+private:
+    bool walk(const nu_wchar *f, int depth) {
+        if (depth > kMaxDepth) return false;
+        for (; *f != 0; ++f) {
+            ParseStep step{ParseStep::kLiteral, depth, Conv{*f, 0, -1}};
+            if (is_space(h_, *f)) {
+                // A run of white space skips what one blank skips.
+                if (steps_ > 0 && step_[steps_ - 1].kind == ParseStep::kSpace) continue;
+                step.kind = ParseStep::kSpace;
+            } else if (*f == '%') {
+                if (scan_conversion(h_, &f, step.conv) < 0) return false;
+                const nu_wchar *sub = expansion(step.conv);
+                if (sub != nullptr && depth + 1 <= kMaxDepth) {
+                    if (!walk(sub, depth + 1)) return false;
+                    continue;
+                }
+                step.kind = ParseStep::kConversion;
+            }
+            if (steps_ == kSteps) return false;
+            step_[steps_++] = step;
+        }
+        return true;
+    }
+
+    // The format a composite conversion reads in place, when the conversion takes its
+    // modifier; null for any other conversion.
+    const nu_wchar *expansion(const Conv &cv) const {
+        if (cv.precision >= 0) return nullptr;
+        const TimeFields &t = h_->time;
+        auto pick = [&](const CatString &era, const CatString &plain) {
+            return cv.mod == 'E' && *wide(era) != 0 ? wide(era) : wide(plain);
+        };
+        switch (cv.c) {
+        case 'c':
+            return cv.mod == 'O' ? nullptr : pick(t.era_date_time_format, t.date_time_format);
+        case 'x':
+            return cv.mod == 'O' ? nullptr : pick(t.era_date_format, t.date_format);
+        case 'X':
+            return cv.mod == 'O' ? nullptr : pick(t.era_time_format, t.time_format);
+        case 'D':
+            return cv.mod == 0 ? kFmtD.w : nullptr;
+        case 'F':
+            return cv.mod == 0 ? kFmtF.w : nullptr;
+        case 'R':
+            return kFmtR.w;
+        case 'T':
+            return kFmtT.w;
+        case 'r':
+            return *wide(t.time_format_ampm) != 0 ? wide(t.time_format_ampm) : kFmtr.w;
+        default:
+            return nullptr;
+        }
+    }
+
+    static constexpr int kSteps = 128;
+    nu_locale_rec *h_;
+    ParseStep step_[kSteps];
+    int steps_ = 0;
+};
+
+// The compiled form of a format given as `key` (its bytes, or its wide characters), made on
+// first use from its wide form; null when the format is interpreted instead.
+const ParseProgram *program_for(nu_locale_rec *h, const void *key, size_t key_bytes, bool wide,
+                                const nu_wchar *wide_format) {
+    if (key_bytes > kMaxProgramKey) return nullptr;
+    if (const ProgramHeader *p = find_program(h, kParseProgram, key, key_bytes, wide))
+        return reinterpret_cast<const ParseProgram *>(p);
+    if (wide_format == nullptr) return nullptr;
+    const int32_t error = h->error;
+    ParseProgram *p = Compiler(h).compile(wide_format, key, key_bytes, wide);
+    h->error = error;   // the interpreter reports what compiling met
+    if (p != nullptr) keep_program(h, kParseProgram, &p->header);
+    return p;
+}
+
+// Parses `text` by the compiled format, or else by the format itself.
+const nu_wchar *parse(nu_locale_rec *h, const nu_wchar *text, const ParseProgram *program,
+                      const nu_wchar *format, nu_time_rec *t) {
     Parser p(h, text);
-    if (p.run(format, 0) < 0) return nullptr;
+    if ((program != nullptr ? p.run_program(*program) : p.run(format, 0)) < 0) {
+        if (p.no_memory()) set_error(h, NU_ENOMEM);
+        return nullptr;
+    }
     nu_time_rec r{};
     if (assemble(h, p.found(), &r) < 0) return nullptr;
     r.carried[0] = t->carried[0];
@@ -685,20 +816,37 @@ const nu_wchar *parse(nu_locale_rec *h, const nu_wchar *text, const nu_wchar *fo
 NU_EXPORT nu_wchar *nu_wcsptime(nu_locale_t h, const nu_wchar *text, const nu_wchar *format,
                                 nu_time_rec *t) {
     if (nus::no_handle(h) || nus::missing(h, text, format, t)) return nullptr;
-    return const_cast<nu_wchar *>(parse(h, text, format, t));
+    const size_t n = static_cast<size_t>(wlen(format));
+    const ParseProgram *program = program_for(h, format, n * sizeof(nu_wchar), true, format);
+    return const_cast<nu_wchar *>(parse(h, text, program, format, t));
 }
 
 NU_EXPORT char *nu_mbsptime(nu_locale_t h, const char *text, const char *format,
                             nu_time_rec *t) {
     if (nus::no_handle(h) || nus::missing(h, text, format, t)) return nullptr;
     const Widened<128> wide_text(h, text);
-    const Widened<64> wide_format(h, format);
-    if (wide_text.no_memory() || wide_format.no_memory()) {
+    if (wide_text.no_memory()) {
         nus::set_error(h, NU_ENOMEM);
         return nullptr;
     }
-    if (wide_text.get() == nullptr || wide_format.get() == nullptr) return nullptr;
-    const nu_wchar *end = parse(h, wide_text.get(), wide_format.get(), t);
+    if (wide_text.get() == nullptr) return nullptr;
+    // The format's bytes name its compiled form where a terminator is one byte.
+    const bool keyed = h->single_byte || nu_mb_loc_min(h) <= 1;
+    const ParseProgram *program =
+        keyed ? program_for(h, format, std::strlen(format), false, nullptr) : nullptr;
+    const nu_wchar *end = nullptr;
+    if (program != nullptr) {
+        end = parse(h, wide_text.get(), program, nullptr, t);
+    } else {
+        const Widened<64> wide_format(h, format);
+        if (wide_format.no_memory()) {
+            nus::set_error(h, NU_ENOMEM);
+            return nullptr;
+        }
+        if (wide_format.get() == nullptr) return nullptr;
+        program = keyed ? program_for(h, format, std::strlen(format), false, wide_format.get()) : nullptr;
+        end = parse(h, wide_text.get(), program, wide_format.get(), t);
+    }
     if (end == nullptr) return nullptr;
     return const_cast<char *>(text) + wide_text.offset(end - wide_text.get());
 }

@@ -41,6 +41,15 @@ inline bool is_space(nu_locale_rec *h, nu_wchar wc) {
     return _nu_im_iswctype(h, wc, NU_CLASS_SPACE) != 0;
 }
 
+// One character of input against one of a name, without regard to case: ASCII directly,
+// others through the locale's case maps, lower and then upper case (final and medial sigma
+// lower differently but upper alike).
+inline bool eq_fold(nu_locale_rec *h, nu_wchar a, nu_wchar b) {
+    if (a == b) return true;
+    if (a < 0x80 && b < 0x80) return ((a ^ b) == 0x20) && ((a | 0x20) - 'a' < 26u);
+    return to_lower(h, a) == to_lower(h, b) || to_upper(h, a) == to_upper(h, b);
+}
+
 // One era segment with its dates as the conversions compare them: year - 1900 (or the open
 // ends unchanged), month from 0, day; and the sign of its year count, +1 when its years grow
 // with time, -1 when they fall.
@@ -58,6 +67,78 @@ const EraSpan *era_spans(nu_locale_rec *h);
 // The index of the era a date (year - 1900, month from 0, day) falls in; -1 when none does,
 // -2 when the era cache cannot be made (NU_ENOMEM stored).
 int find_era(nu_locale_rec *h, int32_t year, int32_t month, int32_t mday);
+
+// ---- what the formatter and parser derive from the record, kept per handle ------------------
+//
+// Made when first needed, in one block hung on the TIME record's era cache (never shared by a
+// copy; it goes when TIME or CTYPE is freed, since it holds case maps and encodings): the era
+// spans, the names of each kind ready for matching without regard to case, and the formats
+// last compiled by the formatter and the parser.
+
+// One name of a kind of the validation caches (kCacheMonths ...), as the parser matches it.
+struct Name {
+    const nu_wchar *text;    // the name after its leading blanks
+    const nu_wchar *lower;   // its characters lower- and upper-cased by the locale
+    const nu_wchar *upper;
+    int32_t length;          // characters; 0 for an empty name, which never matches
+};
+
+// The names of one kind, in the parser's order (time/derived.cpp lists it), with the set of
+// names (as bits) whose first character may match a given input character: exact for ASCII
+// input, by a hash of the character and its two cases above it. More than kNameBits names
+// make every name a candidate.
+inline constexpr int kNameBits = 128;
+struct NameSet {
+    uint64_t bits[kNameBits / 64];
+};
+struct NameTable {
+    int32_t count;
+    bool every;
+    Name *names;
+    NameSet ascii[128];
+    NameSet other[64];
+};
+
+// The names of `kind`; null with NU_ENOMEM stored when they cannot be had.
+const NameTable *name_table(nu_locale_rec *h, int kind);
+
+// The names whose first character may match `a`: a superset of those eq_fold accepts (none
+// for a table whose every name is a candidate).
+NameSet name_candidates(nu_locale_rec *h, const NameTable &t, nu_wchar a);
+
+// Characters of the name matched at `in` without regard to case (eq_fold); 0 when it does
+// not match or is empty.
+inline int match_name(nu_locale_rec *h, const Name &n, const nu_wchar *in) {
+    for (int i = 0; i < n.length; ++i) {
+        const nu_wchar a = in[i], b = n.text[i];
+        if (a == b) continue;   // b is never 0 within the name, so neither is a
+        if (a == 0) return 0;
+        if (a < 0x80 && b < 0x80) {
+            if (((a ^ b) == 0x20) && ((a | 0x20) - 'a' < 26u)) continue;
+            return 0;
+        }
+        if (to_lower(h, a) != n.lower[i] && to_upper(h, a) != n.upper[i]) return 0;
+    }
+    return n.length;
+}
+
+// Compiled formats: a block from the library allocator that starts with this header; the
+// key (the format as the caller gave it: its bytes, or its wide characters) lies in the block.
+enum ProgramKind { kFormatProgram, kParseProgram, kProgramKinds };
+struct ProgramHeader {
+    const unsigned char *key;
+    uint32_t key_bytes;
+    uint32_t wide;   // the key is a wide format
+};
+inline constexpr size_t kMaxProgramKey = 256;   // longer formats are interpreted every time
+inline constexpr int kProgramSlots = 4;
+
+// The program compiled before for this format, or null.
+const ProgramHeader *find_program(nu_locale_rec *h, ProgramKind kind, const void *key,
+                                  size_t key_bytes, bool wide);
+// Keeps a compiled program (taking it over; freed at once when there is nowhere to keep it),
+// in place of the least recently made one.
+void keep_program(nu_locale_rec *h, ProgramKind kind, ProgramHeader *program);
 
 // Days from the first day of the first ISO week of a year to day yday of the year whose
 // weekday is wday; yday may be as small as -366.

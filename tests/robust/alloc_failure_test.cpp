@@ -4,6 +4,7 @@
 // caller can read it, nothing may be left allocated once the handle or descriptor is released,
 // and the release itself must work whatever state the failure left behind.
 #include "frame/handle.h"
+#include "time/category.h"
 #include "support/support.h"
 
 #include "frame/handle.h"
@@ -431,9 +432,7 @@ TEST_F(AllocFailure, LongStringsInCollationAndFormatting) {
         t.wday = 4;
         t.yday = 59;
         auto drop_era_cache = [h] {
-            _nu_free_ptr(h->time.era_cache);
-            h->time.era_cache = nullptr;
-            h->time.era_cache_count = 0;
+            nus::free_era_cache(h);
         };
         sweep(name + " ftime", [&] {
             *_nu_ext_errno(h) = 0;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "frame/handle.h"
+#include "time/category.h"
 
 #include "nus.h"
 
@@ -92,7 +93,7 @@ public:
         for (void *p : owned_) _nu_free_ptr(p);
         _nu_free_ptr(t.eras);
         _nu_free_ptr(t.alt_digits);
-        _nu_free_ptr(t.era_cache);
+        nus::release_time_derived(t.era_cache);
         t = saved_;
     }
     TimeFill(const TimeFill &) = delete;
