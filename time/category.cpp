@@ -370,6 +370,7 @@ void init_ltime(nu_locale_rec *h) {
 
 int init_time_info(nu_locale_rec *h) {
     if (const int ready = can_widen(h); ready != 1) return ready;
+    free_era_cache(h);   // what was derived from the strings goes with their wide twins
     bool ok = true;
     for_each_string(h->time, [&](CatString &s) {
         if (ok && !static_time_text(s.mb) && !widen_string(h, s)) ok = false;

@@ -71,7 +71,7 @@ void add(NameSet &s, int k) { s.bits[k / 64] |= uint64_t{1} << (k % 64); }
 
 } // namespace
 
-const NameTable *name_table(nu_locale_rec *h, int kind) {
+NameTable *name_table(nu_locale_rec *h, int kind) {
     Derived *d = derived(h);
     if (d == nullptr) {
         set_error(h, NU_ENOMEM);
@@ -123,13 +123,17 @@ const NameTable *name_table(nu_locale_rec *h, int kind) {
     return table;
 }
 
-NameSet name_candidates(nu_locale_rec *h, const NameTable &t, nu_wchar a) {
+NameSet name_candidates(nu_locale_rec *h, NameTable &t, nu_wchar a) {
     NameSet s{};
     if (t.every) return s;   // the caller tries every name
     if (a < 128) return t.ascii[a];
+    const unsigned slot = hash(a) & 15;
+    if (t.seen[slot] == a) return t.seen_set[slot];
     const NameSet &x = t.other[hash(a)], &y = t.other[hash(to_lower(h, a))],
                   &z = t.other[hash(to_upper(h, a))];
     for (int i = 0; i < kNameBits / 64; ++i) s.bits[i] = x.bits[i] | y.bits[i] | z.bits[i];
+    t.seen[slot] = a;
+    t.seen_set[slot] = s;
     return s;
 }
 

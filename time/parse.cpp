@@ -43,6 +43,127 @@ struct Found {
 };
 
 
+// The conversions that read a number: at most `digits` digits within [low, high] (with the O
+// modifier alternative digits first when `alt`), or the error; the modifiers each takes.
+struct NumberField {
+    int digits, low, high, error;
+    bool alt, e_ok, o_ok;
+};
+
+bool number_field(nu_wchar c, int mod, const TimeFields &t, NumberField *f) {
+    const bool era = mod == 'E' && t.era_count > 0;
+    const bool local = t.calendar > 1;
+    switch (c) {
+    case 'C':   // with E and eras an era's name
+        return !era && (*f = {2, 0, 99, NU_EPYEAR, true, true, true}, true);
+    case 'y':   // with E and eras the year of an era, which may pass 9999 (Buddhist 10542)
+        *f = era ? NumberField{6, 0, 999999, NU_EPERA, false, true, true}
+                 : NumberField{2, 0, 99, NU_EPYEAR, true, true, true};
+        return true;
+    case 'Y':   // with E and eras an era's year format; Hebrew years pass 9999
+        return !era && (*f = {local ? 5 : 4, 0, 99999, NU_EPYEAR, false, true, false}, true);
+    case 'G':
+        return *f = {4, 0, 9999, NU_EPYEAR, false, false, false}, true;
+    case 'd':
+    case 'e':
+        return *f = {2, 1, 31, NU_EPMDAY, true, false, true}, true;
+    case 'H':
+    case 'k':
+        return *f = {2, 0, 23, NU_EPHOUR, true, false, true}, true;
+    case 'I':
+    case 'l':
+        return *f = {2, 1, 12, NU_EPHOUR, true, false, true}, true;
+    case 'j':
+        return *f = {3, 1, local ? 385 : 366, NU_EPMDAY, true, false, true}, true;
+    case 'm':
+        return *f = {2, 1, local ? 13 : 12, NU_EPMONTH, true, false, true}, true;
+    case 'M':
+        return *f = {2, 0, 59, NU_EPMINUTE, true, false, true}, true;
+    case 'S':
+        return *f = {2, 0, 60, NU_EPSECOND, true, false, true}, true;
+    case 'u':
+        return *f = {1, 1, 7, NU_EPWDAY, true, true, true}, true;
+    case 'w':
+        return *f = {1, 0, 6, NU_EPWDAY, true, false, true}, true;
+    case 'U':
+    case 'W':
+    case 'V':   // read and not used, as by strptime: a week of the ISO year alone names no date
+        return *f = {2, 0, 53, NU_EPMDAY, true, false, true}, true;
+    case 'g':
+        return *f = {2, 0, 99, NU_EPYEAR, true, false, true}, true;
+    default:
+        return false;
+    }
+}
+
+void store_number(Found &v, nu_wchar c, int mod, const TimeFields &t, int n) {
+    switch (c) {
+    case 'C':
+        v.century = n;
+        break;
+    case 'y':
+        if (mod == 'E' && t.era_count > 0) {
+            v.era_year = n;
+            v.want_era = true;
+        } else {
+            v.yy = n;
+            v.have_year = false;
+            v.gregorian = false;
+        }
+        break;
+    case 'Y':
+        v.year = n;
+        v.have_year = true;
+        v.gregorian = false;
+        v.century = v.yy = -1;
+        v.want_era = false;
+        break;
+    case 'd':
+    case 'e':
+        v.mday = n;
+        v.have_mday = true;
+        v.gregorian = false;
+        break;
+    case 'H':
+    case 'k':
+        v.hour = n;
+        v.have_hour12 = false;
+        break;
+    case 'I':
+    case 'l':
+        v.hour = n % 12;
+        v.have_hour12 = true;
+        break;
+    case 'j':
+        v.yday = n - 1;
+        break;
+    case 'm':
+        v.month = n - 1;
+        v.month_name = -1;
+        v.gregorian = false;
+        v.have_month = true;
+        break;
+    case 'M':
+        v.minute = n;
+        break;
+    case 'S':
+        v.second = n;
+        break;
+    case 'u':
+    case 'w':
+        v.wday = n % 7;
+        v.wday_set = 0;
+        break;
+    case 'U':
+    case 'W':
+        v.week = n;
+        v.monday_week = c == 'W';
+        break;
+    default:   // G, V, g: read and left aside
+        break;
+    }
+}
+
 // One conversion as written: its character, modifier and precision (flags and widths are
 // read and left aside).
 struct Conv {
@@ -82,13 +203,15 @@ int scan_conversion(nu_locale_rec *h, const nu_wchar **fp, Conv &cv) {
 // characters and conversions, with the composite conversions expanded in place. The steps
 // follow the header in one block, the key after them.
 struct ParseStep {
-    enum : int32_t { kSpace, kLiteral, kConversion };
+    enum : int32_t { kSpace, kLiteral, kConversion, kNumber };
     int32_t kind;
     int32_t depth;
-    Conv conv;   // kLiteral: conv.c is the character
+    Conv conv;            // kLiteral: conv.c is the character
+    NumberField field;    // kNumber: a conversion that reads a number
 };
 struct ParseProgram {
     ProgramHeader header;
+    int32_t bytes;   // only numbers, white space and literal text: read_bytes may read it
     int32_t steps;
     ParseStep step[1];
 };
@@ -124,6 +247,8 @@ public:
             } else if (step.kind == ParseStep::kLiteral) {
                 if (*in_ == 0 || !eq_fold(*in_, step.conv.c)) return fail(h_, NU_ENOMATCH);
                 ++in_;
+            } else if (step.kind == ParseStep::kNumber) {
+                if (read_number(step.field, step.conv) < 0) return -1;
             } else if (convert(step.conv, step.depth) < 0) {
                 return -1;
             }
@@ -149,7 +274,7 @@ private:
     // names that match as long as the one found.
     template <class IndexOf>
     int longest(int kind, IndexOf index_of, int *length, NameSet *same = nullptr) {
-        const NameTable *names = name_table(h_, kind);
+        NameTable *names = name_table(h_, kind);
         if (names == nullptr) return -2;
         int best = -1, best_length = 0;
         int len = 0;
@@ -233,6 +358,18 @@ private:
     }
 
 public:
+    // A conversion that reads a number, its field found by number_field.
+    int read_number(const NumberField &field, const Conv &cv) {
+        if ((cv.mod == 'E' && !field.e_ok) || (cv.mod == 'O' && !field.o_ok))
+            return fail(h_, NU_EMODIFIER);
+        int n = 0;
+        if (!(field.alt ? alt_number(cv.mod, field.digits, field.low, field.high, &n)
+                        : number(field.digits, field.low, field.high, &n)))
+            return fail(h_, field.error);
+        store_number(v_, cv.c, cv.mod, h_->time, n);
+        return 0;
+    }
+
     // Reads the text of one conversion read by scan_conversion.
     int convert(const Conv &cv, int depth) {
         const nu_wchar c = cv.c;
@@ -243,7 +380,7 @@ public:
             return (mod == 'E' && !e) || (mod == 'O' && !o) ? (fail(h_, NU_EMODIFIER), false)
                                                             : true;
         };
-        int n = 0;
+        if (NumberField field; number_field(c, mod, t, &field)) return read_number(field, cv);
         switch (c) {
         case '%':
             if (!allow(false, false)) return -1;
@@ -321,57 +458,9 @@ public:
             return run(*wide(t.time_format_ampm) != 0 ? wide(t.time_format_ampm) : kFmtr.w,
                        depth + 1);
         case 'C':
-            if (mod == 'E' && t.era_count > 0) return era_name();
-            if (!alt_number(mod, 2, 0, 99, &n)) return fail(h_, NU_EPYEAR);
-            v_.century = n;
-            return 0;
-        case 'd':
-        case 'e':
-            if (!allow(false, true) || (!alt_number(mod, 2, 1, 31, &n) && fail(h_, NU_EPMDAY)))
-                return -1;
-            v_.mday = n;
-            v_.have_mday = true;
-            v_.gregorian = false;
-            return 0;
-        case 'H':
-        case 'k':
-            if (!allow(false, true) || (!alt_number(mod, 2, 0, 23, &n) && fail(h_, NU_EPHOUR)))
-                return -1;
-            v_.hour = n;
-            v_.have_hour12 = false;
-            return 0;
-        case 'I':
-        case 'l':
-            if (!allow(false, true) || (!alt_number(mod, 2, 1, 12, &n) && fail(h_, NU_EPHOUR)))
-                return -1;
-            v_.hour = n % 12;
-            v_.have_hour12 = true;
-            return 0;
-        case 'j':
-            if (!allow(false, true) ||
-                (!alt_number(mod, 3, 1, t.calendar > 1 ? 385 : 366, &n) && fail(h_, NU_EPMDAY)))
-                return -1;
-            v_.yday = n - 1;
-            return 0;
-        case 'm':
-            if (!allow(false, true) ||
-                (!alt_number(mod, 2, 1, t.calendar > 1 ? 13 : 12, &n) && fail(h_, NU_EPMONTH)))
-                return -1;
-            v_.month = n - 1;
-            v_.month_name = -1;
-            v_.gregorian = false;
-            v_.have_month = true;
-            return 0;
-        case 'M':
-            if (!allow(false, true) || (!alt_number(mod, 2, 0, 59, &n) && fail(h_, NU_EPMINUTE)))
-                return -1;
-            v_.minute = n;
-            return 0;
-        case 'S':
-            if (!allow(false, true) || (!alt_number(mod, 2, 0, 60, &n) && fail(h_, NU_EPSECOND)))
-                return -1;
-            v_.second = n;
-            return 0;
+            return era_name();   // with E and eras: the others are numbers
+        case 'Y':
+            return era_year_format(depth);   // likewise
         case 'f': {
             if (!allow(false, false)) return -1;
             const int p = precision < 0 ? 6 : precision;
@@ -442,63 +531,6 @@ public:
             v_.have_hour12 = false;
             return 0;
         }
-        case 'u':
-            if (!allow(true, true) || (!alt_number(mod, 1, 1, 7, &n) && fail(h_, NU_EPWDAY)))
-                return -1;
-            v_.wday = n % 7;
-            v_.wday_set = 0;
-            return 0;
-        case 'w':
-            if (!allow(false, true) || (!alt_number(mod, 1, 0, 6, &n) && fail(h_, NU_EPWDAY)))
-                return -1;
-            v_.wday = n;
-            v_.wday_set = 0;
-            return 0;
-        case 'U':
-        case 'W':
-            if (!allow(false, true) || (!alt_number(mod, 2, 0, 53, &n) && fail(h_, NU_EPMDAY)))
-                return -1;
-            v_.week = n;
-            v_.monday_week = c == 'W';
-            return 0;
-        case 'V':
-            // Read and not used, as by strptime: a week of the ISO year alone names no date.
-            if (!allow(false, true) || (!alt_number(mod, 2, 0, 53, &n) && fail(h_, NU_EPMDAY)))
-                return -1;
-            return 0;
-        case 'g':
-            if (!allow(false, true) || (!alt_number(mod, 2, 0, 99, &n) && fail(h_, NU_EPYEAR)))
-                return -1;
-            return 0;
-        case 'G':
-            if (!allow(false, false) || (!number(4, 0, 9999, &n) && fail(h_, NU_EPYEAR)))
-                return -1;
-            return 0;
-        case 'Y':
-            if (mod == 'E' && t.era_count > 0) return era_year_format(depth);
-            // Hebrew years pass 9999.
-            if (!allow(true, false) ||
-                (!number(t.calendar > 1 ? 5 : 4, 0, 99999, &n) && fail(h_, NU_EPYEAR)))
-                return -1;
-            v_.year = n;
-            v_.have_year = true;
-            v_.gregorian = false;
-            v_.century = v_.yy = -1;
-            v_.want_era = false;
-            return 0;
-        case 'y':
-            if (mod == 'E' && t.era_count > 0) {
-                // An era's years may pass 9999 (the Buddhist era reaches 10542).
-                if (!number(6, 0, 999999, &n)) return fail(h_, NU_EPERA);
-                v_.era_year = n;
-                v_.want_era = true;
-                return 0;
-            }
-            if (!alt_number(mod, 2, 0, 99, &n)) return fail(h_, NU_EPYEAR);
-            v_.yy = n;
-            v_.have_year = false;
-            v_.gregorian = false;
-            return 0;
         case 'z': {
             // An offset of a zone is accepted and left aside: a time value has no zone.
             skip_space();
@@ -715,7 +747,16 @@ public:
         p->header.wide = wide ? 1 : 0;
         std::memcpy(block + head, key, key_bytes);
         p->steps = steps_;
-        for (int i = 0; i < steps_; ++i) p->step[i] = step_[i];
+        p->bytes = (h_->single_byte || (h_->ascii_direct && nu_mb_loc_min(h_) == 1)) &&
+                   h_->companion_flag[cat_index(NU_CTYPE)] == 0;
+        for (int i = 0; i < steps_; ++i) {
+            p->step[i] = step_[i];
+            const ParseStep &step = step_[i];
+            if ((step.kind == ParseStep::kNumber && step.conv.mod != 0) ||
+                (step.kind == ParseStep::kConversion &&
+                 (step.conv.mod != 0 || (step.conv.c != 'n' && step.conv.c != 't'))))
+                p->bytes = 0;
+        }
         return p;
     }
 
@@ -723,7 +764,7 @@ private:
     bool walk(const nu_wchar *f, int depth) {
         if (depth > kMaxDepth) return false;
         for (; *f != 0; ++f) {
-            ParseStep step{ParseStep::kLiteral, depth, Conv{*f, 0, -1}};
+            ParseStep step{ParseStep::kLiteral, depth, Conv{*f, 0, -1}, NumberField{}};
             if (is_space(h_, *f)) {
                 // A run of white space skips what one blank skips.
                 if (steps_ > 0 && step_[steps_ - 1].kind == ParseStep::kSpace) continue;
@@ -735,7 +776,8 @@ private:
                     if (!walk(sub, depth + 1)) return false;
                     continue;
                 }
-                step.kind = ParseStep::kConversion;
+                step.kind = step.conv.precision < 0 && number_field(step.conv.c, step.conv.mod, h_->time, &step.field)
+                                ? ParseStep::kNumber : ParseStep::kConversion;
             }
             if (steps_ == kSteps) return false;
             step_[steps_++] = step;
@@ -794,6 +836,58 @@ const ParseProgram *program_for(nu_locale_rec *h, const void *key, size_t key_by
     return p;
 }
 
+// Reads a compiled format of numbers, white space and literal text straight from the bytes
+// of a code set whose ASCII bytes are themselves; where the bytes are the characters, what
+// it reads is what the wide reader reads. It gives up (null) at whatever it cannot settle
+// alone: a character beyond ASCII where white space may stand or against ASCII literal
+// text, any mismatch or number out of range; the wide reader then reads the text from its
+// start and reports what it finds.
+const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text, Found &v) {
+    const auto *in = reinterpret_cast<const unsigned char *>(text);
+    const TimeFields &t = h->time;
+    auto skip = [&] {
+        while (*in == ' ' || (*in >= '\t' && *in <= '\r')) ++in;
+        return *in < 0x80;
+    };
+    for (int32_t i = 0; i < p.steps; ++i) {
+        const ParseStep &step = p.step[i];
+        const nu_wchar c = step.conv.c;
+        if (step.kind == ParseStep::kSpace || (step.kind == ParseStep::kConversion && (c == 'n' || c == 't'))) {
+            if (!skip()) return nullptr;
+        } else if (step.kind == ParseStep::kLiteral) {
+            if (c < 0x80) {
+                const unsigned b = *in;
+                if (b != c && !(((b ^ c) == 0x20) && ((b | 0x20) - 'a' < 26u))) return nullptr;
+                ++in;
+                continue;
+            }
+            const int k = h->single_byte ? 1 : encoded_length(c, 1);
+            for (int j = 0; j < k; ++j)
+                if (in[j] != static_cast<unsigned char>(c >> (8 * (k - 1 - j)))) return nullptr;
+            in += k;
+        } else {
+            const NumberField &field = step.field;
+            if (!skip()) return nullptr;
+            int value = 0, n = 0;
+            while (n < field.digits && *in >= '0' && *in <= '9') {
+                value = value * 10 + (*in++ - '0');
+                ++n;
+            }
+            if (n == 0 || value < field.low || value > field.high) return nullptr;
+            store_number(v, c, 0, t, value);
+        }
+    }
+    return reinterpret_cast<const char *>(in);
+}
+
+// The parsed value handed to the caller, whose carried words it keeps.
+void deliver(nu_time_rec &r, nu_time_rec *t) {
+    r.carried[0] = t->carried[0];
+    r.carried[1] = t->carried[1];
+    r.carried[2] = t->carried[2];
+    *t = r;
+}
+
 // Parses `text` by the compiled format, or else by the format itself.
 const nu_wchar *parse(nu_locale_rec *h, const nu_wchar *text, const ParseProgram *program,
                       const nu_wchar *format, nu_time_rec *t) {
@@ -804,10 +898,7 @@ const nu_wchar *parse(nu_locale_rec *h, const nu_wchar *text, const ParseProgram
     }
     nu_time_rec r{};
     if (assemble(h, p.found(), &r) < 0) return nullptr;
-    r.carried[0] = t->carried[0];
-    r.carried[1] = t->carried[1];
-    r.carried[2] = t->carried[2];
-    *t = r;
+    deliver(r, t);
     return p.position();
 }
 
@@ -824,16 +915,39 @@ NU_EXPORT nu_wchar *nu_wcsptime(nu_locale_t h, const nu_wchar *text, const nu_wc
 NU_EXPORT char *nu_mbsptime(nu_locale_t h, const char *text, const char *format,
                             nu_time_rec *t) {
     if (nus::no_handle(h) || nus::missing(h, text, format, t)) return nullptr;
+    // The format's bytes name its compiled form where a terminator is one byte.
+    const bool keyed = h->single_byte || nu_mb_loc_min(h) <= 1;
+    const size_t key_bytes = keyed ? std::strlen(format) : 0;
+    const ParseProgram *program = keyed ? program_for(h, format, key_bytes, false, nullptr) : nullptr;
+    if (program != nullptr && program->bytes != 0) {
+        Found v;
+        const char *end = read_bytes(h, *program, text, v);
+        // The text is read as a whole string of the code set: what follows must decode too
+        // (the wide reader widens all of it, and reports what does not).
+        if (end != nullptr && !h->single_byte) {
+            const auto *p = reinterpret_cast<const unsigned char *>(end);
+            while (*p != 0) {
+                const Walk step = walk(h->ctype.class_table, p, 4);
+                if (step.status != 0) {
+                    end = nullptr;
+                    break;
+                }
+                p += step.length;
+            }
+        }
+        if (end != nullptr) {
+            nu_time_rec r{};
+            if (assemble(h, v, &r) < 0) return nullptr;
+            deliver(r, t);
+            return const_cast<char *>(end);
+        }
+    }
     const Widened<128> wide_text(h, text);
     if (wide_text.no_memory()) {
         nus::set_error(h, NU_ENOMEM);
         return nullptr;
     }
     if (wide_text.get() == nullptr) return nullptr;
-    // The format's bytes name its compiled form where a terminator is one byte.
-    const bool keyed = h->single_byte || nu_mb_loc_min(h) <= 1;
-    const ParseProgram *program =
-        keyed ? program_for(h, format, std::strlen(format), false, nullptr) : nullptr;
     const nu_wchar *end = nullptr;
     if (program != nullptr) {
         end = parse(h, wide_text.get(), program, nullptr, t);
@@ -844,7 +958,7 @@ NU_EXPORT char *nu_mbsptime(nu_locale_t h, const char *text, const char *format,
             return nullptr;
         }
         if (wide_format.get() == nullptr) return nullptr;
-        program = keyed ? program_for(h, format, std::strlen(format), false, wide_format.get()) : nullptr;
+        program = keyed ? program_for(h, format, key_bytes, false, wide_format.get()) : nullptr;
         end = parse(h, wide_text.get(), program, wide_format.get(), t);
     }
     if (end == nullptr) return nullptr;

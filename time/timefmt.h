@@ -97,14 +97,18 @@ struct NameTable {
     Name *names;
     NameSet ascii[128];
     NameSet other[64];
+    // The candidates of the characters beyond ASCII met last, by a hash of the character
+    // (finding them maps its case twice).
+    nu_wchar seen[16];
+    NameSet seen_set[16];
 };
 
 // The names of `kind`; null with NU_ENOMEM stored when they cannot be had.
-const NameTable *name_table(nu_locale_rec *h, int kind);
+NameTable *name_table(nu_locale_rec *h, int kind);
 
 // The names whose first character may match `a`: a superset of those eq_fold accepts (none
 // for a table whose every name is a candidate).
-NameSet name_candidates(nu_locale_rec *h, const NameTable &t, nu_wchar a);
+NameSet name_candidates(nu_locale_rec *h, NameTable &t, nu_wchar a);
 
 // Characters of the name matched at `in` without regard to case (eq_fold); 0 when it does
 // not match or is empty.
@@ -202,7 +206,14 @@ public:
             }
         } else {
             const int m = nu_mb_loc_min(h) > 0 ? nu_mb_loc_min(h) : 1;
+            const bool direct = m == 1 && h->ascii_direct;
             for (;;) {
+                if (direct && p[at] < 0x80) {   // an ASCII byte is its character
+                    if (p[at] == 0) break;
+                    w[k] = p[at];
+                    o[k++] = static_cast<int32_t>(at++);
+                    continue;
+                }
                 int zeros = 0;
                 while (zeros < m && p[at + static_cast<size_t>(zeros)] == 0) ++zeros;
                 if (zeros == m) break;   // the terminator

@@ -39,8 +39,38 @@ std::string recase(nu_locale_t h, const std::string &s, Casing c) {
 }
 
 struct Tally {
-    long trips = 0, failed = 0, glibc_agree = 0, glibc_differ = 0;
+    long trips = 0, failed = 0, glibc_agree = 0, glibc_differ = 0, interpreted = 0;
 };
+
+// A format longer than the library compiles is interpreted every time: behind this prefix,
+// each format and text is read the other way, and must give what the compiled form gives (the
+// formatter's text; the parser's value and stopping point, or its error, also for a text with
+// one character changed).
+const std::string kLong(300, '#');
+
+void same_as_interpreted(nu_locale_t h, const std::string &f, const nu_time_rec &t,
+                         const std::string &text, std::mt19937 &rng, Tally &tally) {
+    ++tally.interpreted;
+    const std::string long_f = kLong + f;
+    std::string mutated = text;
+    if (!mutated.empty()) mutated[rng() % mutated.size()] = "0 9:Xa-\xe5."[rng() % 9];
+    std::string differs;
+    if (format(h, long_f, t) != kLong + text) differs = "formatted";
+    for (const std::string &in : {text, mutated}) {
+        nu_time_rec a{}, b{};
+        const char *end = nu_mbsptime(h, in.c_str(), f.c_str(), &a);
+        const int code = *_nu_ext_errno(h);
+        const std::string long_in = kLong + in;
+        const char *long_end = nu_mbsptime(h, long_in.c_str(), long_f.c_str(), &b);
+        if (end == nullptr ? long_end != nullptr || *_nu_ext_errno(h) != code
+                           : long_end == nullptr || long_end - long_in.c_str() != end - in.c_str() + 300 ||
+                                 std::memcmp(&a, &b, sizeof a) != 0)
+            differs = "parsed [" + in + "]: " + std::to_string(end == nullptr ? -code : 0) +
+                      " against " + std::to_string(long_end == nullptr ? -*_nu_ext_errno(h) : 0);
+    }
+    if (!differs.empty() && ++tally.failed <= 20)
+        ADD_FAILURE() << "[" << f << "] compiled and interpreted differ: " << differs;
+}
 
 // Every format of the locale over random dates: the text parsed back formats to itself.
 void round_trips(nu_locale_t h, locale_t g, const std::string &name, Tally &tally) {
@@ -73,6 +103,7 @@ void round_trips(nu_locale_t h, locale_t g, const std::string &name, Tally &tall
             if ((y < 1969 || y > 2068) && format(h, f, t) == format(h, f, cycle)) continue;
             for (Casing c : {kAsWritten, kUpper, kLower}) {
                 const std::string text = recase(h, format(h, f, t), c);
+                if (c == kAsWritten) same_as_interpreted(h, f, t, text, rng, tally);
                 nu_time_rec back{};
                 const char *end = nu_mbsptime(h, text.c_str(), f.c_str(), &back);
                 ++tally.trips;
@@ -156,8 +187,9 @@ TEST(TimeParse, RoundTripsInEveryLocale) {
     EXPECT_EQ(tally.failed, 0) << "of " << tally.trips;
     EXPECT_EQ(tally.glibc_differ, 0) << "agreeing " << tally.glibc_agree;
     EXPECT_GT(tally.glibc_agree, 1000);
-    std::printf("[ parse    ] %ld round trips, %ld failed; strptime_l agrees %ld, differs %ld\n",
-                tally.trips, tally.failed, tally.glibc_agree, tally.glibc_differ);
+    std::printf("[ parse    ] %ld round trips, %ld failed; strptime_l agrees %ld, differs %ld; "
+                "%ld formats and texts also interpreted\n",
+                tally.trips, tally.failed, tally.glibc_agree, tally.glibc_differ, tally.interpreted);
 }
 
 // A Hebrew and an Islamic calendar: the month's name by its name index, the local year and
