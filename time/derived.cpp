@@ -148,6 +148,20 @@ const ProgramHeader *find_program(nu_locale_rec *h, ProgramKind kind, const void
     return nullptr;
 }
 
+const ProgramHeader *find_program(nu_locale_rec *h, ProgramKind kind, const char *format) {
+    const auto *d = static_cast<const Derived *>(h->time.era_cache);
+    if (d == nullptr) return nullptr;
+    const auto *f = reinterpret_cast<const unsigned char *>(format);
+    for (const ProgramHeader *p : d->programs[kind]) {
+        if (p == nullptr || p->wide != 0) continue;
+        // Compared as the strings they are: a shorter format stops at its terminator.
+        uint32_t i = 0;
+        while (i < p->key_bytes && p->key[i] == f[i]) ++i;
+        if (i == p->key_bytes && f[i] == 0) return p;
+    }
+    return nullptr;
+}
+
 void keep_program(nu_locale_rec *h, ProgramKind kind, ProgramHeader *program) {
     Derived *d = derived(h);
     if (d == nullptr) {

@@ -83,12 +83,22 @@ private:
 };
 
 // A few bytes copied without a call: the pieces of a date are short.
-[[gnu::optimize("no-tree-loop-distribute-patterns")]] inline void copy_short(unsigned char *to, const unsigned char *from, long k) {
-    if (k > 32) {
+// Two fixed-size moves that overlap in the middle cover any length from n to 2n.
+inline void copy_short(unsigned char *to, const unsigned char *from, long k) {
+    if (k >= 8 && k <= 16) {
+        std::memcpy(to, from, 8);
+        std::memcpy(to + k - 8, from + k - 8, 8);
+    } else if (k >= 4 && k < 8) {
+        std::memcpy(to, from, 4);
+        std::memcpy(to + k - 4, from + k - 4, 4);
+    } else if (k >= 2 && k < 4) {
+        std::memcpy(to, from, 2);
+        std::memcpy(to + k - 2, from + k - 2, 2);
+    } else if (k == 1) {
+        *to = *from;
+    } else if (k > 16) {
         std::memcpy(to, from, static_cast<size_t>(k));
-        return;
     }
-    for (long i = 0; i < k; ++i) to[i] = from[i];
 }
 
 // Bytes of the handle's code set into the caller's buffer of `size` bytes, the terminator (as
@@ -98,7 +108,7 @@ class ByteOut {
 public:
     ByteOut(nu_locale_rec *h, char *out, long size)
         : h_(h), out_(reinterpret_cast<unsigned char *>(out)), size_(size),
-          term_(h->single_byte ? 1 : (nu_mb_loc_min(h) > 0 ? nu_mb_loc_min(h) : 1)),
+          term_(term_length(h)),
           ascii_(h->single_byte || (h->ascii_direct && term_ == 1)),
           split_(h->companion_flag[cat_index(NU_CTYPE)] == 0) {}
     bool put(nu_wchar c) {
@@ -293,14 +303,22 @@ struct Conv {
 // text as the bytes it writes, composite conversions without width or case change expanded
 // in place, every other conversion read once. The steps follow the header in one block, the
 // key and the literal bytes after them.
+// A conversion that writes a field of the value as a plain number, as it stands (no flag,
+// width or modifier): which field, its digits, zeros or spaces in front.
+enum Field : int32_t { kNotPlain, kMday, kHour, kHour12, kMinute, kSecond, kMonth, kYear2, kYear, kYday };
+
 struct FormatStep {
     int32_t literal;   // bytes of literal text at `at`, or 0: the conversion
     int32_t at;        // offset of the literal bytes from the block's start
     int32_t depth;
+    Field field;       // a plain number, written without reading the conversion again
+    int32_t digits;
+    bool spaced;
     Conv conv;
 };
 struct FormatProgram {
     ProgramHeader header;
+    uint32_t need;     // what the plain numbers need of the value (Value's bits)
     int32_t steps;
     FormatStep step[1];
 };
@@ -367,17 +385,54 @@ public:
     }
 
     // Formats a compiled format (ByteOut only).
+    // A value found out of range gives up before anything is written: the interpreter then
+    // reports it where it meets it.
     int run_program(const FormatProgram &p) {
+        if (!value_.need(p.need)) return -1;
         const auto *base = reinterpret_cast<const unsigned char *>(&p);
+        const nu_time_rec &v = value_.local();
         for (int32_t i = 0; i < p.steps; ++i) {
             const FormatStep &step = p.step[i];
             if (step.literal != 0) {
                 if (!out_.bytes(base + step.at, step.literal)) return -1;
-            } else if (execute(step.conv, step.depth) < 0) {
-                return -1;
+                continue;
             }
+            int value = 0;
+            switch (step.field) {
+            case kNotPlain:
+                if (execute(step.conv, step.depth) < 0) return -1;
+                continue;
+            case kMday: value = v.mday; break;
+            case kHour: value = v.hour; break;
+            case kHour12: value = hour12(); break;
+            case kMinute: value = v.minute; break;
+            case kSecond: value = v.second; break;
+            case kMonth: value = v.month + 1; break;
+            case kYear2: value = (v.year % 100 + 100) % 100; break;
+            case kYear: value = v.year + 1900; break;
+            case kYday: value = v.yday + 1; break;
+            }
+            if (!plain_number(value, step.digits, step.spaced)) return -1;
         }
         return 0;
+    }
+
+    // A number of at least `digits` digits (0 to 99999), zeros or spaces in front.
+    bool plain_number(int value, int digits, bool spaced) {
+        if (digits == 2 && value >= 0 && value < 100) {
+            char pair[2] = {static_cast<char>(value < 10 ? (spaced ? ' ' : '0') : '0' + value / 10),
+                            static_cast<char>('0' + value % 10)};
+            return out_.ascii(pair, 2);
+        }
+        char buf[8];
+        char *end = buf + sizeof buf, *b = end;
+        unsigned u = static_cast<unsigned>(value);
+        do {
+            *--b = static_cast<char>('0' + u % 10);
+            u /= 10;
+        } while (u != 0 && b > buf);
+        while (end - b < digits) *--b = spaced ? ' ' : '0';
+        return out_.ascii(b, end - b);
     }
 
     // Writes one conversion read by scan.
@@ -683,7 +738,7 @@ int format(nu_locale_rec *h, Out &out, const nu_wchar *format, const nu_time_rec
 class Compiler {
 public:
     explicit Compiler(nu_locale_rec *h)
-        : h_(h), term_(h->single_byte ? 1 : (nu_mb_loc_min(h) > 0 ? nu_mb_loc_min(h) : 1)),
+        : h_(h), term_(term_length(h)),
           ascii_(h->single_byte || (h->ascii_direct && term_ == 1)) {}
 
     FormatProgram *compile(const nu_wchar *format, const void *key, size_t key_bytes) {
@@ -698,6 +753,7 @@ public:
         std::memcpy(block + head, key, key_bytes);
         std::memcpy(block + head + key_bytes, pool_bytes_, pool_);
         p->steps = steps_;
+        p->need = need_;
         for (int i = 0; i < steps_; ++i) {
             p->step[i] = step_[i];
             if (step_[i].literal != 0) p->step[i].at += static_cast<int32_t>(head + key_bytes);
@@ -721,9 +777,41 @@ private:
                 continue;
             }
             if (steps_ == kSteps) return false;
-            step_[steps_++] = FormatStep{0, 0, depth, cv};
+            FormatStep step{0, 0, depth, kNotPlain, 0, false, cv};
+            plain(step);
+            step_[steps_++] = step;
         }
         return true;
+    }
+
+    // Marks a conversion that writes a field as a plain number.
+    void plain(FormatStep &step) {
+        const Conv &cv = step.conv;
+        if (cv.s.pad != 0 || cv.s.width >= 0 || cv.s.precision >= 0 || cv.s.modifier != 0 ||
+            cv.upcase || cv.change_case)
+            return;
+        struct Plain {
+            nu_wchar c;
+            Field field;
+            int32_t digits;
+            bool spaced;
+            unsigned need;
+        };
+        static constexpr Plain kPlain[] = {
+            {'d', kMday, 2, false, Value::kDate},    {'e', kMday, 2, true, Value::kDate},
+            {'H', kHour, 2, false, Value::kTime},    {'k', kHour, 2, true, Value::kTime},
+            {'I', kHour12, 2, false, Value::kTime},  {'l', kHour12, 2, true, Value::kTime},
+            {'M', kMinute, 2, false, Value::kTime},  {'S', kSecond, 2, false, Value::kTime},
+            {'m', kMonth, 2, false, Value::kDate},   {'y', kYear2, 2, false, Value::kDate},
+            {'Y', kYear, 1, false, Value::kDate},    {'j', kYday, 3, false, Value::kYday},
+        };
+        for (const Plain &p : kPlain)
+            if (p.c == cv.c) {
+                step.field = p.field;
+                step.digits = p.digits;
+                step.spaced = p.spaced;
+                need_ |= p.need;
+            }
     }
 
     // The format a composite conversion writes in place as it stands (no width, no case
@@ -772,7 +860,7 @@ private:
         if (pool_ + static_cast<size_t>(k) > sizeof pool_bytes_) return false;
         if (steps_ == 0 || step_[steps_ - 1].literal == 0) {
             if (steps_ == kSteps) return false;
-            step_[steps_++] = FormatStep{0, static_cast<int32_t>(pool_), 0, Conv{}};
+            step_[steps_++] = FormatStep{0, static_cast<int32_t>(pool_), 0, kNotPlain, 0, false, Conv{}};
         }
         std::memcpy(pool_bytes_ + pool_, b, static_cast<size_t>(k));
         pool_ += static_cast<size_t>(k);
@@ -782,6 +870,7 @@ private:
 
     static constexpr int kSteps = 96;
     nu_locale_rec *h_;
+    unsigned need_ = 0;
     int term_;
     bool ascii_;
     FormatStep step_[kSteps];
@@ -793,12 +882,12 @@ private:
 // The compiled form of a multibyte format, made on first use; null when the format is
 // interpreted instead.
 const FormatProgram *program_for(nu_locale_rec *h, const char *format) {
-    if (!h->single_byte && (h->companion_flag[cat_index(NU_CTYPE)] != 0 || nu_mb_loc_min(h) > 1))
+    if (h->companion_flag[cat_index(NU_CTYPE)] != 0 || term_length(h) > 1)
         return nullptr;
+    if (const ProgramHeader *p = find_program(h, kFormatProgram, format))
+        return reinterpret_cast<const FormatProgram *>(p);
     const size_t key_bytes = std::strlen(format);
     if (key_bytes > kMaxProgramKey) return nullptr;
-    if (const ProgramHeader *p = find_program(h, kFormatProgram, format, key_bytes, false))
-        return reinterpret_cast<const FormatProgram *>(p);
     const int32_t error = h->error;
     const Widened<64> wide_format(h, format);
     FormatProgram *p = nullptr;

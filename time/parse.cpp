@@ -208,6 +208,9 @@ struct ParseStep {
     int32_t depth;
     Conv conv;            // kLiteral: conv.c is the character
     NumberField field;    // kNumber: a conversion that reads a number
+    // For read_bytes: a literal character beyond ASCII as its bytes (0: ASCII, or none).
+    int32_t length;
+    unsigned char bytes[4];
 };
 struct ParseProgram {
     ProgramHeader header;
@@ -719,8 +722,9 @@ int assemble(nu_locale_rec *h, Found &v, nu_time_rec *out) {
         *out = g;
     }
     const int gy = out->year + 1900;
-    out->wday = _nu_gregorian_weekday(out->mday, out->month, gy);
     out->yday = _nu_gregorian_yearday(out->mday, out->month, gy);
+    const int64_t y = int64_t{gy} - 1;   // 1 January of year 1 was a Monday
+    out->wday = static_cast<int>((out->yday + 365 * y + y / 4 - y / 100 + y / 400 + 1) % 7);
     out->month_name = out->month;
     // A day of week that contradicts the date; without a day (of month or year) it names none.
     if (v.wday >= 0 && (v.have_mday || v.yday >= 0) && v.wday != out->wday &&
@@ -747,7 +751,7 @@ public:
         p->header.wide = wide ? 1 : 0;
         std::memcpy(block + head, key, key_bytes);
         p->steps = steps_;
-        p->bytes = (h_->single_byte || (h_->ascii_direct && nu_mb_loc_min(h_) == 1)) &&
+        p->bytes = (h_->single_byte || (h_->ascii_direct && term_length(h_) == 1)) &&
                    h_->companion_flag[cat_index(NU_CTYPE)] == 0;
         for (int i = 0; i < steps_; ++i) {
             p->step[i] = step_[i];
@@ -764,7 +768,7 @@ private:
     bool walk(const nu_wchar *f, int depth) {
         if (depth > kMaxDepth) return false;
         for (; *f != 0; ++f) {
-            ParseStep step{ParseStep::kLiteral, depth, Conv{*f, 0, -1}, NumberField{}};
+            ParseStep step{ParseStep::kLiteral, depth, Conv{*f, 0, -1}, NumberField{}, 0, {}};
             if (is_space(h_, *f)) {
                 // A run of white space skips what one blank skips.
                 if (steps_ > 0 && step_[steps_ - 1].kind == ParseStep::kSpace) continue;
@@ -778,6 +782,12 @@ private:
                 }
                 step.kind = step.conv.precision < 0 && number_field(step.conv.c, step.conv.mod, h_->time, &step.field)
                                 ? ParseStep::kNumber : ParseStep::kConversion;
+            }
+            if (step.kind == ParseStep::kLiteral && step.conv.c >= 0x80) {
+                const nu_wchar c = step.conv.c;
+                step.length = h_->single_byte ? 1 : encoded_length(c, 1);
+                for (int j = 0; j < step.length; ++j)
+                    step.bytes[j] = static_cast<unsigned char>(c >> (8 * (step.length - 1 - j)));
             }
             if (steps_ == kSteps) return false;
             step_[steps_++] = step;
@@ -852,27 +862,24 @@ const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text
     for (int32_t i = 0; i < p.steps; ++i) {
         const ParseStep &step = p.step[i];
         const nu_wchar c = step.conv.c;
-        if (step.kind == ParseStep::kSpace || (step.kind == ParseStep::kConversion && (c == 'n' || c == 't'))) {
-            if (!skip()) return nullptr;
-        } else if (step.kind == ParseStep::kLiteral) {
-            if (c < 0x80) {
+        if (step.kind == ParseStep::kLiteral) {
+            if (step.length == 0) {
                 const unsigned b = *in;
                 if (b != c && !(((b ^ c) == 0x20) && ((b | 0x20) - 'a' < 26u))) return nullptr;
                 ++in;
                 continue;
             }
-            const int k = h->single_byte ? 1 : encoded_length(c, 1);
-            for (int j = 0; j < k; ++j)
-                if (in[j] != static_cast<unsigned char>(c >> (8 * (k - 1 - j)))) return nullptr;
-            in += k;
+            for (int j = 0; j < step.length; ++j)   // a mismatch stops at the terminator
+                if (in[j] != step.bytes[j]) return nullptr;
+            in += step.length;
+        } else if (step.kind != ParseStep::kNumber) {   // white space, %n, %t
+            if (!skip()) return nullptr;
         } else {
             const NumberField &field = step.field;
             if (!skip()) return nullptr;
             int value = 0, n = 0;
-            while (n < field.digits && *in >= '0' && *in <= '9') {
-                value = value * 10 + (*in++ - '0');
-                ++n;
-            }
+            for (unsigned d; n < field.digits && (d = *in - static_cast<unsigned>('0')) < 10; ++n, ++in)
+                value = value * 10 + static_cast<int>(d);
             if (n == 0 || value < field.low || value > field.high) return nullptr;
             store_number(v, c, 0, t, value);
         }
@@ -916,9 +923,9 @@ NU_EXPORT char *nu_mbsptime(nu_locale_t h, const char *text, const char *format,
                             nu_time_rec *t) {
     if (nus::no_handle(h) || nus::missing(h, text, format, t)) return nullptr;
     // The format's bytes name its compiled form where a terminator is one byte.
-    const bool keyed = h->single_byte || nu_mb_loc_min(h) <= 1;
-    const size_t key_bytes = keyed ? std::strlen(format) : 0;
-    const ParseProgram *program = keyed ? program_for(h, format, key_bytes, false, nullptr) : nullptr;
+    const bool keyed = term_length(h) == 1;
+    const ParseProgram *program =
+        keyed ? reinterpret_cast<const ParseProgram *>(find_program(h, kParseProgram, format)) : nullptr;
     if (program != nullptr && program->bytes != 0) {
         Found v;
         const char *end = read_bytes(h, *program, text, v);
@@ -958,7 +965,7 @@ NU_EXPORT char *nu_mbsptime(nu_locale_t h, const char *text, const char *format,
             return nullptr;
         }
         if (wide_format.get() == nullptr) return nullptr;
-        program = keyed ? program_for(h, format, key_bytes, false, wide_format.get()) : nullptr;
+        program = keyed ? program_for(h, format, std::strlen(format), false, wide_format.get()) : nullptr;
         end = parse(h, wide_text.get(), program, wide_format.get(), t);
     }
     if (end == nullptr) return nullptr;

@@ -22,6 +22,17 @@ inline int wlen(const nu_wchar *s) {
     return n;
 }
 
+// Bytes of the code set's string terminator (as many as its shortest character), at least 1.
+inline int term_length(nu_locale_rec *h) {
+    if (h->single_byte) return 1;
+    int m = 0;
+    if (h->companion_flag[cat_index(NU_CTYPE)] == 0)
+        m = h->ctype.class_table != nullptr ? h->ctype.class_table->min_length : 0;
+    else
+        m = nu_mb_loc_min(h);
+    return m > 0 ? m : 1;
+}
+
 // Case mapping of one wide character of the handle's code set.
 inline nu_wchar to_upper(nu_locale_rec *h, nu_wchar wc) {
     if (h->single_byte) return h->sb_upper != nullptr && wc < 256 ? h->sb_upper[wc] : wc;
@@ -140,6 +151,9 @@ inline constexpr int kProgramSlots = 4;
 // The program compiled before for this format, or null.
 const ProgramHeader *find_program(nu_locale_rec *h, ProgramKind kind, const void *key,
                                   size_t key_bytes, bool wide);
+// The same for a format of the multibyte functions, a string of bytes whose terminator is one
+// byte (no longer than kMaxProgramKey when it was kept).
+const ProgramHeader *find_program(nu_locale_rec *h, ProgramKind kind, const char *format);
 // Keeps a compiled program (taking it over; freed at once when there is nowhere to keep it),
 // in place of the least recently made one.
 void keep_program(nu_locale_rec *h, ProgramKind kind, ProgramHeader *program);
@@ -205,7 +219,7 @@ public:
                 o[k] = static_cast<int32_t>(at);
             }
         } else {
-            const int m = nu_mb_loc_min(h) > 0 ? nu_mb_loc_min(h) : 1;
+            const int m = term_length(h);
             const bool direct = m == 1 && h->ascii_direct;
             for (;;) {
                 if (direct && p[at] < 0x80) {   // an ASCII byte is its character
@@ -241,7 +255,7 @@ public:
 
 private:
     static size_t capacity(nu_locale_rec *h, const char *s) {
-        if (h->single_byte || nu_mb_loc_min(h) <= 1) return std::strlen(s) + 1;
+        if (term_length(h) == 1) return std::strlen(s) + 1;
         const int n = _nu_im_mbslen(h, reinterpret_cast<const unsigned char *>(s));
         return n < 0 ? 0 : static_cast<size_t>(n) + 1;
     }
