@@ -20,7 +20,7 @@ namespace nus_cli {
 namespace {
 
 constexpr const char *kHelp =
-    "Usage: nus sort -l LOCALE [-r] [-u] [-k FIELD] [--keys] [-S SIZE] [FILE...]\n"
+    "Usage: nus sort -l LOCALE [-r] [-u] [-k FIELD] [--keys] [-S SIZE] [-o OUTPUT] [FILE...]\n"
     "Sort the lines of the FILEs (standard input with none or with -) by the collation of\n"
     "LOCALE and write them to standard output. Lines with equal keys keep their input order.\n\n"
     "  -l, --locale=LOCALE     locale name (de_de.8859-1) or locale file name\n"
@@ -34,6 +34,8 @@ constexpr const char *kHelp =
     "  -S, --buffer-size=SIZE  memory for lines and keys before sorted runs go to TMPDIR\n"
     "                          (suffix K, M or G; default 256M); run files are removed\n"
     "                          however the sort ends\n"
+    "  -o, --output=OUTPUT     write to OUTPUT instead of standard output; it is opened\n"
+    "                          when all input is read, so it may be one of the FILEs\n"
     "  -h, --help              show this help\n\n"
     "A line that is not valid in the locale's code set is reported; such lines sort first,\n"
     "by their bytes, and the exit status is 1.\n"
@@ -460,14 +462,17 @@ int run_sort(int argc, char **argv) {
         {"field", required_argument, nullptr, 'k'},
         {"keys", no_argument, nullptr, 'K'},
         {"buffer-size", required_argument, nullptr, 'S'},
+        {"output", required_argument, nullptr, 'o'},
         {nullptr, 0, nullptr, 0}};
     Options options;
     const char *spec = nullptr;
+    const char *output = nullptr;
     start_options();
     int option;
-    while ((option = getopt_long(argc, argv, ":l:ruk:S:", kOptions, nullptr)) != -1) {
+    while ((option = getopt_long(argc, argv, ":l:ruk:S:o:", kOptions, nullptr)) != -1) {
         switch (option) {
         case 'l': spec = optarg; break;
+        case 'o': output = optarg; break;
         case 'r': options.reverse = true; break;
         case 'u': options.unique = true; break;
         case 'K': options.keys = true; break;
@@ -490,6 +495,8 @@ int run_sort(int argc, char **argv) {
     int status = for_each_input(argc - optind, argv + optind, [&](std::FILE *stream, const char *name) {
         return sorter.add_input(stream, name);
     });
+    // All input is read (into memory or run files) before the output is opened.
+    if (output != nullptr && !out.open(output)) return kDataError;
     // An unreadable file is reported and the rest is still sorted; a failed run file is not.
     const int sorted = sorter.finish();
     status = std::max(status, sorted);

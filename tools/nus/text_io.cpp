@@ -56,16 +56,33 @@ std::string codeset_of(std::string_view spec) {
     return std::string(at == std::string_view::npos ? rest : rest.substr(0, at));
 }
 
+bool Output::open(const char *path) {
+    std::FILE *f = std::fopen(path, "w");
+    if (f == nullptr) {
+        report(kDataError, "cannot write %s: %s", path, std::strerror(errno));
+        return false;
+    }
+    stream_ = f;
+    path_ = path;
+    return true;
+}
+
 void Output::flush() {
-    if (!buffer_.empty() && std::fwrite(buffer_.data(), 1, buffer_.size(), stdout) != buffer_.size())
+    if (!buffer_.empty() && std::fwrite(buffer_.data(), 1, buffer_.size(), stream_) != buffer_.size())
         failed_ = true;
     buffer_.clear();
 }
 
 bool Output::finish() {
     flush();
-    if (std::fflush(stdout) != 0 || std::ferror(stdout)) failed_ = true;
-    if (failed_) report(kDataError, "write error: %s", std::strerror(errno));
+    if (std::fflush(stream_) != 0 || std::ferror(stream_)) failed_ = true;
+    if (stream_ != stdout) {
+        if (std::fclose(stream_) != 0) failed_ = true;
+        stream_ = stdout;
+    }
+    if (failed_)
+        report(kDataError, "write error%s%s: %s", path_.empty() ? "" : " on ", path_.c_str(),
+               std::strerror(errno));
     return !failed_;
 }
 

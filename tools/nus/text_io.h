@@ -37,7 +37,15 @@ struct Position {
 class Output {
 public:
     Output() { buffer_.reserve(kSize); }
-    ~Output() { flush(); }
+    ~Output() {
+        flush();
+        if (stream_ != stdout) std::fclose(stream_);
+    }
+    Output(const Output &) = delete;
+    Output &operator=(const Output &) = delete;
+    // Writes to the file at `path` (made or emptied now) instead of standard output; false
+    // (after reporting it) when it cannot be opened. Nothing must have been written yet.
+    bool open(const char *path);
     void write(const void *data, std::size_t length) {
         buffer_.append(static_cast<const char *>(data), length);
         if (buffer_.size() >= kSize) flush();
@@ -50,6 +58,8 @@ private:
     static constexpr std::size_t kSize = 1 << 16;
     void flush();
     std::string buffer_;
+    std::FILE *stream_ = stdout;
+    std::string path_;
     bool failed_ = false;
 };
 

@@ -175,8 +175,21 @@ TEST(NusSort, RunFilesAndMergeMatchTheInMemorySort) {
         }
     }
 
-    // A run file that cannot be made ends the sort with a message and no output.
+    // -o may name an input: it is opened once all input is read, in memory or in run files.
     nus_test::TempDir dir;
+    const auto memory = nus({"sort", "-l", "de_de.utf8"}, input, env).out;
+    for (const char *budget : {"256M", "2K"}) {
+        const auto same = dir.write("same.txt", input).string();
+        const auto r = nus({"sort", "-l", "de_de.utf8", "-S", budget, "-o", same, same}, {}, env);
+        EXPECT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(nus_test::read_file(same), memory) << budget;
+    }
+    const auto unwritable = nus({"sort", "-l", "de_de.utf8", "--output", dir.str()}, "b\na\n", env);
+    EXPECT_EQ(unwritable.status, 1);
+    EXPECT_EQ(unwritable.err, "nus: sort: cannot write " + dir.str() + ": Is a directory\n");
+
+    // A run file that cannot be made ends the sort with a message and no output.
     const auto file = dir.write("input.txt", input).string();
     const auto broken = nus({"sort", "-l", "de_de.utf8", "-S", "1K", file}, {},
                             {"TMPDIR=" + tmp.str() + "/missing"});
