@@ -269,6 +269,15 @@ TEST_F(Companion, CharactersCopiesAndReloads) {
     EXPECT_EQ(nu_full_mbsnext(h, u8(s)), u8(s) + 3);
     EXPECT_EQ(nu_full_mbschr(h, u8(s), u8("g")), u8(s) + 7);
     EXPECT_EQ(nu_mbsntsbytes(h, u8(s)), 9);
+    // Classes and case of code points: Unicode's simple mappings (ß has no single upper case).
+    const int upper = nu_ctype(h, "upper"), alpha = nu_ctype(h, "alpha");
+    EXPECT_EQ(_nu_im_iswctype(h, 0xC4, upper | alpha), upper | alpha);
+    EXPECT_EQ(_nu_im_ismctype(h, u8("ж"), upper), 0);
+    EXPECT_NE(_nu_im_ismctype(h, u8("Ж"), upper), 0);
+    unsigned char cased[32];
+    EXPECT_EQ(nu_tombsupper(h, cased, u8("straße ǆ ж")), 14);   // with the terminator
+    EXPECT_STREQ(reinterpret_cast<char *>(cased), "STRAßE Ǆ Ж");
+    EXPECT_EQ(_nu_im_tomlower(h, cased, u8("İ")), 2 * 256 + 1);
 
     // A copy shares the companion's objects; releasing it leaves them to the owner.
     nu_locale_t copy = nullptr;

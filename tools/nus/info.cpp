@@ -41,9 +41,9 @@ constexpr const char *kHelp =
     "the characters whose upper-case (lower-case) form differs from themselves.\n"
     "The examples format -1234567.891 with \"%'.3f\" (numeric), \"%n\" and \"%i\"\n"
     "(monetary).\n"
-    "Companion: with NU_USENUU set and the companion Unicode library installed, the\n"
-    "companion's locale that serves the characters (ctype) and collation (collate) of\n"
-    "a UTF-8 locale; \"tables\" where the locale's own tables serve.\n"
+    "Companion (shown only when NU_USENUU is set and the companion Unicode library\n"
+    "serves the locale): the companion's locale that serves the characters (ctype) and\n"
+    "the collation (collate); \"tables\" where the locale's own tables serve.\n"
     "\n"
     "Options:\n"
     "  -l, --locale LOCALE  the locale, by name (de_de.8859-1) or file name,\n"
@@ -545,12 +545,16 @@ int run_info(int argc, char **argv) {
     char *query = nu_setlocale_4(h, NU_ALL, nullptr);
     root.add("files", files(query));
     nu_destroystring(query);
-    Node companion = Node::object();
-    for (const auto &[category, name] : {std::pair{NU_CTYPE, "ctype"}, {NU_COLLATE, "collate"}}) {
-        const char *served = nu_nuu_locale(h, category);
-        companion.add(name, Node::plain(served != nullptr ? served : "tables"));
+    // Shown when the companion library serves the locale.
+    if (nu_nuu_locale(h, NU_CTYPE) != nullptr || nu_nuu_locale(h, NU_COLLATE) != nullptr) {
+        Node companion = Node::object();
+        for (const auto &[category, name] :
+             {std::pair{NU_CTYPE, "ctype"}, {NU_COLLATE, "collate"}}) {
+            const char *served = nu_nuu_locale(h, category);
+            companion.add(name, Node::plain(served != nullptr ? served : "tables"));
+        }
+        root.add("companion", companion);
     }
-    root.add("companion", companion);
 
     const nu_lconv *conv = nu_localeconv(h);
     for (const std::string &name : wanted) {
