@@ -6,7 +6,7 @@
 
 namespace {
 
-bool usable(nu_locale_rec *h) {
+[[gnu::always_inline]] inline bool usable(nu_locale_rec *h) {
     if (nus::no_handle(h)) return false;
     if (!nus::nuu_collates(h)) {
         nus::set_error(h, NU_EBADARG);   // the companion does not collate for this handle

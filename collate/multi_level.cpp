@@ -606,6 +606,8 @@ int to_wide_string(nu_locale_rec *h, const unsigned char *s, WideScratch &wide) 
 
 NU_EXPORT int nu_full_mbsxfrm(nu_locale_t h, unsigned char *out, const unsigned char *s, int n) {
     if (h == nullptr || s == nullptr) return fail(h, NU_EBADARG, -1);
+    // The companion makes the key from the multibyte text itself.
+    if (nus::nuu_collates(h)) return _nuu_mbsxfrm(h, out, s, n);
     WideScratch wide;
     if (to_wide_string(h, s, wide) < 0) return -1;
     return nu_wcsxfrm(h, out, wide.data(), n);

@@ -67,7 +67,8 @@ int key_of(const UCollator *coll, const Utf16 &text, unsigned char *out, int n) 
     return needed > 0 ? needed - 1 : 0;
 }
 
-bool usable(nuu_obj *o, const void *a, const void *b, nuu_status *status) {
+[[gnu::always_inline]] inline bool usable(nuu_obj *o, const void *a, const void *b,
+                                          nuu_status *status) {
     if (o == nullptr || o->coll == nullptr || a == nullptr || b == nullptr) {
         fail(status, kEbadarg);
         return false;
@@ -84,11 +85,11 @@ NUU_EXPORT int nuu_mbscoll(nuu_obj *o, const unsigned char *s1, int len1,
     const UCollationResult r =
         ucol_strcollUTF8(o->coll, reinterpret_cast<const char *>(s1), len1,
                          reinterpret_cast<const char *>(s2), len2, &err);
-    if (U_FAILURE(err)) {
+    if (U_FAILURE(err)) [[unlikely]] {
         fail(status, err == U_MEMORY_ALLOCATION_ERROR ? kEnomem : kEilseq);
         return 0;
     }
-    return order(r);
+    return r;   // UCOL_LESS, UCOL_EQUAL, UCOL_GREATER are -1, 0, 1
 }
 
 NUU_EXPORT int nuu_mbsxfrm(nuu_obj *o, unsigned char *out, int n, const unsigned char *s,
