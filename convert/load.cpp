@@ -161,7 +161,7 @@ bool is_fixed_width(int32_t min, int32_t max) { return min == max && (min == 2 |
 
 // The companion library converts the pair (target, source) when it is loaded and says so.
 bool companion_converts(unsigned target, unsigned source) {
-    return nuu_capable == 1 && target != NU_UNKNOWN_CODESET && source != NU_UNKNOWN_CODESET &&
+    return nus::nuu_active() && target != NU_UNKNOWN_CODESET && source != NU_UNKNOWN_CODESET &&
            nus::call_nuu_useIcuCvtCall()(target, source) == 1;
 }
 
@@ -363,7 +363,7 @@ NU_EXPORT int nu_cv_open(nu_cv_t *out, const char *target_spec, const char *sour
         *out = nullptr;
         return 0;
     }
-    if (nuu_capable == 1) {
+    if (nus::nuu_active()) {
         int32_t scratch = 0;
         const unsigned target_number = nu_lc_spec2cs_num(&scratch, target_spec, nullptr);
         const unsigned source_number = nu_lc_spec2cs_num(&scratch, source_spec, nullptr);

@@ -233,11 +233,12 @@ NU_EXPORT const char *nu_nuu_locale(nu_locale_t h, int category) {
 
 namespace nus {
 
+bool nuu_active() { return nuu_capable == 1 && requested(); }
+
 int set_categories_nuu(nu_locale_rec *h, int category, const char *name) {
     // NU_USENUU is read at every load: a load without it stays table-driven even once the
     // companion is loaded for other handles.
-    if (nuu_capable != 1 || !requested() || (category != NU_CTYPE && category != NU_COLLATE))
-        return 0;
+    if (!nuu_active() || (category != NU_CTYPE && category != NU_COLLATE)) return 0;
     const char *locale = companion_locale(name);
     if (locale == nullptr) return 0;
     const int i = cat_index(category);

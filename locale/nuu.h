@@ -33,6 +33,11 @@ auto nuu_call(nu_locale_rec *h, int index, Fn fn, A... args) {
     return result;
 }
 
+// The companion is loaded and NU_USENUU asks for it now: what a load or an open consults, so
+// that a process whose variable is gone again keeps its later handles and descriptors in
+// table mode.
+bool nuu_active();
+
 // After a category was read: lets the companion serve it when it is a Unicode locale that
 // locmap lists (the companion flag tells whether it does); 0, as the read succeeded.
 int set_categories_nuu(nu_locale_rec *h, int category, const char *name);

@@ -351,6 +351,17 @@ TEST_F(Companion, ConversionDescriptors) {
             EXPECT_EQ(nu_cv_unload(cv), 0);
         }
     }
+    // Once the variable is gone, opens and loads are table-driven again, though the companion
+    // stays loaded.
+    use.reset();
+    EXPECT_EQ(nuu_capable, 1);
+    nu_cv_t cv = nullptr;
+    ASSERT_EQ(nu_cv_open(&cv, "de_de.8859-1", "de_de.utf8"), 1);
+    EXPECT_EQ(cv->nuu_in_use, 0);
+    nu_cv_unload(cv);
+    nu_locale_t h = load("de_de.utf8");
+    EXPECT_EQ(nu_nuu_locale(h, NU_COLLATE), nullptr);
+    nu_lc_unload(h);
 }
 
 namespace {
