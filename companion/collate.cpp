@@ -204,7 +204,7 @@ NUU_EXPORT int nuu_mbsCollBound(nuu_obj *o, const unsigned char *s, int upper,
         fail(status, kE2big);
         return -1;
     }
-    std::memcpy(out, s, static_cast<size_t>(length) + 1);
+    std::memmove(out, s, static_cast<size_t>(length) + 1);   // s may be out itself
     // The last unit starts at the last character that has a primary weight.
     int unit = length;
     uint8_t key[64];
