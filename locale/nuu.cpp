@@ -78,13 +78,31 @@ bool companion_path(FILE *stream, char *path, size_t size) {
     while (next_line(stream, line, sizeof line)) {
         char *end = nullptr;
         const long entry_bits = std::strtol(line, &end, 10);
-        if (end == line || entry_bits != bits) continue;
+        if (end == line || entry_bits != bits || (*end != ' ' && *end != '\t')) continue;
         while (*end == ' ' || *end == '\t') ++end;
-        if (std::strlen(end) >= size) continue;
+        // A line without a path names nothing (an empty name would be the program itself).
+        if (*end == '\0' || std::strlen(end) >= size) continue;
         std::strcpy(path, end);
         return true;
     }
     return false;
+}
+
+// The first two blank-separated words of a line, each shorter than `size`; false for a line
+// with fewer words or a longer word (a line the map cannot hold whole).
+bool two_words(const char *line, char *first, char *second, size_t size) {
+    char *out[2] = {first, second};
+    const char *p = line;
+    for (char *word : out) {
+        while (*p == ' ' || *p == '\t') ++p;
+        size_t n = 0;
+        while (p[n] != '\0' && p[n] != ' ' && p[n] != '\t') ++n;
+        if (n == 0 || n >= size) return false;
+        std::memcpy(word, p, n);
+        word[n] = '\0';
+        p += n;
+    }
+    return true;
 }
 
 // Reads locmap; a missing file gives an empty map (the companion then serves nothing).
@@ -97,7 +115,7 @@ nu_nuu_map *read_locmap(nu_locale_rec *h) {
     char line[256];
     while (next_line(stream, line, sizeof line)) {
         nu_nuu_map::Entry entry{};
-        if (std::sscanf(line, "%63s %63s", entry.file, entry.locale) != 2) continue;
+        if (!two_words(line, entry.file, entry.locale, sizeof entry.file)) continue;
         if (map->count == capacity) {
             capacity = capacity == 0 ? 64 : capacity * 2;
             auto *grown = nus::alloc_array<nu_nuu_map::Entry>(static_cast<size_t>(capacity));

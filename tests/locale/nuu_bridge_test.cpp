@@ -35,7 +35,8 @@ struct BridgeTree {
     std::optional<EnvGuard> path;
     explicit BridgeTree(const std::string &dllregistry) {
         if (!dllregistry.empty()) dir.write("dllregistry", dllregistry);
-        dir.write("locmap", "# test map\nde_de/e01c.lco de_DE\nsv_se/e01c.lco  sv_SE\n"
+        dir.write("locmap", "# test map\n\xff\nde_de/e01c.lco de_DE\nsv_se/e01c.lco  sv_SE\n"
+                            "only-one-word\n" + std::string(500, 'x') + " y\n"
                             "ja_jp/e01c.lco ja_JP\nfr_fr/e01c.lco fr_FR\nes_es/e01c.lco es_ES\n");
         std::ifstream registry(std::string(NUS_SOURCE_DIR) + "/data/registry");
         dir.write("registry", std::string(std::istreambuf_iterator<char>(registry), {}));
@@ -91,6 +92,9 @@ TEST(NuuBridge, TableModeFallbacks) {
         {"variable 0", "0", bits() + " /nonexistent/libnusu.so\n", 0},
         {"no dllregistry", "1", "", 0},
         {"no entry for this build", "1", "16 /nonexistent/libnusu.so\n# nothing else\n", 0},
+        {"garbage", "1",
+         "\xff\xfe\n" + bits() + "\n" + bits() + "x\n" + std::string(3000, '6') + " /x\n" + bits(),
+         0},
         {"missing companion", "1", bits() + " /nonexistent/libnusu.so\n", -1},
         {"companion lacking the entry points", "1", "# a library, not ours\n" + bits() +
                                                         " libm.so.6\n", -1},
