@@ -24,7 +24,8 @@ constexpr const char *kHelp =
     "  ctype     code set, shortest and longest character in bytes, the number of\n"
     "            characters in each class, the characters with case mappings\n"
     "  collate   collation method (as_specified: table-driven, multi-level;\n"
-    "            thai_smo: Thai rules; none: code order), levels and their directions\n"
+    "            thai_smo: Thai rules; none: code order; companion: the companion\n"
+    "            library's collator), levels and their directions\n"
     "  numeric   decimal point, thousands separator, grouping, signs\n"
     "  monetary  currency symbols, separators, grouping, signs, fraction digits and\n"
     "            the placement values (n/a where the locale gives none)\n"
@@ -228,6 +229,13 @@ Node ctype_section(const Context &c, const char *codeset) {
 Node collate_section(const Context &c) {
     nu_locale_t h = c.handle;
     Node section = Node::object();
+    // Collated by the companion library: its collator's levels are its own.
+    if (nu_nuu_locale(h, NU_COLLATE) != nullptr) {
+        section.add("method", Node::plain("companion"));
+        section.add("levels", Node::null());
+        section.add("directions", Node::null());
+        return section;
+    }
     if (nu_IsSpecialLocale(h) == 1) {
         section.add("method", Node::plain("thai_smo"));
         section.add("levels", Node::null());

@@ -21,10 +21,11 @@ TEST(NusCompanion, InfoConvAndKey) {
     const std::vector<std::string> companion = {
         "NU_USENUU=1", "NU_PATH=" + dir.str() + ":" + data + "/nus/lc11:" + data + "/nus/cm3:" +
                            data + "/nus/cv9"};
-    auto info = nus_test::nus({"info", "-l", "de_de.utf8", "numeric"}, {}, companion);
+    auto info = nus_test::nus({"info", "-l", "de_de.utf8", "collate"}, {}, companion);
     ASSERT_EQ(info.status, 0) << info.err;
     EXPECT_NE(info.out.find("companion:\n  ctype:   de_DE\n  collate: de_DE\n"), std::string::npos)
         << info.out;
+    EXPECT_NE(info.out.find("method:     companion\n"), std::string::npos) << info.out;
     EXPECT_EQ(nus_test::nus({"info", "-l", "de_de.utf8", "numeric"}).out.find("companion"),
               std::string::npos);
 
