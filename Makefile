@@ -2,7 +2,7 @@
 JOBS ?= $(shell nproc)
 TREES := build/32 build/64
 
-.PHONY: all deps build demo test install bench sanitize asan tsan valgrind fuzz clean
+.PHONY: all deps build demo test install bench sanitize asan tsan valgrind fuzz clean i386-icu
 
 all: build
 
@@ -12,7 +12,12 @@ deps:
 build/%/CMakeCache.txt:
 	cmake -S . -B build/$* -DNUS_BITS=$* >/dev/null
 
-build: deps build/32/CMakeCache.txt build/64/CMakeCache.txt
+# ICU for i386 (Debian's packages unpacked under build/, not installed), for the companion
+# Unicode library of the 32-bit tree; without it that tree builds without the companion.
+i386-icu:
+	@scripts/fetch-i386-icu || echo "make: no i386 ICU; the 32-bit tree is built without the companion"
+
+build: deps i386-icu build/32/CMakeCache.txt build/64/CMakeCache.txt
 	cmake --build build/32 -j $(JOBS)
 	cmake --build build/64 -j $(JOBS)
 

@@ -1,12 +1,19 @@
 // Character decoding and encoding: the byte-class walk over the CTYPE table, wide characters
 // to bytes and back, whole-string conversions and measures.
 #include "chars/chars.h"
+#include "locale/nuu.h"
 
 namespace {
 
 using nus::Walk;
 
 int min_length(const nu_locale_rec *h) { return _nu_multi_min_length(h->ctype.class_table); }
+
+// The companion branches: the CTYPE object first, the call's own arguments, a status last.
+using nus::nuu_chars;
+template <typename Fn, typename... A> auto companion(nu_locale_rec *h, Fn fn, A... args) {
+    return nus::nuu_call(h, nus::kNuuCtype, fn, args...);
+}
 
 // Stores a failed walk's status; -1 for the caller to return.
 int fail(nu_locale_rec *h, int status) {
@@ -28,10 +35,12 @@ int encode(nu_locale_rec *h, unsigned char *out, nu_wchar wc) {
 
 NU_EXPORT int nu_mb_loc_min(nu_locale_t h) {
     if (nus::no_handle(h)) return -1;
+    if (nuu_chars(h)) return companion(h, nus::call_nuu_mb_loc_min());
     return min_length(h);
 }
 NU_EXPORT int nu_mb_loc_max(nu_locale_t h) {
     if (nus::no_handle(h)) return -1;
+    if (nuu_chars(h)) return companion(h, nus::call_nuu_mb_loc_max());
     return _nu_multi_max_length(h->ctype.class_table);
 }
 
@@ -45,6 +54,7 @@ NU_EXPORT int nu_mbsterm(nu_locale_t h, unsigned char *p) {
 // Length of the first character; 0 for the null character or a null string.
 NU_EXPORT int nu_full_mblen(nu_locale_t h, const unsigned char *s, int n) {
     if (nus::no_handle(h)) return -1;
+    if (nuu_chars(h)) return companion(h, nus::call_nuu_mblen(), s, n);
     if (s == nullptr) return 0;
     const Walk w = nus::walk(h->ctype.class_table, s, n);
     if (w.status != 0) return fail(h, w.status);
@@ -85,6 +95,10 @@ NU_EXPORT int nu_mbsbytes(nu_locale_t h, const unsigned char *s) {
 
 NU_EXPORT int _tsn_nu_full_mbtowc(nu_locale_t h, nu_wchar *pwc, const unsigned char *s, int n) {
     if (nus::no_handle(h)) return -1;
+    if (nuu_chars(h)) {
+        nu_wchar scratch = 0;
+        return companion(h, nus::call_nuu_mbtouc32(), pwc != nullptr ? pwc : &scratch, s, n);
+    }
     if (s == nullptr) return 0;
     if (n == -1) {
         // The string without its terminator; so an empty string is an incomplete character.
@@ -102,6 +116,10 @@ NU_EXPORT int _tsn_nu_full_mbtowc(nu_locale_t h, nu_wchar *pwc, const unsigned c
 // incomplete character.
 NU_EXPORT int nu_full_mbtowc(nu_locale_t h, nu_wchar *pwc, const unsigned char *s, int n) {
     if (nus::no_handle(h)) return -1;
+    if (nuu_chars(h)) {
+        nu_wchar scratch = 0;
+        return companion(h, nus::call_nuu_mbtouc32(), pwc != nullptr ? pwc : &scratch, s, n);
+    }
     if (s == nullptr) return 0;
     if (n < 1) return fail(h, NU_EINVAL);
     return _tsn_nu_full_mbtowc(h, pwc, s, n);
@@ -109,6 +127,7 @@ NU_EXPORT int nu_full_mbtowc(nu_locale_t h, nu_wchar *pwc, const unsigned char *
 
 NU_EXPORT int nu_full_wctomb(nu_locale_t h, unsigned char *s, nu_wchar wc) {
     if (nus::no_handle(h) || nus::missing(h, s)) return -1;
+    if (nuu_chars(h)) return companion(h, nus::call_nuu_uc32tomb(), s, wc);
     return nus::encode(h, s, wc);
 }
 
@@ -116,6 +135,7 @@ NU_EXPORT int nu_wclen(nu_locale_t h, nu_wchar wc) {
     if (nus::no_handle(h)) return -1;
     if (h->single_byte) return 1;
     unsigned char scratch[4];
+    if (nuu_chars(h)) return companion(h, nus::call_nuu_uc32tomb(), scratch, wc);
     return nus::encode(h, scratch, wc);
 }
 
@@ -128,6 +148,7 @@ NU_EXPORT int nu_wclen(nu_locale_t h, nu_wchar wc) {
 NU_EXPORT int _tsn_nu_im_mbfstowcfs(nu_locale_t h, nu_wchar *wcs, const unsigned char *s,
                                     int slen, int n) {
     if (nus::no_handle(h)) return -1;
+    if (nuu_chars(h)) return companion(h, nus::call_nuu_mbstoucs32(), wcs, s, slen, n);
     const multi_t *table = h->ctype.class_table;
     // Characters of one byte end at the root: they are taken without a walk.
     const unsigned char *root_flags =
@@ -205,6 +226,7 @@ NU_EXPORT int _nu_is_mbstowcs(nu_locale_t h, nu_wchar *wcs, const unsigned char 
 NU_EXPORT int _tsn_nu_full_wcstombs(nu_locale_t h, unsigned char *s, const nu_wchar *wcs,
                                     int wlen, int n) {
     if (nus::no_handle(h) || nus::missing(h, s, wcs)) return -1;
+    if (nuu_chars(h)) return companion(h, nus::call_nuu_ucs32tombs(), s, wcs, wlen, n);
     const bool counted = wlen != -1;
     const int m = min_length(h);
     const bool single = h->single_byte != 0;
@@ -239,6 +261,7 @@ NU_EXPORT int nu_full_wcstombs(nu_locale_t h, unsigned char *s, const nu_wchar *
 NU_EXPORT int _tsn_nu_is_wcstombs(nu_locale_t h, unsigned char *s, const nu_wchar *wcs,
                                   int wlen, int n) {
     if (nus::no_handle(h) || nus::missing(h, s, wcs)) return -1;
+    if (nuu_chars(h)) return companion(h, nus::call_nuu_ucs32tombs(), s, wcs, wlen, n);
     const bool counted = wlen != -1;
     int written = 0;
     for (int i = 0; !counted || i < wlen; ++i) {

@@ -6,6 +6,7 @@
 // The companion Unicode library is not part of this library, so the handle's companion flag
 // is never set and the forwarding paths of these functions do not exist here.
 #include "chars/chars.h"
+#include "locale/nuu.h"
 
 #include <cstring>
 
@@ -127,10 +128,25 @@ int wide_mask(nu_locale_rec *h, nu_wchar wc) {
 
 } // namespace
 
+// ---- companion branches ---------------------------------------------------------------------
+
+namespace {
+
+// The companion serves the handle's characters: its CTYPE object first, the arguments, a
+// status last that becomes the error code when positive.
+using nus::nuu_chars;
+template <typename Fn, typename... A> auto companion(nu_locale_rec *h, Fn fn, A... args) {
+    return nus::nuu_call(h, nus::kNuuCtype, fn, args...);
+}
+unsigned char *writable(const unsigned char *p) { return const_cast<unsigned char *>(p); }
+
+} // namespace
+
 // ---- stepping and positions ---------------------------------------------------------------
 
 NU_EXPORT unsigned char *_tsn_nu_full_mbsnext(nu_locale_t h, const unsigned char *s, int n) {
     if (nus::no_handle(h)) return nullptr;
+    if (nuu_chars(h)) return writable(companion(h, nus::call_nuu_mbsnext(), s, n));
     if (s == nullptr) {
         nus::set_error(h, NU_EBADARG);
         return nullptr;
@@ -146,11 +162,14 @@ NU_EXPORT unsigned char *_tsn_nu_full_mbsnext(nu_locale_t h, const unsigned char
 // A terminator is stepped over like any other character.
 NU_EXPORT unsigned char *nu_full_mbsnext(nu_locale_t h, const unsigned char *s) {
     if (nus::no_handle(h)) return nullptr;
+    if (nuu_chars(h)) return writable(companion(h, nus::call_nuu_mbsnext(), s, -1));
     return _tsn_nu_full_mbsnext(h, s, 4);
 }
 
 NU_EXPORT unsigned char *nu_full_mbsprev(nu_locale_t h, const unsigned char *start,
                                          const unsigned char *pos) {
+    if (h != nullptr && nuu_chars(h))
+        return writable(companion(h, nus::call_nuu_mbsprev(), start, pos));
     if (start == nullptr || pos == nullptr) {
         nus::set_error(h, NU_EBADARG);
         return nullptr;
@@ -245,6 +264,7 @@ NU_EXPORT unsigned char *nu_mbcreplace(nu_locale_t h, unsigned char *p, const un
 NU_EXPORT unsigned char *nu_full_putmbsi(nu_locale_t h, unsigned char *s, int i,
                                          const unsigned char *c) {
     if (nus::no_handle(h)) return nullptr;
+    if (nuu_chars(h)) return companion(h, nus::call_nuu_putmbsi(), s, i, c);
     unsigned char *at = nu_full_getmbsi(h, s, i);
     if (at == nullptr) return nullptr;
     return nu_mbcreplace(h, at, c) != nullptr ? s : nullptr;
@@ -258,6 +278,8 @@ NU_EXPORT int nu_mbsbytes_nt(nu_locale_t h, const unsigned char *s) {
     }
     const long bytes = nu_mbsbytes(h, s);
     if (bytes < 1) return -1;
+    // The companion's strings: one byte less, whatever the minimum length (kept so).
+    if (nuu_chars(h)) return static_cast<int>(bytes) - 1;
     return static_cast<int>(bytes) - Reader(h).min_length();
 }
 
@@ -312,6 +334,7 @@ NU_EXPORT int nu_mbsntslen(nu_locale_t h, const unsigned char *s) {
 NU_EXPORT int _tsn_nu_mbsntsbytes(nu_locale_t h, const unsigned char *s, int n) {
     if (nus::no_handle(h)) return -1;
     if (!length_ok(h, s, n)) return -1;
+    if (nuu_chars(h)) return companion(h, nus::call_nuu_mbsntsbytes(), s, n);
     return length_without_blanks(h, {s, n}, true);
 }
 NU_EXPORT int nu_mbsntsbytes(nu_locale_t h, const unsigned char *s) {
@@ -429,6 +452,7 @@ int wide_width(nu_locale_rec *h, const nu_wchar *ws, long count, const nu_wchar 
 
 NU_EXPORT int nu_wcwidth(nu_locale_t h, nu_wchar wc) {
     if (nus::no_handle(h)) return -1;
+    if (nuu_chars(h)) return companion(h, nus::call_nuu_uc32width(), wc);
     if (wc == 0) return 0;
     return width_of(h, wide_mask(h, wc), nu_ctype(h, "full_width"));
 }
@@ -441,6 +465,7 @@ NU_EXPORT int nu_mbwidth(nu_locale_t h, const unsigned char *s) {
         nus::set_error(h, NU_EBADARG);
         return -1;
     }
+    if (nuu_chars(h)) return companion(h, nus::call_nuu_mbwidth(), s);
     Char c;
     if (!Reader(h).at(s, 4, c)) return -1;
     if (c.wc == 0) return 0;
@@ -458,6 +483,7 @@ NU_EXPORT int nu_wcswidth(nu_locale_t h, const nu_wchar *ws, int n) {
         nus::set_error(h, NU_ENOWIDTH);
         return -1;
     }
+    if (nuu_chars(h)) return companion(h, nus::call_nuu_ucs32width(), ws, n);
     return n == 0 ? 0 : wide_width(h, ws, n, nullptr);
 }
 
@@ -471,6 +497,7 @@ NU_EXPORT int nu_mbswidth(nu_locale_t h, const unsigned char *s, int n) {
         nus::set_error(h, NU_ENOWIDTH);
         return -1;
     }
+    if (nuu_chars(h)) return companion(h, nus::call_nuu_mbswidth(), s, n);
     return n == 0 ? 0 : multibyte_width(h, s, n, nullptr);
 }
 
@@ -484,6 +511,7 @@ NU_EXPORT int nu_wcspwidth(nu_locale_t h, const nu_wchar *start, const nu_wchar 
         nus::set_error(h, NU_EPOSITION);
         return -1;
     }
+    if (nuu_chars(h)) return companion(h, nus::call_nuu_ucs32pwidth(), start, end);
     return wide_width(h, start, -1, end);
 }
 
@@ -500,6 +528,7 @@ NU_EXPORT int nu_mbspwidth(nu_locale_t h, const unsigned char *start, const unsi
         nus::set_error(h, NU_EPOSITION);
         return -1;
     }
+    if (nuu_chars(h)) return companion(h, nus::call_nuu_mbspwidth(), start, end);
     return multibyte_width(h, start, -1, end);
 }
 
@@ -783,6 +812,14 @@ unsigned char *find_text(nu_locale_rec *h, Text t, const unsigned char *sought, 
 NU_EXPORT unsigned char *nu_full_mbschr(nu_locale_t h, const unsigned char *s,
                                         const unsigned char *c) {
     if (nus::no_handle(h)) return nullptr;
+    if (nuu_chars(h)) {
+        nuu_status status = 0;
+        const unsigned char *found = nus::call_nuu_mbschr()(
+            static_cast<nuu_obj *>(h->companion[nus::kNuuCtype]), s, -1, c, 4, &status);
+        // Absent: the slot is cleared, so that absence and failure can be told apart.
+        nus::set_error(h, status > 0 ? status : 0);
+        return writable(found);
+    }
     return _tsn_nu_mbschr(h, s, -1, c, -1);
 }
 

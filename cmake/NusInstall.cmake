@@ -92,3 +92,20 @@ install(CODE "
     file(INSTALL DESTINATION \"\${NUS_DATA_TARGET}\" TYPE DIRECTORY
          FILES \"${NUS_DATA_DIR}/nus\" PATTERN .compiled EXCLUDE)
 ")
+
+# The companion Unicode library (64-bit tree) beside libnus, and the installed data tree's
+# dllregistry rewritten to name it where it is installed (the build's names the build tree's
+# copy); the build's stamps of the companion's data stay behind.
+if(TARGET nusu AND NUS_BITS STREQUAL "64")
+    install(TARGETS nusu LIBRARY DESTINATION ${NUS_INSTALL_LIBDIR})
+    install(CODE "
+        set(NUS_DATA_TARGET \"${NUS_INSTALL_DATAROOT}\")
+        if(NOT \"\$ENV{NUS_DATAROOT}\" STREQUAL \"\")
+            set(NUS_DATA_TARGET \"\$ENV{NUS_DATAROOT}\")
+        endif()
+        set(nus_cm3 \"\$ENV{DESTDIR}\${NUS_DATA_TARGET}/nus/cm3\")
+        file(REMOVE \"\${nus_cm3}/.nuu-32\" \"\${nus_cm3}/.nuu-64\")
+        file(WRITE \"\${nus_cm3}/dllregistry\"
+             \"# The companion Unicode library (written by the installation).\\n64 \${CMAKE_INSTALL_PREFIX}/${NUS_INSTALL_LIBDIR}/libnusu.so.1\\n\")
+    ")
+endif()

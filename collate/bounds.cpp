@@ -15,6 +15,7 @@
 // gives the same answer as a walk over every character would.
 #include "chars/chars.h"
 #include "collate/collate.h"
+#include "locale/nuu.h"
 
 #include <algorithm>
 
@@ -673,6 +674,9 @@ NU_EXPORT int nu_mbsCollBound(nu_locale_t h, const unsigned char *s, int upper,
         return -1;
     }
     if (s == nullptr || out == nullptr) return fail(h, NU_EBADARG, -1);
+    if (nus::nuu_collates(h))
+        return nus::nuu_call(h, nus::kNuuCollate, nus::call_nuu_mbsCollBound(), s, upper, out,
+                             size);
     const int m = nu_mb_loc_min(h) > 0 ? nu_mb_loc_min(h) : 1;
     const int slen = nus::text_bytes(h, s);
     if (slen < 0) return fail(h, NU_EILSEQ, -1);
@@ -739,6 +743,9 @@ NU_EXPORT int nu_mbsSortKeyCollBound(nu_locale_t h, const unsigned char *s, int 
         return -1;
     }
     if (s == nullptr || key == nullptr) return fail(h, NU_EBADARG, -1);
+    if (nus::nuu_collates(h))
+        return nus::nuu_call(h, nus::kNuuCollate, nus::call_nuu_mbsSortKeyCollBound(), s, upper,
+                             key, size);
     const size_t wanted =
         std::max<size_t>(static_cast<size_t>(std::max(nus::text_bytes(h, s), 0)) + 31, kStackBytes);
     Scratch<unsigned char, kStackBytes> bound(wanted);

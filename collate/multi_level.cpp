@@ -7,6 +7,7 @@
 // string for that level. Comparison and sort key share the walk, so they agree.
 #include "chars/chars.h"
 #include "collate/collate.h"
+#include "locale/nuu.h"
 
 #include <algorithm>
 #include <bit>
@@ -502,6 +503,8 @@ int write_key(const nu_locale_rec *h, Prepared &str, unsigned char *out, int n, 
 
 NU_EXPORT int _tsn_nu_full_wcscoll(nu_locale_t h, const nu_wchar *ws1, int len1,
                                    const nu_wchar *ws2, int len2) {
+    if (h != nullptr && nus::nuu_collates(h))
+        return nus::nuu_call(h, nus::kNuuCollate, nus::call_nuu_ucs32coll(), ws1, len1, ws2, len2);
     if (h == nullptr || ws1 == nullptr || ws2 == nullptr) return fail(h, NU_EBADARG, 0);
     if ((len1 == -1) != (len2 == -1)) return fail(h, NU_ELENGTHS, 0);
     if (len1 == -1) {
@@ -536,6 +539,8 @@ NU_EXPORT int nu_full_wcscoll(nu_locale_t h, const nu_wchar *ws1, const nu_wchar
 }
 
 NU_EXPORT int nu_wcsxfrm(nu_locale_t h, unsigned char *out, const nu_wchar *ws, int n) {
+    if (h != nullptr && nus::nuu_collates(h))
+        return nus::nuu_call(h, nus::kNuuCollate, nus::call_nuu_ucs32xfrm(), out, n, ws);
     if (h == nullptr || ws == nullptr || (out == nullptr && n > 0)) return fail(h, NU_EBADARG, -1);
     const int len = nu_wcslen(ws);
     if (!h->has_collation) {
@@ -601,6 +606,8 @@ int to_wide_string(nu_locale_rec *h, const unsigned char *s, WideScratch &wide) 
 
 NU_EXPORT int nu_full_mbsxfrm(nu_locale_t h, unsigned char *out, const unsigned char *s, int n) {
     if (h == nullptr || s == nullptr) return fail(h, NU_EBADARG, -1);
+    // The companion makes the key from the multibyte text itself.
+    if (nus::nuu_collates(h)) return _nuu_mbsxfrm(h, out, s, n);
     WideScratch wide;
     if (to_wide_string(h, s, wide) < 0) return -1;
     return nu_wcsxfrm(h, out, wide.data(), n);

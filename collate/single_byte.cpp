@@ -3,6 +3,7 @@
 // strings.
 #include "chars/chars.h"
 #include "collate/collate.h"
+#include "locale/nuu.h"
 
 namespace {
 
@@ -340,8 +341,13 @@ void set_collation_fp(nu_locale_rec *h) {
         h->transform = _nu_thaismoxfrm;
         return;
     }
-    // Method 3 (the companion library collates) is set only by the companion bridge, which
-    // this build does not have: that row cannot be reached.
+    // Method 3: the companion library collates (set by the companion bridge).
+    if (c.method == 3 && h->companion_flag[nus::cat_index(NU_COLLATE)] == 1) {
+        h->collate = _nuu_mbscoll;
+        h->counted_collate = _nuu_mbfscoll;
+        h->transform = _nuu_mbsxfrm;
+        return;
+    }
     h->collate = _nu_im_mbscoll;
     h->counted_collate = _tsn_nu_im_mbfscoll;
     if (!h->single_byte || !h->has_collation || c.byte_weights == nullptr) return;

@@ -3,6 +3,7 @@
 // differ only in how a character is found and how its bytes are written.
 #include "convert/convert.h"
 #include "frame/multi.h"
+#include "locale/nuu.h"
 
 #include <bit>
 
@@ -447,6 +448,16 @@ using namespace nus;
 NU_EXPORT int nu_cv_mconv(nu_cv_t cv, nu_cv_state *state, unsigned char **in, int *inlen,
                           unsigned char **out, int *room, int *irreversible) {
     if (cv == nullptr) return -1;
+    if (cv->nuu_in_use == 1) {
+        // The companion converts: the flush word (1 without a state) and the caller's
+        // arguments, its positive status into the descriptor's slot.
+        nuu_status status = 0;
+        const int result = nus::call_nuu_cv_conv()(
+            static_cast<nuu_cv *>(cv->nuu_cv), state != nullptr ? state->flush : 1,
+            const_cast<const unsigned char **>(in), inlen, out, room, irreversible, &status);
+        if (status > 0) set_error(cv, status);
+        return result;
+    }
     // The fixed failure descriptors convert nothing; their slots keep their codes.
     if (cv->convert == nullptr || cv->table == nullptr) return -1;
     if (cv->source_stateful == 0 && cv->target_stateful == 0) {

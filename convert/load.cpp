@@ -2,6 +2,7 @@
 // reading of conversion object files, the choice of converter, and unloading.
 #include "convert/convert.h"
 #include "frame/multi.h"
+#include "locale/nuu.h"
 
 #include <cmath>
 
@@ -157,6 +158,28 @@ int read_into_block(FILE *stream, nu_cv_rec *cv) {
 }
 
 bool is_fixed_width(int32_t min, int32_t max) { return min == max && (min == 2 || min == 4); }
+
+// The companion library converts the pair (target, source) when it is loaded and says so.
+bool companion_converts(unsigned target, unsigned source) {
+    return nus::nuu_active() && target != NU_UNKNOWN_CODESET && source != NU_UNKNOWN_CODESET &&
+           nus::call_nuu_useIcuCvtCall()(target, source) == 1;
+}
+
+// A descriptor whose conversion the companion performs: 1, or -1 with the companion's
+// status (or `code` when given) in the descriptor's slot.
+int open_companion(nu_cv_t *out, unsigned target, unsigned source, int code) {
+    nu_cv_rec *cv = new_descriptor(out);
+    if (cv == nullptr) return -1;
+    nuu_status status = 0;
+    nuu_cv *converter = nus::call_nuu_cv_open()(target, source, &status);
+    if (converter == nullptr) {
+        set_error(cv, code != 0 ? code : status > 0 ? status : NU_ENOFILE);
+        return -1;
+    }
+    cv->nuu_cv = converter;
+    cv->nuu_in_use = 1;
+    return 1;
+}
 
 } // namespace
 
@@ -332,7 +355,7 @@ NU_EXPORT int nu_cv_open(nu_cv_t *out, const char *target_spec, const char *sour
     char target[kCsNameBuffer], source[kCsNameBuffer];
     lc_spec2cs_name(target_spec, target);
     lc_spec2cs_name(source_spec, source);
-    if (target[0] == '\0' || source[0] == '\0') {
+    if (nu_init_nuu(nullptr) != 0 || target[0] == '\0' || source[0] == '\0') {
         *out = &cd_fileerr;
         return -1;
     }
@@ -340,13 +363,23 @@ NU_EXPORT int nu_cv_open(nu_cv_t *out, const char *target_spec, const char *sour
         *out = nullptr;
         return 0;
     }
-    // No companion library converts for us: the pair is always opened by its names.
+    if (nus::nuu_active()) {
+        int32_t scratch = 0;
+        const unsigned target_number = nu_lc_spec2cs_num(&scratch, target_spec, nullptr);
+        const unsigned source_number = nu_lc_spec2cs_num(&scratch, source_spec, nullptr);
+        if (companion_converts(target_number, source_number))
+            return open_companion(out, target_number, source_number, 0);
+    }
     return nu_iconv_open(out, target, source) == -1 ? -1 : 1;
 }
 
 NU_EXPORT int nu_cv_load(nu_cv_t *out, const char *target_spec, const char *source_spec,
                          const char *registry, const char *directory) {
     if (out == nullptr) return -1;
+    if (nu_init_nuu(nullptr) != 0) {
+        *out = &cd_fileerr;
+        return -1;
+    }
     int32_t scratch = 0;
     const unsigned target = nu_lc_spec2cs_num(&scratch, target_spec, registry);
     const unsigned source = nu_lc_spec2cs_num(&scratch, source_spec, registry);
@@ -365,6 +398,8 @@ NU_EXPORT int nu_cv_load(nu_cv_t *out, const char *target_spec, const char *sour
         return -1;
     }
     nu_cs_nums2cv_fname(nullptr, source, target, name.data(), directory);
+    if (unicode_collate == 1 && companion_converts(target, source))
+        return open_companion(out, target, source, NU_ENOFILE);
     nu_cv_rec *cv = new_descriptor(out);
     if (cv == nullptr) return -1;
     const int result = directory != nullptr ? read_into_block(nu_open_file(cv, name.data()), cv)
@@ -376,7 +411,9 @@ NU_EXPORT int nu_cv_unload(nu_cv_t cv) {
     if (cv == nullptr) return -1;
     if (is_fixed_descriptor(cv)) return 0;
     if (fast_block(cv) != nullptr) free_fast_root(reinterpret_cast<CvBlock *>(cv));
-    if (cv->nuu_in_use != 1) {
+    if (cv->nuu_in_use == 1) {
+        nus::call_nuu_cv_close()(static_cast<nuu_cv *>(cv->nuu_cv));
+    } else {
         _nu_free_multi(cv->table);
         _nu_free_multi(cv->shift_table);
         _nu_free_ptr(cv->byte_table);
@@ -386,6 +423,8 @@ NU_EXPORT int nu_cv_unload(nu_cv_t cv) {
 }
 
 NU_EXPORT double nu_iconv_expansion(nu_cv_t cv) {
+    if (cv != nullptr && cv->nuu_in_use == 1)
+        return nus::call_nuu_iconv_expansion()(static_cast<nuu_cv *>(cv->nuu_cv));
     return cv != nullptr ? static_cast<double>(cv->expansion) : 0.0;
 }
 

@@ -3,6 +3,7 @@
 #include "frame/frame.h"
 #include "frame/multi.h"
 #include "locale/locale.h"
+#include "locale/nuu.h"
 #include "time/category.h"
 
 #include <cinttypes>
@@ -165,6 +166,8 @@ NU_EXPORT void nu_free_category(nu_locale_t h, int category) {
     default:
         break;
     }
+    // The companion's object goes with the category, unless a copy only shares it.
+    nus::nuu_release(h, category, owned);
     if (!owned) h->borrowed[i] = 0;
     clear_names(h, category);
 }

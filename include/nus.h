@@ -504,8 +504,10 @@ NU_API int nu_lc_load(nu_locale_t *handle, const char *spec, const char *registr
 NU_API int nu_copy_cat(nu_locale_t destination, nu_locale_t source, int category);
 /* Frees a handle that shares categories with another: its own parts only. */
 NU_API void nu_free_nonshared_loc(nu_locale_t handle);
-/* Prepares the companion Unicode library for a handle; without one (this build) it returns 0
-   and the handle stays table-driven. */
+/* Prepares the companion Unicode library when NU_USENUU asks for it (see "Companion Unicode
+   library" below): 0 when it is loaded, not asked for, or not installed (no "dllregistry"
+   entry for this build), the handle then staying table-driven; -1 with NU_ELOAD when the
+   companion that "dllregistry" names cannot be loaded or lacks an entry point. */
 NU_API int nu_init_nuu(nu_locale_t handle);
 
 /* The caller-visible conventions: each string with its wide twin, then the eight monetary
@@ -1267,6 +1269,84 @@ NU_API char *nu_mbspnum(nu_locale_t handle, const char *input, int *converted,
                         const char *format, ...);
 NU_API nu_wchar *nu_wcspnum1(nu_locale_t handle, const nu_wchar *input, int *converted,
                              const nu_wchar *format, va_list args);
+
+/* ---------------------------------------------------------------------------------------- */
+/* Companion Unicode library                                                                 */
+/* ---------------------------------------------------------------------------------------- */
+
+/* With NU_USENUU set (to anything but "0"), nu_init_nuu loads the companion library that the
+   data file "dllregistry" (found by the data-file search in nus/cm3) names for this build's
+   word size, through the tsrn_ wrappers of the dynamic loader. The data file "locmap" maps
+   locale file names to the companion's locales ("de_de/e01c.lco de_DE"). A CTYPE or COLLATE
+   category loaded from a Unicode (UTF-8) locale that locmap lists is then served by the
+   companion: characters are decoded to UTF-32 code points, widths, classes and case come
+   from Unicode's properties, collation and sort keys from the companion's collator
+   (collation kind 3), and nu_cv_open / nu_cv_load hand every pair of code sets that the
+   companion converts to it. */
+
+/* An entry point of the companion, as resolved (null until it is loaded). */
+typedef void (*nu_nuu_entry)(void);
+/* The loaded "locmap" (null until the companion is loaded). */
+struct nu_nuu_map;
+
+NU_API extern int unicode_collate;        /* 1: descriptors may convert through the companion */
+NU_API extern int nuu_capable;            /* 1: the companion is loaded */
+NU_API extern struct nu_nuu_map *pMap;
+NU_API extern nu_nuu_entry fn_nuu_init;
+NU_API extern nu_nuu_entry fn_nuu_open;
+NU_API extern nu_nuu_entry fn_nuu_close;
+NU_API extern nu_nuu_entry fn_nuu_mblen;
+NU_API extern nu_nuu_entry fn_nuu_mbtouc32;
+NU_API extern nu_nuu_entry fn_nuu_uc32tomb;
+NU_API extern nu_nuu_entry fn_nuu_mbstoucs32;
+NU_API extern nu_nuu_entry fn_nuu_ucs32tombs;
+NU_API extern nu_nuu_entry fn_nuu_mb_loc_min;
+NU_API extern nu_nuu_entry fn_nuu_mb_loc_max;
+NU_API extern nu_nuu_entry fn_nuu_mbsnext;
+NU_API extern nu_nuu_entry fn_nuu_mbsprev;
+NU_API extern nu_nuu_entry fn_nuu_putmbsi;
+NU_API extern nu_nuu_entry fn_nuu_mbschr;
+NU_API extern nu_nuu_entry fn_nuu_mbsntsbytes;
+NU_API extern nu_nuu_entry fn_nuu_uc32width;
+NU_API extern nu_nuu_entry fn_nuu_mbwidth;
+NU_API extern nu_nuu_entry fn_nuu_ucs32width;
+NU_API extern nu_nuu_entry fn_nuu_mbswidth;
+NU_API extern nu_nuu_entry fn_nuu_ucs32pwidth;
+NU_API extern nu_nuu_entry fn_nuu_mbspwidth;
+NU_API extern nu_nuu_entry fn_nuu_iswctype;
+NU_API extern nu_nuu_entry fn_nuu_towupper;
+NU_API extern nu_nuu_entry fn_nuu_towlower;
+NU_API extern nu_nuu_entry fn_nuu_mbscoll;
+NU_API extern nu_nuu_entry fn_nuu_mbsxfrm;
+NU_API extern nu_nuu_entry fn_nuu_ucs32coll;
+NU_API extern nu_nuu_entry fn_nuu_ucs32xfrm;
+NU_API extern nu_nuu_entry fn_nuu_mbsCollBound;
+NU_API extern nu_nuu_entry fn_nuu_mbsSortKeyCollBound;
+NU_API extern nu_nuu_entry fn_nuu_useIcuCvtCall;
+NU_API extern nu_nuu_entry fn_nuu_cv_open;
+NU_API extern nu_nuu_entry fn_nuu_cv_conv;
+NU_API extern nu_nuu_entry fn_nuu_cv_close;
+NU_API extern nu_nuu_entry fn_nuu_iconv_expansion;
+
+/* The dynamic loader, for the bridge and for programs that load the companion themselves. */
+NU_API void *tsrn_dlopen(const char *file, int mode);
+NU_API void *tsrn_dlsym(void *library, const char *name);
+NU_API int tsrn_dlclose(void *library);
+NU_API char *tsrn_dlerror(void);
+
+/* The collation functions of kind 3 (the companion collates): as nu_full_mbscoll,
+   _tsn_nu_full_mbscoll and nu_full_mbsxfrm. */
+NU_API int _nuu_mbscoll(nu_locale_t handle, const unsigned char *s1, const unsigned char *s2);
+NU_API int _nuu_mbfscoll(nu_locale_t handle, const unsigned char *s1, int len1,
+                         const unsigned char *s2, int len2);
+NU_API int _nuu_mbsxfrm(nu_locale_t handle, unsigned char *out, const unsigned char *s, int n);
+
+/* The companion's locale serving a category (2 CTYPE or 3 COLLATE) of the handle, or null when
+   the category is table-driven. */
+NU_API const char *nu_nuu_locale(nu_locale_t handle, int category);
+/* Closes the companion and forgets locmap; for a process that has released every handle and
+   descriptor the companion serves. The next nu_init_nuu loads it again. */
+NU_API void nu_free_nuu(void);
 
 #ifdef __cplusplus
 }

@@ -1,6 +1,7 @@
 // The CTYPE category: reading its section, classification and case mapping.
 #include "chars/chars.h"
 #include "locale/locale.h"
+#include "locale/nuu.h"
 
 #include <climits>
 #include <cmath>
@@ -191,11 +192,15 @@ NU_EXPORT int nu_ctype(nu_locale_t h, const char *name) {
 
 NU_EXPORT int _nu_im_iswctype(nu_locale_t h, nu_wchar wc, int mask) {
     if (nus::no_handle(h)) return 0;
+    // Served by the companion library: Unicode's classes of the code point.
+    if (nus::nuu_chars(h))
+        return nus::nuu_call(h, nus::kNuuCtype, nus::call_nuu_iswctype(), wc, mask);
     return class_of(h, wc) & mask;
 }
 
 NU_EXPORT nu_wchar _nu_im_towupper(nu_locale_t h, nu_wchar wc) {
     if (nus::no_handle(h)) return wc;
+    if (nus::nuu_chars(h)) return nus::nuu_call(h, nus::kNuuCtype, nus::call_nuu_towupper(), wc);
     const uint16_t i = case_index(h, wc);
     if (i != 0 && i <= h->ctype.case_pair_count && h->ctype.case_pairs[i].upper != 0)
         return h->ctype.case_pairs[i].upper;
@@ -204,6 +209,7 @@ NU_EXPORT nu_wchar _nu_im_towupper(nu_locale_t h, nu_wchar wc) {
 
 NU_EXPORT nu_wchar _nu_im_towlower(nu_locale_t h, nu_wchar wc) {
     if (nus::no_handle(h)) return wc;
+    if (nus::nuu_chars(h)) return nus::nuu_call(h, nus::kNuuCtype, nus::call_nuu_towlower(), wc);
     const uint16_t i = case_index(h, wc);
     if (i != 0 && i <= h->ctype.case_pair_count && h->ctype.case_pairs[i].lower != 0)
         return h->ctype.case_pairs[i].lower;
@@ -224,6 +230,13 @@ namespace {
 // Decodes the character at s (length bytes, or up to its terminator with -1).
 bool decode_one(nu_locale_rec *h, const unsigned char *s, int length, nu_wchar *wc, int *used) {
     if (length == -1) length = 4;
+    if (nus::nuu_chars(h)) {
+        // The companion decodes to a code point (a null character is one byte there).
+        const int n = nu_full_mbtowc(h, wc, s, length);
+        if (n < 0) return false;
+        *used = n == 0 ? 1 : n;
+        return true;
+    }
     const nus::Walk w = nus::walk(h->ctype.class_table, s, length);
     if (w.status != 0) {
         nus::set_error(h, w.status);
@@ -296,6 +309,7 @@ NU_EXPORT int _tsn_nu_im_ismctype(nu_locale_t h, const unsigned char *mbchar, in
     nu_wchar wc;
     int used;
     if (!decode_one(h, mbchar, length, &wc, &used)) return 0;
+    if (nus::nuu_chars(h)) return _nu_im_iswctype(h, wc, mask);
     return class_of(h, wc) & mask;
 }
 

@@ -3,6 +3,7 @@
 #include "collate/collate.h"
 #include "frame/multi.h"
 #include "locale/locale.h"
+#include "locale/nuu.h"
 
 namespace {
 
@@ -94,8 +95,9 @@ int load_category(nu_locale_rec *h, int category, const char *text, char *name_o
     copy_name(name_out, kNameSize, name, std::strlen(name));
     FILE *stream = open_locale(h, name, directory);
     if (stream == nullptr) return 1;
-    // Without a companion library every category is table-driven.
-    return read_category(h, category, stream, resume, name);
+    if (read_category(h, category, stream, resume, name) != 0) return 1;
+    // A Unicode locale may be served by the companion library.
+    return nus::set_categories_nuu(h, category, name);
 }
 
 char *query_locname(nu_locale_rec *h, int category, char *buffer) {
@@ -230,9 +232,6 @@ int update_locale(nu_locale_rec *h) {
 
 } // namespace nus
 
-// The companion Unicode library is not part of this build: every handle stays table-driven.
-NU_EXPORT int nu_init_nuu(nu_locale_t) { return 0; }
-
 NU_EXPORT char *nu_setlocale_4(nu_locale_t h, int category, const char *spec) {
     if (nus::no_handle(h)) return nullptr;
     log_message("nu_setlocale: Begin");
@@ -335,6 +334,9 @@ int copy_category(nu_locale_rec *dst, nu_locale_rec *src, int category) {
     }
     const int i = nus::cat_index(category);
     dst->borrowed[i] = 1;
+    // The companion's object of the category is shared as well.
+    dst->companion[i] = src->companion[i];
+    dst->companion_flag[i] = src->companion_flag[i];
     std::memcpy(dst->codeset[i], src->codeset[i], sizeof dst->codeset[i]);
     std::memcpy(dst->locname[i], src->locname[i], sizeof dst->locname[i]);
     const int updated = nus::update_locale(dst);

@@ -116,6 +116,7 @@ const Entry entries[] = {
     F(_tsn_nu_is_wcstombs), F(_nu_is_wcstombs), F(_nu_im_mbslen), F(_tsn_nu_im_mbfslen),
     F(nu_mbsbytes), F(nu_mbsterm), F(nu_mb_loc_min), F(nu_mb_loc_max), F(nu_setlocale_4),
     F(nu_lc_load), F(nu_copy_cat), F(nu_free_nonshared_loc), F(nu_init_nuu), F(nu_localeconv),
+    F(_nuu_mbscoll), F(_nuu_mbfscoll), F(_nuu_mbsxfrm), F(nu_nuu_locale),
     F(nu_nl_langinfo), F(nu_wc_nl_langinfo), F(nu_time_name), F(nu_time_era), F(nu_time_week),
     F(_nu_init_numeric), F(_nu_init_monetary),
     F(_nu_init_messages), F(_nu_copy_numeric), F(_nu_copy_monetary), F(_nu_copy_messages),
@@ -206,7 +207,7 @@ const std::map<std::string, std::string> &null_handle_results() {
               "nu_full_mbscmp", "nu_full_mbscoll", "nu_full_mbsncmp", "nu_full_wcscoll",
               "nu_IsSpecialLocale", "nu_ctype", "nu_ismbsterm", "nu_mbsbytes", "nu_mbsbytes_nt",
               "nu_alt_getcentury", "nu_iconv_expansion", "nu_cv_outbuflen", "_nu_is_xopen_spec",
-              "nu_is_lc_spec"})
+              "nu_is_lc_spec", "_nuu_mbscoll", "_nuu_mbfscoll"})
             r[name] = "0";
         // Sentinels of their own: a conversion's out-of-range value, the unknown code set, a
         // wide character's failure.

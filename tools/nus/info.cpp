@@ -24,7 +24,8 @@ constexpr const char *kHelp =
     "  ctype     code set, shortest and longest character in bytes, the number of\n"
     "            characters in each class, the characters with case mappings\n"
     "  collate   collation method (as_specified: table-driven, multi-level;\n"
-    "            thai_smo: Thai rules; none: code order), levels and their directions\n"
+    "            thai_smo: Thai rules; none: code order; companion: the companion\n"
+    "            library's collator), levels and their directions\n"
     "  numeric   decimal point, thousands separator, grouping, signs\n"
     "  monetary  currency symbols, separators, grouping, signs, fraction digits and\n"
     "            the placement values (n/a where the locale gives none)\n"
@@ -41,6 +42,9 @@ constexpr const char *kHelp =
     "the characters whose upper-case (lower-case) form differs from themselves.\n"
     "The examples format -1234567.891 with \"%'.3f\" (numeric), \"%n\" and \"%i\"\n"
     "(monetary).\n"
+    "Companion (shown only when NU_USENUU is set and the companion Unicode library\n"
+    "serves the locale): the companion's locale that serves the characters (ctype) and\n"
+    "the collation (collate); \"tables\" where the locale's own tables serve.\n"
     "\n"
     "Options:\n"
     "  -l, --locale LOCALE  the locale, by name (de_de.8859-1) or file name,\n"
@@ -225,6 +229,13 @@ Node ctype_section(const Context &c, const char *codeset) {
 Node collate_section(const Context &c) {
     nu_locale_t h = c.handle;
     Node section = Node::object();
+    // Collated by the companion library: its collator's levels are its own.
+    if (nu_nuu_locale(h, NU_COLLATE) != nullptr) {
+        section.add("method", Node::plain("companion"));
+        section.add("levels", Node::null());
+        section.add("directions", Node::null());
+        return section;
+    }
     if (nu_IsSpecialLocale(h) == 1) {
         section.add("method", Node::plain("thai_smo"));
         section.add("levels", Node::null());
@@ -542,6 +553,16 @@ int run_info(int argc, char **argv) {
     char *query = nu_setlocale_4(h, NU_ALL, nullptr);
     root.add("files", files(query));
     nu_destroystring(query);
+    // Shown when the companion library serves the locale.
+    if (nu_nuu_locale(h, NU_CTYPE) != nullptr || nu_nuu_locale(h, NU_COLLATE) != nullptr) {
+        Node companion = Node::object();
+        for (const auto &[category, name] :
+             {std::pair{NU_CTYPE, "ctype"}, {NU_COLLATE, "collate"}}) {
+            const char *served = nu_nuu_locale(h, category);
+            companion.add(name, Node::plain(served != nullptr ? served : "tables"));
+        }
+        root.add("companion", companion);
+    }
 
     const nu_lconv *conv = nu_localeconv(h);
     for (const std::string &name : wanted) {
