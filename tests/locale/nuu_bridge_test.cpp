@@ -29,7 +29,8 @@ const unsigned char *u8(const std::string &s) {
 }
 
 // A data tree for the bridge: dllregistry and locmap (and the registry) in a directory of
-// their own, searched before the generated locales through NU_PATH.
+// their own, searched before the generated locales and conversions through NU_PATH (and not
+// the generated nus/cm3, whose dllregistry names the companions the build made).
 struct BridgeTree {
     TempDir dir;
     std::optional<EnvGuard> path;
@@ -41,8 +42,7 @@ struct BridgeTree {
         std::ifstream registry(std::string(NUS_SOURCE_DIR) + "/data/registry");
         dir.write("registry", std::string(std::istreambuf_iterator<char>(registry), {}));
         const std::string data = NUS_DATA_DIR;
-        path.emplace("NU_PATH", dir.str() + ":" + data + "/nus/lc11:" + data + "/nus/cm3:" +
-                                    data + "/nus/cv9");
+        path.emplace("NU_PATH", dir.str() + ":" + data + "/nus/lc11:" + data + "/nus/cv9");
     }
     ~BridgeTree() { nu_free_nuu(); }
 };
