@@ -197,7 +197,18 @@ bool read_strings(FILE *stream, CatString *const (&fields)[N], int *error, bool 
 
 } // namespace nus
 
+namespace {
+// A reader called on a category shared with other handles starts from its empty state: the
+// shared strings are not this handle's to replace.
+void unshare(nu_locale_rec *h, int category, void (*init)(nu_locale_rec *)) {
+    if (h->shared[nus::cat_index(category)] == nullptr) return;
+    init(h);
+    nus::release_shared(h, category);
+}
+} // namespace
+
 NU_EXPORT int _nu_read_numeric(FILE *stream, nu_locale_t h, int *error) {
+    unshare(h, NU_NUMERIC, nus::init_numeric);
     nus::LconvFields &lc = h->lc;
     if (!nus::read_strings(stream, {&lc.decimal_point, &lc.thousands_sep}, error, true))
         return -1;
@@ -208,6 +219,7 @@ NU_EXPORT int _nu_read_numeric(FILE *stream, nu_locale_t h, int *error) {
 }
 
 NU_EXPORT int _nu_read_monetary(FILE *stream, nu_locale_t h, int *error) {
+    unshare(h, NU_MONETARY, nus::init_monetary);
     nus::LconvFields &lc = h->lc;
     // The strings' own failures are deliberately not checked here, except for memory: the
     // load must then fail as a whole rather than go on out of step with the file.
@@ -230,6 +242,7 @@ NU_EXPORT int _nu_read_monetary(FILE *stream, nu_locale_t h, int *error) {
 }
 
 NU_EXPORT int _nu_read_messages(FILE *stream, nu_locale_t h, int *error) {
+    unshare(h, NU_MESSAGES, nus::init_messages);
     nus::LconvFields &lc = h->lc;
     return nus::read_strings(stream,
                              {&lc.messages[0], &lc.messages[1], &lc.messages[2],

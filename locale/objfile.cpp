@@ -105,9 +105,12 @@ int read_section(FILE *stream, nu_locale_rec *h, int category, bool single) {
     return 0;
 }
 
+} // namespace
+
+namespace nus {
 // The code sets of `category` and CTYPE must have one number; the lookups use their own
 // error slot, not the handle's.
-bool verify_codesets(nu_locale_rec *h, int category) {
+bool same_codeset_as_ctype(nu_locale_rec *h, int category) {
     if (std::strcmp(h->codeset[nus::cat_index(category)], h->codeset[0]) == 0) return true;
     int32_t scratch = 0;
     const unsigned int mine = nu_cs_name2cs_num(&scratch, h->codeset[nus::cat_index(category)],
@@ -116,7 +119,12 @@ bool verify_codesets(nu_locale_rec *h, int category) {
     const unsigned int ctype = nu_cs_name2cs_num(&scratch, h->codeset[0], nullptr);
     return mine == ctype;
 }
+} // namespace nus
 
+namespace {
+bool verify_codesets(nu_locale_rec *h, int category) {
+    return nus::same_codeset_as_ctype(h, category);
+}
 } // namespace
 
 namespace nus {

@@ -415,10 +415,12 @@ NU_EXPORT int _nu_read_time(FILE *stream, nu_locale_t h, int *error) {
     }
     fill_unused_slots(t);
     // A record copied from another handle belongs to that one: it is only let go of.
+    // So does one shared between handles that loaded the same file.
     int32_t &borrowed = h->borrowed[nus::cat_index(NU_TIME)];
-    if (borrowed != 0) nus::free_era_cache(h);
+    if (borrowed != 0 || h->shared[nus::cat_index(NU_TIME)] != nullptr) nus::free_era_cache(h);
     else nus::free_ltime(h);
     borrowed = 0;
+    nus::release_shared(h, NU_TIME);
     h->time = t;
     return 0;
 }

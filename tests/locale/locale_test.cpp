@@ -579,3 +579,129 @@ TEST(LocaleLoad, SectionResumePositionsAreChecked) {
         EXPECT_GT(resume.after[nus::cat_index(NU_MONETARY)], 0);
     }
 }
+
+// Handles that load the same unchanged file share its categories; each handle's references go
+// with its release, in any order, and the tables with the last one.
+TEST(LocaleSharing, HandlesOfOneFile) {
+    Installation install;
+    CountingAllocator counter;
+    for (const bool first_goes_first : {true, false}) {
+        const long before = nus::shared_entries();
+        nu_locale_t a = nullptr, b = nullptr;
+        ASSERT_EQ(nu_lc_load(&a, "xx_yy.8859-1", nullptr, nullptr), 0);
+        const long live_one = counter.live;
+        ASSERT_EQ(nu_lc_load(&b, "xx_yy.8859-1", nullptr, nullptr), 0);
+        EXPECT_EQ(nus::shared_entries(), before + 6);
+        EXPECT_EQ(b->ctype.class_table, a->ctype.class_table);
+        EXPECT_EQ(b->coll.table, a->coll.table);
+        EXPECT_EQ(b->time.day[0].mb, a->time.day[0].mb);
+        EXPECT_EQ(b->lc.decimal_point.mb, a->lc.decimal_point.mb);
+        // What each handle keeps of its own: conventions record, single-byte tables, names.
+        EXPECT_NE(b->nuconv.decimal_point.mb, a->nuconv.decimal_point.mb);
+        EXPECT_NE(b->sb_upper, a->sb_upper);
+        EXPECT_LT(counter.live - live_one, live_one / 4);
+        EXPECT_EQ(query(b, NU_ALL), query(a, NU_ALL));
+        EXPECT_EQ(b->case_expansion, a->case_expansion);
+        EXPECT_EQ(b->element_count, a->element_count);
+        EXPECT_EQ(b->error, 0);
+
+        nu_locale_t gone = first_goes_first ? a : b, kept = first_goes_first ? b : a;
+        nu_lc_unload(gone);
+        EXPECT_EQ(nus::shared_entries(), before + 6);
+        EXPECT_EQ(_nu_im_towupper(kept, 'q'), nu_wchar{'Q'});
+        EXPECT_NE(_nu_im_iswctype(kept, 0xE9, nu_ctype(kept, "vowel")), 0);
+        EXPECT_STREQ(nu_nl_langinfo(kept, 8), kept->time.day[0].mb);
+        unsigned char key[64];
+        EXPECT_GT(nu_full_mbsxfrm(kept, key, u("abc"), sizeof key), 0);
+        nu_lc_unload(kept);
+        EXPECT_EQ(nus::shared_entries(), before);
+    }
+    EXPECT_EQ(counter.live, 0);
+}
+
+// A changed file is read anew (the handle that read the old one keeps it); per-category
+// reloads, copies, nu_free_nonshared_loc and an allocator of another kind keep their own
+// rules.
+TEST(LocaleSharing, ChangesReloadsCopiesAndAllocators) {
+    Installation install;
+    const auto file = install.dir().path() / "nus/lc11/xx_yy/0333.lco";
+    Handle old_one, new_one, third;
+    ASSERT_EQ(nu_lc_load(&old_one.h, "xx_yy.8859-1", nullptr, nullptr), 0);
+    {
+        // One more byte of padding after the MESSAGES section: size and time both change.
+        std::FILE *f = std::fopen(file.c_str(), "a");
+        ASSERT_NE(f, nullptr);
+        std::fputs("\n", f);
+        std::fclose(f);
+    }
+    ASSERT_EQ(nu_lc_load(&new_one.h, "xx_yy.8859-1", nullptr, nullptr), 0);
+    EXPECT_NE(new_one.h->ctype.class_table, old_one.h->ctype.class_table);
+    ASSERT_EQ(nu_lc_load(&third.h, "xx_yy.8859-1", nullptr, nullptr), 0);
+    EXPECT_EQ(third.h->ctype.class_table, new_one.h->ctype.class_table);
+
+    // A per-category reload in one sharer leaves the other's category alone.
+    const multi_t *collation = new_one.h->coll.table;
+    char *names = nu_setlocale_4(third.h, NU_COLLATE, "de_de/0333.lco");
+    ASSERT_NE(names, nullptr) << third.error();
+    nu_destroystring(names);
+    EXPECT_NE(third.h->coll.table, collation);
+    EXPECT_EQ(new_one.h->coll.table, collation);
+    EXPECT_EQ(nu_full_mbscoll(new_one.h, u("a"), u("b")) < 0, true);
+    // Reloading the same file shares again; so does the emptied category after a copy.
+    names = nu_setlocale_4(third.h, NU_COLLATE, "xx_yy/0333.lco");
+    nu_destroystring(names);
+    EXPECT_EQ(third.h->coll.table, collation);
+
+    nu_locale_t copy = nullptr;
+    ASSERT_EQ(nu_create_null_locale_4(&copy), 0);
+    EXPECT_EQ(nu_copy_cat(copy, third.h, NU_ALL), 0);
+    EXPECT_EQ(copy->coll.table, collation);
+    EXPECT_EQ(nu_copy_cat(copy, third.h, NU_TIME), -1);
+    EXPECT_EQ(*_nu_ext_errno(copy), NU_ECOPY);
+    nu_free_nonshared_loc(copy);
+    EXPECT_EQ(nu_full_mbscoll(third.h, u("b"), u("a")) > 0, true);
+
+    // A handle whose allocator differs reads its own tables, and frees them through it.
+    {
+        CountingAllocator counter;
+        Handle own;
+        ASSERT_EQ(nu_lc_load(&own.h, "xx_yy.8859-1", nullptr, nullptr), 0);
+        EXPECT_NE(own.h->ctype.class_table, new_one.h->ctype.class_table);
+        nu_lc_unload(own.h);
+        own.h = nullptr;
+        EXPECT_EQ(counter.live, 0);
+    }
+}
+
+// Every refused allocation of a load that shares ends in code 3 and leaves nothing behind.
+TEST(LocaleSharing, AllocationFailuresWhenSharing) {
+    Installation install;
+    int32_t scratch = 0;
+    nu_cache_registry(&scratch, nullptr);   // process-wide setup, before the counting
+    CountingAllocator counter;
+    nu_locale_t owner = nullptr;
+    ASSERT_EQ(nu_lc_load(&owner, "xx_yy.8859-1", nullptr, nullptr), 0);
+    const long settled = counter.live;
+    long needed = 0;
+    for (long k = 1; k < 200; ++k) {
+        counter.fail_from(0);
+        const long base = counter.allocations;
+        counter.fail_from(base + k);
+        nu_locale_t h = nullptr;
+        const int r = nu_lc_load(&h, "xx_yy.8859-1", nullptr, nullptr);
+        counter.fail_from(0);
+        if (r == 0) {
+            needed = k;
+            EXPECT_EQ(h->ctype.class_table, owner->ctype.class_table);
+            nu_lc_unload(h);
+            break;
+        }
+        EXPECT_EQ(*_nu_ext_errno(h), NU_ENOMEM) << k;
+        nu_lc_unload(h);
+        EXPECT_EQ(counter.live, settled) << k;
+    }
+    EXPECT_GT(needed, 1);
+    nu_lc_unload(owner);
+    EXPECT_EQ(counter.live, 0);
+    nu_free_registry_cache();
+}
