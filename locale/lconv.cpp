@@ -112,9 +112,10 @@ constexpr int kMaxGroups = 15;
 
 // Reads `count` pairs of hexadecimal digits into `out`; false on any other character.
 bool read_hex_bytes(FILE *stream, char *out, long count) {
+    Chars in(stream);
     for (long i = 0; i < count; ++i) {
-        const int high = c_hexvalue(_nu_ext_fgetc(stream));
-        const int low = high < 0 ? -1 : c_hexvalue(_nu_ext_fgetc(stream));
+        const int high = c_hexvalue(in.get());
+        const int low = high < 0 ? -1 : c_hexvalue(in.get());
         if (low < 0) return false;
         out[i] = static_cast<char>(high * 16 + low);
     }
@@ -137,7 +138,7 @@ char *str_readallc(FILE *stream, int *error) {
         return nullptr;
     }
     if (count > 0) {
-        if (_nu_ext_fgetc(stream) != ' ') {
+        if (Chars(stream).get() != ' ') {
             *error = NU_ENOFILE;
             return nullptr;
         }

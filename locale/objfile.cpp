@@ -27,7 +27,7 @@ bool find_marker(FILE *stream, int category) {
     const char *marker = category_markers[category];
     char chunk[4096];
     bool at_line_start = true;
-    while (_nu_ext_fgets(chunk, sizeof chunk, stream) != nullptr) {
+    while (nus::stream_gets(chunk, sizeof chunk, stream) != nullptr) {
         const size_t length = std::strlen(chunk);
         if (at_line_start && std::strcmp(chunk, marker) == 0) return true;
         at_line_start = length > 0 && chunk[length - 1] == '\n';
@@ -156,7 +156,7 @@ int read_file_header(FILE *stream, char *codeset_out, int *error) {
     }
     _nu_skip_whitespace(stream);
     char name[kCodesetFieldSize];
-    if (_nu_ext_fgets(name, sizeof name, stream) == nullptr) {
+    if (stream_gets(name, sizeof name, stream) == nullptr) {
         *error = NU_EBADFILE;
         return 0;
     }
@@ -169,6 +169,7 @@ int read_file_header(FILE *stream, char *codeset_out, int *error) {
 }
 
 int read_locale_file(FILE *stream, nu_locale_rec *h) {
+    const BlockInput block(stream);
     char codeset[kCodesetFieldSize];
     int error = 0;
     if (!read_file_header(stream, codeset, &error)) {
@@ -188,6 +189,7 @@ int read_locale_file(FILE *stream, nu_locale_rec *h) {
 
 int read_one_category(nu_locale_rec *h, int category, FILE *stream, SectionResume *resume,
                       const char *name) {
+    const BlockInput block(stream);
     const bool known = category >= NU_CTYPE && category <= NU_MESSAGES;
     char scratch[kCodesetFieldSize];
     char *codeset = known ? h->codeset[cat_index(category)] : scratch;
@@ -208,9 +210,9 @@ int read_one_category(nu_locale_rec *h, int category, FILE *stream, SectionResum
     long start = 0;
     if (same_file)
         for (int c = NU_CTYPE; c < category; ++c) start = std::max(start, resume->after[cat_index(c)]);
-    const long header_end = start > 0 ? _nu_ext_ftell(stream) : 0;
-    bool found = start > 0 && _nu_ext_fseek(stream, start, SEEK_SET) == 0 && find_marker(stream, category);
-    if (!found && start > 0) found = _nu_ext_fseek(stream, header_end, SEEK_SET) == 0 && find_marker(stream, category);
+    const long header_end = start > 0 ? stream_tell(stream) : 0;
+    bool found = start > 0 && stream_seek(stream, start) == 0 && find_marker(stream, category);
+    if (!found && start > 0) found = stream_seek(stream, header_end) == 0 && find_marker(stream, category);
     if (!found && start == 0) found = find_marker(stream, category);
     if (!found) {
         set_error(h, NU_EBADFILE);
@@ -222,7 +224,7 @@ int read_one_category(nu_locale_rec *h, int category, FILE *stream, SectionResum
             std::memset(resume, 0, sizeof *resume);
             std::memcpy(resume->name, name, std::strlen(name) + 1);
         }
-        const long end = _nu_ext_ftell(stream);
+        const long end = stream_tell(stream);
         resume->after[cat_index(category)] = end > 0 ? end : 0;
     }
     return result;

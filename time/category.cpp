@@ -168,10 +168,11 @@ public:
         }
         out.mb = bytes;   // owned by the record from here, released with it on failure
         if (count > 0) {
-            if (_nu_ext_fgetc(stream_) != ' ') return damaged();
+            nus::Chars in(stream_);
+            if (in.get() != ' ') return damaged();
             for (long i = 0; i < count; ++i) {
-                const int high = nus::c_hexvalue(_nu_ext_fgetc(stream_));
-                const int low = high < 0 ? -1 : nus::c_hexvalue(_nu_ext_fgetc(stream_));
+                const int high = nus::c_hexvalue(in.get());
+                const int low = high < 0 ? -1 : nus::c_hexvalue(in.get());
                 if (low < 0) return damaged();
                 bytes[i] = static_cast<char>(high * 16 + low);
             }

@@ -705,3 +705,70 @@ TEST(LocaleSharing, AllocationFailuresWhenSharing) {
     EXPECT_EQ(counter.live, 0);
     nu_free_registry_cache();
 }
+
+namespace {
+int plain_fgetc(FILE *stream) { return std::fgetc(stream); }
+
+// What a load left: its result, code, names and what the categories answer.
+std::string load_print(const char *name, int category) {
+    nu_locale_t h = nullptr;
+    std::string out;
+    if (category == NU_ALL) {
+        out = std::to_string(nu_lc_load(&h, name, nullptr, nullptr));
+    } else {
+        nu_create_null_locale_4(&h);
+        nu_destroystring(nu_setlocale_4(h, NU_CTYPE, name));
+        char *names = nu_setlocale_4(h, category, name);
+        out = names != nullptr ? names : "(null)";
+        nu_destroystring(names);
+    }
+    out += " " + std::to_string(*_nu_ext_errno(h)) + " " + query(h, NU_ALL);
+    for (int b = 1; b < 256; b += 7) {
+        const auto wc = static_cast<nu_wchar>(b);
+        out += " " + std::to_string(_nu_im_iswctype(h, wc, 0xFFFF)) + "/" +
+               std::to_string(_nu_im_towupper(h, wc));
+    }
+    const char *day = nu_nl_langinfo(h, 8);
+    out += std::string(" ") + (day != nullptr ? day : "-") + " " + std::to_string(h->case_expansion) +
+           " " + std::to_string(h->coll.highest_row) + " " + std::to_string(h->coll.level_count);
+    unsigned char key[64] = {};
+    out += " " + std::to_string(nu_full_mbsxfrm(h, key, u("b\xe9" "a"), sizeof key));
+    nu_lc_unload(h);
+    return out;
+}
+} // namespace
+
+// Files are read in blocks of lines where the default file functions are in use, and a
+// character at a time through an installed fgetc: damaged files (cut anywhere, NUL bytes inside
+// a line, lines longer than one read, carriage returns) must give the same results both ways.
+TEST(LocaleBadInput, BlockAndCharacterReadingAgree) {
+    Installation install;
+    int32_t scratch = 0;
+    nu_cache_registry(&scratch, nullptr);
+    const std::string text = install.locale_text("xx_yy/0333.lco");
+    std::vector<std::string> variants;
+    for (size_t at = 0; at < text.size(); at += 181) {
+        variants.push_back(text.substr(0, at));
+        variants.push_back(text.substr(0, at) + std::string(1, '\0') + text.substr(at));
+        variants.push_back(text.substr(0, at) + std::string(3, '\0') + "\n" + text.substr(at + 1));
+    }
+    const size_t numeric = text.find("### LC_NUMERIC\n");
+    variants.push_back(text.substr(0, numeric) + std::string(10000, '#') + "\n" + text.substr(numeric));
+    variants.push_back(text.substr(0, numeric) + std::string(8191, 'x') + std::string(1, '\0') +
+                       "\n" + text.substr(numeric));
+    std::string crlf;
+    for (char c : text) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
+    variants.push_back(crlf);
+    variants.push_back(text);
+    for (size_t v = 0; v < variants.size(); ++v) {
+        install.dir().write("nus/lc11/var/0333.lco", variants[v]);
+        for (int category : {NU_ALL, NU_COLLATE, NU_TIME}) {
+            const std::string blocks = load_print("var/0333.lco", category);
+            nu_setextfunc(nullptr, NU_EXT_FGETC, reinterpret_cast<nu_extfunc>(&plain_fgetc));
+            const std::string chars = load_print("var/0333.lco", category);
+            _nu_set_ext_funcptr(NU_EXT_FGETC, nullptr);
+            EXPECT_EQ(blocks, chars) << "variant " << v << " category " << category;
+        }
+    }
+    nu_free_registry_cache();
+}
