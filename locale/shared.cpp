@@ -132,15 +132,15 @@ int take_shared(nu_locale_rec *h, int category, const FileKey &key) {
     const int i = cat_index(category);
     std::memcpy(h->codeset[i], found->owner.codeset[i], sizeof h->codeset[i]);
     if (!same_codeset_as_ctype(h, category)) {
+        // As a read of the file would leave it: the category empty but for its code set.
+        char codeset[kCodesetNameSize];
+        std::memcpy(codeset, h->codeset[i], sizeof codeset);
         release_entry(found);
+        nu_make_null_category(h, category);
+        std::memcpy(h->codeset[i], codeset, sizeof codeset);
         set_error(h, NU_ECATCODESET);
         return -1;
     }
-    // The empty tables that the null category holds for a reader to fill are not needed.
-    char codeset[kCodesetNameSize];
-    std::memcpy(codeset, h->codeset[i], sizeof codeset);
-    nu_free_category(h, category);
-    std::memcpy(h->codeset[i], codeset, sizeof codeset);
     move_fields(h, &found->owner, category);
     h->shared[i] = found;
     // The conventions record is the handle's own.
