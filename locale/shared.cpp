@@ -13,6 +13,7 @@
 #include "locale/locale.h"
 #include "time/category.h"
 
+#include <cstddef>
 #include <pthread.h>
 #include <sys/stat.h>
 
@@ -28,6 +29,23 @@ constexpr int kMemorySlotCount = sizeof kMemorySlots / sizeof kMemorySlots[0];
 
 nu_extfunc slot_function(int slot) { return _nu_ext_func != 0 ? _nu_get_ext_funcptr(slot) : nullptr; }
 
+// A category's fields as a load leaves them in the handle.
+struct CtypeData {
+    CtypeFields ctype;
+    double case_expansion;
+};
+struct CollateData {
+    CollateFields coll;
+    int32_t element_count;
+    int32_t expansion_count;
+};
+union Payload {
+    CtypeData ctype;
+    CollateData collate;
+    LconvFields lc;               // NUMERIC, MONETARY or MESSAGES: that category's part
+    TimeFields time;
+};
+
 struct Entry {
     Entry *next;
     FileKey key;
@@ -35,8 +53,19 @@ struct Entry {
     int category;
     long references;
     nu_extfunc memory[kMemorySlotCount];
-    nu_locale_rec owner;          // holds the category's data, as a handle that read it would
+    char codeset[kCodesetNameSize];
+    Payload data;                 // only the category's member is allocated
 };
+
+size_t entry_size(int category) {
+    const size_t header = offsetof(Entry, data);
+    switch (category) {
+    case NU_CTYPE: return header + sizeof(CtypeData);
+    case NU_COLLATE: return header + sizeof(CollateData);
+    case NU_TIME: return header + sizeof(TimeFields);
+    default: return header + sizeof(LconvFields);
+    }
+}
 
 pthread_mutex_t g_lock = PTHREAD_MUTEX_INITIALIZER;
 Entry *g_entries = nullptr;
@@ -52,39 +81,76 @@ bool same_memory(const Entry &e) {
     return true;
 }
 
-// Moves (or shares) one category's fields from a handle into another record: exactly what
-// a load sets in the handle for that category.
-void move_fields(nu_locale_rec *to, const nu_locale_rec *from, int category) {
+// Moves one category's fields between a handle and an entry, both ways: exactly what a
+// load sets in the handle for that category (a category's own part of the NUMERIC, MONETARY
+// and MESSAGES record).
+void copy_lconv(int category, LconvFields &to, const LconvFields &from) {
     switch (category) {
-    case NU_CTYPE:
-        to->ctype = from->ctype;
-        to->case_expansion = from->case_expansion;
-        break;
-    case NU_COLLATE:
-        to->coll = from->coll;
-        to->coll.bound_cache = nullptr;     // per handle
-        to->element_count = from->element_count;
-        to->expansion_count = from->expansion_count;
-        break;
     case NU_NUMERIC:
-        copy_numeric(to, from);
+        to.decimal_point = from.decimal_point;
+        to.thousands_sep = from.thousands_sep;
+        to.grouping = from.grouping;
+        to.positive_sign = from.positive_sign;
+        to.negative_sign = from.negative_sign;
         break;
     case NU_MONETARY:
-        copy_monetary(to, from);
-        break;
-    case NU_TIME:
-        to->time = from->time;
-        to->time.era_cache = nullptr;       // per handle
-        to->time.era_cache_count = 0;
+        to.int_curr_symbol = from.int_curr_symbol;
+        to.currency_symbol = from.currency_symbol;
+        to.mon_decimal_point = from.mon_decimal_point;
+        to.mon_thousands_sep = from.mon_thousands_sep;
+        to.mon_grouping = from.mon_grouping;
+        to.mon_positive_sign = from.mon_positive_sign;
+        to.mon_negative_sign = from.mon_negative_sign;
+        std::memcpy(to.mon_values, from.mon_values, sizeof to.mon_values);
         break;
     case NU_MESSAGES:
-        copy_messages(to, from);
+        for (int i = 0; i < 4; ++i) to.messages[i] = from.messages[i];
         break;
     default:
         break;
     }
-    const int i = cat_index(category);
-    std::memcpy(to->codeset[i], from->codeset[i], sizeof to->codeset[i]);
+}
+
+void store(Entry *e, const nu_locale_rec *h, int category) {
+    switch (category) {
+    case NU_CTYPE:
+        e->data.ctype = {h->ctype, h->case_expansion};
+        break;
+    case NU_COLLATE:
+        e->data.collate = {h->coll, h->element_count, h->expansion_count};
+        e->data.collate.coll.bound_cache = nullptr;   // per handle
+        break;
+    case NU_TIME:
+        e->data.time = h->time;
+        e->data.time.era_cache = nullptr;             // per handle
+        e->data.time.era_cache_count = 0;
+        break;
+    default:
+        e->data.lc = {};
+        copy_lconv(category, e->data.lc, h->lc);
+        break;
+    }
+    std::memcpy(e->codeset, h->codeset[cat_index(category)], sizeof e->codeset);
+}
+
+void install(nu_locale_rec *h, const Entry *e, int category) {
+    switch (category) {
+    case NU_CTYPE:
+        h->ctype = e->data.ctype.ctype;
+        h->case_expansion = e->data.ctype.case_expansion;
+        break;
+    case NU_COLLATE:
+        h->coll = e->data.collate.coll;
+        h->element_count = e->data.collate.element_count;
+        h->expansion_count = e->data.collate.expansion_count;
+        break;
+    case NU_TIME:
+        h->time = e->data.time;
+        break;
+    default:
+        copy_lconv(category, h->lc, e->data.lc);
+        break;
+    }
 }
 
 // The CTYPE file key of a handle, when its CTYPE is shared.
@@ -93,8 +159,11 @@ const FileKey *ctype_key(const nu_locale_rec *h) {
     return e != nullptr ? &e->key : nullptr;
 }
 
+// The data goes the way the category of a handle that read it would go.
 void free_entry(Entry *e) {
-    nu_free_category(&e->owner, e->category);
+    nu_locale_rec owner{};
+    install(&owner, e, e->category);
+    nu_free_category(&owner, e->category);
     _nu_free_ptr(e);
 }
 
@@ -130,7 +199,7 @@ int take_shared(nu_locale_rec *h, int category, const FileKey &key) {
     pthread_mutex_unlock(&g_lock);
     if (found == nullptr) return 0;
     const int i = cat_index(category);
-    std::memcpy(h->codeset[i], found->owner.codeset[i], sizeof h->codeset[i]);
+    std::memcpy(h->codeset[i], found->codeset, sizeof h->codeset[i]);
     if (!same_codeset_as_ctype(h, category)) {
         // As a read of the file would leave it: the category empty but for its code set.
         char codeset[kCodesetNameSize];
@@ -141,7 +210,7 @@ int take_shared(nu_locale_rec *h, int category, const FileKey &key) {
         set_error(h, NU_ECATCODESET);
         return -1;
     }
-    move_fields(h, &found->owner, category);
+    install(h, found, category);
     h->shared[i] = found;
     // The conventions record is the handle's own.
     if (category == NU_NUMERIC) {
@@ -160,14 +229,15 @@ void offer_shared(nu_locale_rec *h, int category, const FileKey &key) {
     const FileKey *ctype = category == NU_CTYPE ? nullptr : ctype_key(h);
     if (category != NU_CTYPE && ctype == nullptr) return;
     // Without memory for the entry the handle simply keeps its own tables.
-    auto *e = alloc_zeroed<Entry>(1);
+    auto *e = static_cast<Entry *>(_nu_alloc_ptr(entry_size(category)));
     if (e == nullptr) return;
+    std::memset(static_cast<void *>(e), 0, offsetof(Entry, data));
     e->key = key;
     if (ctype != nullptr) e->ctype_key = *ctype;
     e->category = category;
     e->references = 1;
     for (int k = 0; k < kMemorySlotCount; ++k) e->memory[k] = slot_function(kMemorySlots[k]);
-    move_fields(&e->owner, h, category);
+    store(e, h, category);
     h->shared[i] = e;
     pthread_mutex_lock(&g_lock);
     e->next = g_entries;
