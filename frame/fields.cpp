@@ -211,31 +211,6 @@ bool read_decimal(Chars &in, long *value) {
 
 } // namespace nus
 
-namespace nus {
-
-int skip_whitespace(Chars &in) {
-    int c;
-    while (c_isspace(c = in.get())) {
-    }
-    in.unget(c);
-    return c;
-}
-
-// A character that is no hexadecimal digit contributes its own code: data files rely on
-// this (a table terminator's newline lands in a count).
-uint32_t get_hex(Chars &in, int n) {
-    uint32_t value = 0;
-    if (n > 8) n = 8;
-    for (int i = 0; i < n; ++i) {
-        const int c = in.get();
-        const int digit = c_hexvalue(c);
-        value = value * 16 + static_cast<uint32_t>(digit >= 0 ? digit : c);
-    }
-    return value;
-}
-
-} // namespace nus
-
 NU_EXPORT int _nu_skip_whitespace(FILE *stream) {
     nus::Chars in(stream);
     return nus::skip_whitespace(in);

@@ -175,8 +175,29 @@ long stream_tell(FILE *stream);
 int stream_seek(FILE *stream, long offset);
 
 // Field readers over Chars; the exported FILE forms call them.
-int skip_whitespace(Chars &in);
-uint32_t get_hex(Chars &in, int n);
+inline int skip_whitespace(Chars &in) {
+    int c;
+    while ((c = in.get()) == ' ' || (c >= '\t' && c <= '\r')) {
+    }
+    in.unget(c);
+    return c;
+}
+
+// A character that is no hexadecimal digit contributes its own code: data files rely on
+// this (a table terminator's newline lands in a count).
+inline uint32_t get_hex(Chars &in, int n) {
+    uint32_t value = 0;
+    if (n > 8) n = 8;
+    for (int i = 0; i < n; ++i) {
+        const int c = in.get();
+        const int digit = c >= '0' && c <= '9'   ? c - '0'
+                          : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                          : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                                 : -1;
+        value = value * 16 + static_cast<uint32_t>(digit >= 0 ? digit : c);
+    }
+    return value;
+}
 
 // A decimal field read the way _nu_get_int reads it, reporting whether any digit was seen,
 // so that readers of data files can tell garbage from a number.
