@@ -15,6 +15,9 @@ thread_local InputBlock *t_input = nullptr;
 
 constexpr size_t kBlockSize = 32768;
 constexpr int kLineSize = 4096;   // one fgets call reads at most this much, its NUL included
+// A refill stops after this much: reading far ahead of a section that ends soon (a small
+// category read alone) would cost more calls than it saves.
+constexpr size_t kFillTarget = 1024;
 
 constexpr int kFileSlots[] = {NU_EXT_FCLOSE, NU_EXT_FEOF,  NU_EXT_FERROR, NU_EXT_FGETC,
                               NU_EXT_FGETS,  NU_EXT_FOPEN, NU_EXT_FSEEK,  NU_EXT_FTELL,
@@ -27,7 +30,8 @@ bool default_file_functions() {
     return true;
 }
 
-// Reads lines into the block, from its start, until it is nearly full or the file ends.
+// Reads lines into the block, from its start, until it holds kFillTarget bytes or the file
+// ends.
 // fgets tells the length of what it read only through the NUL it adds, and a line may hold NUL
 // bytes of its own: each line is read into a staging area filled with newlines beforehand, so
 // that the NUL fgets added is the last one there (the bytes after it are still newlines, and
@@ -35,7 +39,7 @@ bool default_file_functions() {
 void fill(InputBlock *in) {
     unsigned char *const start = in->data;
     size_t used = 0;
-    while (!in->done && in->size - used >= static_cast<size_t>(kLineSize)) {
+    while (!in->done && used < kFillTarget && in->size - used >= static_cast<size_t>(kLineSize)) {
         char *line = reinterpret_cast<char *>(in->stage);
         if (_nu_ext_fgets(line, kLineSize, in->stream) == nullptr) {
             in->done = true;
