@@ -173,8 +173,9 @@ bool file_key(FILE *stream, FileKey *key) {
     if (stream == nullptr) return false;
     for (int slot : kFileSlots)
         if (slot_function(slot) != nullptr) return false;
-    struct stat st;
-    if (fstat(fileno(stream), &st) != 0 || !S_ISREG(st.st_mode)) return false;
+    // The 64-bit form: a 32-bit stat fails on a file whose inode number needs more bits.
+    struct stat64 st;
+    if (fstat64(fileno(stream), &st) != 0 || !S_ISREG(st.st_mode)) return false;
     key->device = static_cast<uint64_t>(st.st_dev);
     key->inode = static_cast<uint64_t>(st.st_ino);
     key->size = static_cast<int64_t>(st.st_size);

@@ -747,7 +747,7 @@ TEST(LocaleBadInput, BlockAndCharacterReadingAgree) {
     nu_cache_registry(&scratch, nullptr);
     const std::string text = install.locale_text("xx_yy/0333.lco");
     std::vector<std::string> variants;
-    for (size_t at = 0; at < text.size(); at += 181) {
+    for (size_t at = 0; at < text.size(); at += 397) {
         variants.push_back(text.substr(0, at));
         variants.push_back(text.substr(0, at) + std::string(1, '\0') + text.substr(at));
         variants.push_back(text.substr(0, at) + std::string(3, '\0') + "\n" + text.substr(at + 1));
@@ -762,7 +762,7 @@ TEST(LocaleBadInput, BlockAndCharacterReadingAgree) {
     variants.push_back(text);
     for (size_t v = 0; v < variants.size(); ++v) {
         install.dir().write("nus/lc11/var/0333.lco", variants[v]);
-        for (int category : {NU_ALL, NU_COLLATE, NU_TIME}) {
+        for (int category : {NU_ALL, NU_COLLATE}) {
             const std::string blocks = load_print("var/0333.lco", category);
             nu_setextfunc(nullptr, NU_EXT_FGETC, reinterpret_cast<nu_extfunc>(&plain_fgetc));
             const std::string chars = load_print("var/0333.lco", category);
