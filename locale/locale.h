@@ -90,6 +90,9 @@ void offer_shared(nu_locale_rec *h, int category, const FileKey &key);
 // Drops the handle's reference to a shared category (its fields are left as they are).
 void release_shared(nu_locale_rec *h, int category);
 void release_entry(void *entry);
+// Makes the categories that no other handle shares the handle's own again, for code that
+// changes a loaded category's fields in place (tests do).
+void own_unshared(nu_locale_rec *h);
 // Entries alive in the process, for tests.
 long shared_entries();
 // The category's code set has CTYPE's number (scratch error slot for the lookups).

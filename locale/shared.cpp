@@ -272,6 +272,29 @@ void release_shared(nu_locale_rec *h, int category) {
     release_entry(e);
 }
 
+void own_unshared(nu_locale_rec *h) {
+    for (int i = 0; i < kCategories; ++i) {
+        auto *e = static_cast<Entry *>(h->shared[i]);
+        if (e == nullptr) continue;
+        bool alone = false;
+        pthread_mutex_lock(&g_lock);
+        if (e->references == 1) {
+            alone = true;
+            for (Entry **p = &g_entries; *p != nullptr; p = &(*p)->next) {
+                if (*p == e) {
+                    *p = e->next;
+                    break;
+                }
+            }
+        }
+        pthread_mutex_unlock(&g_lock);
+        if (!alone) continue;
+        // The handle's fields point at the entry's data: they become the handle's own.
+        h->shared[i] = nullptr;
+        _nu_free_ptr(e);
+    }
+}
+
 long shared_entries() {
     long count = 0;
     pthread_mutex_lock(&g_lock);
