@@ -148,6 +148,75 @@ BENCHMARK_CAPTURE(BM_NusLoad, de_de_8859_1, "de_de.8859-1")->Unit(benchmark::kMi
 BENCHMARK_CAPTURE(BM_NusLoad, ja_jp_sjis, "ja_jp.sjis")->Unit(benchmark::kMicrosecond);
 BENCHMARK_CAPTURE(BM_NusLoad, en_us_utf8, "en_us.utf8")->Unit(benchmark::kMicrosecond);
 
+// Loading a locale again while a handle of it stays loaded (a second session): the
+// categories are shared with that handle. "bytes per handle" counts what each further handle
+// holds of its own.
+void BM_NusLoadAgain(benchmark::State &state, const char *spec) {
+    setenv("TESSARONDIR", NUS_DATA_DIR, 1);
+    unsetenv("NU_PATH");
+    nu_locale_t first = nullptr;
+    if (nu_lc_load(&first, spec, nullptr, nullptr) != 0) {
+        state.SkipWithError("load failed: is the data tree built?");
+        nu_lc_unload(first);
+        return;
+    }
+    for (auto _ : state) {
+        nu_locale_t h = nullptr;
+        if (nu_lc_load(&h, spec, nullptr, nullptr) != 0) {
+            state.SkipWithError("second load failed");
+            nu_lc_unload(h);
+            break;
+        }
+        nu_lc_unload(h);
+    }
+    nu_setextfunc(nullptr, NU_EXT_MALLOC, reinterpret_cast<nu_extfunc>(&counting_malloc));
+    nu_setextfunc(nullptr, NU_EXT_FREE, reinterpret_cast<nu_extfunc>(&counting_free));
+    // The first handle's tables came from the standard allocator: a handle whose allocator
+    // differs reads its own, so the counting one loads twice and measures the second.
+    nu_locale_t counted = nullptr, again = nullptr;
+    if (nu_lc_load(&counted, spec, nullptr, nullptr) == 0) {
+        const long long one = g_live_bytes;
+        if (nu_lc_load(&again, spec, nullptr, nullptr) == 0) {
+            state.counters["bytes held"] = static_cast<double>(one);
+            state.counters["bytes per handle"] = static_cast<double>(g_live_bytes - one);
+        }
+    }
+    nu_lc_unload(again);
+    nu_lc_unload(counted);
+    nu_setextfunc(nullptr, NU_EXT_MALLOC, nullptr);
+    nu_setextfunc(nullptr, NU_EXT_FREE, nullptr);
+    nu_lc_unload(first);
+}
+BENCHMARK_CAPTURE(BM_NusLoadAgain, de_de_8859_1, "de_de.8859-1")->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(BM_NusLoadAgain, ja_jp_sjis, "ja_jp.sjis")->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(BM_NusLoadAgain, en_us_utf8, "en_us.utf8")->Unit(benchmark::kMicrosecond);
+
+// The same with the code-set registry cached, the process-wide setup a server makes once
+// (nu_cache_registry): the locale name's mapping to a file then reads no registry file.
+void BM_NusLoadAgainRegistryCached(benchmark::State &state, const char *spec) {
+    setenv("TESSARONDIR", NUS_DATA_DIR, 1);
+    unsetenv("NU_PATH");
+    int32_t scratch = 0;
+    nu_cache_registry(&scratch, nullptr);
+    nu_locale_t first = nullptr;
+    if (nu_lc_load(&first, spec, nullptr, nullptr) != 0) {
+        state.SkipWithError("load failed: is the data tree built?");
+    } else {
+        for (auto _ : state) {
+            nu_locale_t h = nullptr;
+            if (nu_lc_load(&h, spec, nullptr, nullptr) != 0) {
+                state.SkipWithError("second load failed");
+                nu_lc_unload(h);
+                break;
+            }
+            nu_lc_unload(h);
+        }
+    }
+    nu_lc_unload(first);
+    nu_free_registry_cache();
+}
+BENCHMARK_CAPTURE(BM_NusLoadAgainRegistryCached, en_us_utf8, "en_us.utf8")->Unit(benchmark::kMicrosecond);
+
 void BM_GlibcNewlocale(benchmark::State &state, const char *name) {
     for (auto _ : state) {
         locale_t l = newlocale(LC_ALL_MASK, name, static_cast<locale_t>(0));

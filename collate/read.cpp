@@ -483,10 +483,11 @@ int read_body(FILE *stream, nu_locale_rec *h) {
         }
     }
 
+    nus::Chars in(stream);
     for (long r = 0; r < rows; ++r) {
         for (int l = 0; l < c.level_count; ++l) {
-            _nu_skip_whitespace(stream);
-            const uint32_t weight = _nu_get_hex(stream, 4);
+            nus::skip_whitespace(in);
+            const uint32_t weight = nus::get_hex(in, 4);
             // An expansion reference must name an expansion that exists.
             if (weight > 0xFFFF || ((weight & nus::kExpansionBit) != 0 &&
                                     static_cast<long>(weight & nus::kWeightMask) >= v[4]))
@@ -573,7 +574,7 @@ int collation_row(const nu_locale_rec *h, nu_wchar wc) {
 int read_collate(FILE *stream, nu_locale_rec *h) {
     CollateFields &c = h->coll;
     char line[128];
-    if (_nu_ext_fgets(line, sizeof line, stream) == nullptr) line[0] = '\0';
+    if (stream_gets(line, sizeof line, stream) == nullptr) line[0] = '\0';
     if (std::strcmp(line, "as_specified\n") == 0) {
         c.method = 1;
     } else if (std::strcmp(line, "thai_smo\n") == 0) {

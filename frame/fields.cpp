@@ -7,52 +7,154 @@
 #include <cstdlib>
 #include <cstring>
 
+namespace nus {
+
 namespace {
 
-inline int next_char(FILE *stream) { return _nu_ext_fgetc(stream); }
-inline void push_back(int c, FILE *stream) {
-    if (c != EOF) _nu_ext_ungetc(c, stream);
+thread_local InputBlock *t_input = nullptr;
+
+constexpr size_t kBlockSize = 32768;
+constexpr int kLineSize = 4096;   // one fgets call reads at most this much, its NUL included
+// A refill stops after this much: reading far ahead of a section that ends soon (a small
+// category read alone) would cost more calls than it saves.
+constexpr size_t kFillTarget = 1024;
+
+constexpr int kFileSlots[] = {NU_EXT_FCLOSE, NU_EXT_FEOF,  NU_EXT_FERROR, NU_EXT_FGETC,
+                              NU_EXT_FGETS,  NU_EXT_FOPEN, NU_EXT_FSEEK,  NU_EXT_FTELL,
+                              NU_EXT_GETC,   NU_EXT_UNGETC};
+
+bool default_file_functions() {
+    if (_nu_ext_func == 0) return true;
+    for (int slot : kFileSlots)
+        if (_nu_get_ext_funcptr(slot) != nullptr) return false;
+    return true;
 }
 
-// Reads a decimal field into `text` (at most 40 characters kept): white space skipped, the
-// first character kept whatever it is (so a sign is allowed), then digits; further digits
-// are read and discarded. Returns whether a digit was seen.
-bool scan_decimal(FILE *stream, char (&text)[41]) {
-    int used = 0;
-    bool digit = false;
-    _nu_skip_whitespace(stream);
-    int c = next_char(stream);
-    if (c == EOF) {
-        text[0] = '\0';
-        return false;
-    }
-    text[used++] = static_cast<char>(c);
-    digit = nus::c_isdigit(c);
-    while (used < 40) {
-        c = next_char(stream);
-        if (!nus::c_isdigit(c)) {
-            push_back(c, stream);
-            c = EOF;
+// Reads lines into the block, from its start, until it holds kFillTarget bytes or the file
+// ends.
+// fgets tells the length of what it read only through the NUL it adds, and a line may hold NUL
+// bytes of its own: each line is read into a staging area filled with newlines beforehand, so
+// that the NUL fgets added is the last one there (the bytes after it are still newlines, and
+// a line holds no newline before its end). The staging area is refilled where it was written.
+void fill(InputBlock *in) {
+    unsigned char *const start = in->data;
+    size_t used = 0;
+    while (!in->done && used < kFillTarget && in->size - used >= static_cast<size_t>(kLineSize)) {
+        char *line = reinterpret_cast<char *>(in->stage);
+        if (_nu_ext_fgets(line, kLineSize, in->stream) == nullptr) {
+            in->done = true;
             break;
         }
-        text[used++] = static_cast<char>(c);
-        digit = true;
-    }
-    if (used == 40) {
-        while (nus::c_isdigit(c = next_char(stream))) {
+        size_t n = std::strlen(line);
+        if (n + 1 < static_cast<size_t>(kLineSize) && (n == 0 || line[n - 1] != '\n')) {
+            // NUL bytes in the line, or the end of the file.
+            const void *nul = memrchr(line, '\0', kLineSize);
+            n = nul != nullptr ? static_cast<size_t>(static_cast<const char *>(nul) - line) : n;
+            if (_nu_ext_feof(in->stream) != 0 || _nu_ext_ferror(in->stream) != 0) in->done = true;
         }
-        push_back(c, stream);
+        std::memcpy(start + used, line, n);
+        std::memset(line, '\n', n + 1);
+        used += n;
+        in->offset += static_cast<long>(n);
     }
-    text[used] = '\0';
-    return digit;
+    in->pos = start;
+    in->end = start + used;
 }
+
+} // namespace
+
+InputBlock *attached_input(FILE *stream) {
+    InputBlock *in = t_input;
+    return in != nullptr && in->stream == stream ? in : nullptr;
+}
+
+int refill_input(InputBlock *in) {
+    if (in->done) return EOF;
+    fill(in);
+    return in->pos < in->end ? *in->pos++ : EOF;
+}
+
+BlockInput::BlockInput(FILE *stream) {
+    if (stream == nullptr || attached_input(stream) != nullptr || !default_file_functions())
+        return;
+    const long offset = _nu_ext_ftell(stream);
+    if (offset < 0) return;
+    // One byte before the block takes a character pushed back right after a refill; the
+    // staging area of one line follows it.
+    auto *memory = alloc_array<unsigned char>(1 + kBlockSize + kLineSize);
+    if (memory == nullptr) return;   // read character by character
+    block_.stream = stream;
+    block_.data = memory + 1;
+    block_.size = kBlockSize;
+    block_.stage = memory + 1 + kBlockSize;
+    std::memset(block_.stage, '\n', kLineSize);
+    block_.pos = block_.end = block_.data;
+    block_.offset = offset;
+    block_.outer = t_input;
+    t_input = &block_;
+    attached_ = true;
+}
+
+BlockInput::~BlockInput() {
+    if (!attached_) return;
+    const long unread = block_.end - block_.pos;
+    if (unread > 0) _nu_ext_fseek(block_.stream, block_.offset - unread, SEEK_SET);
+    t_input = block_.outer;
+    _nu_free_ptr(block_.data - 1);
+}
+
+char *stream_gets(char *buffer, int size, FILE *stream) {
+    InputBlock *in = attached_input(stream);
+    if (in == nullptr) return _nu_ext_fgets(buffer, size, stream);
+    if (buffer == nullptr || size < 1) return nullptr;
+    int used = 0;
+    while (used < size - 1) {
+        if (in->pos == in->end && refill_input(in) != EOF) --in->pos;
+        if (in->pos == in->end) break;
+        const size_t room = static_cast<size_t>(size - 1 - used);
+        const size_t have = static_cast<size_t>(in->end - in->pos);
+        size_t take = have < room ? have : room;
+        const void *newline = std::memchr(in->pos, '\n', take);
+        if (newline != nullptr) take = static_cast<size_t>(static_cast<const unsigned char *>(newline) - in->pos) + 1;
+        std::memcpy(buffer + used, in->pos, take);
+        in->pos += take;
+        used += static_cast<int>(take);
+        if (newline != nullptr) break;
+    }
+    if (used == 0) return nullptr;
+    buffer[used] = '\0';
+    return buffer;
+}
+
+long stream_tell(FILE *stream) {
+    InputBlock *in = attached_input(stream);
+    if (in == nullptr) return _nu_ext_ftell(stream);
+    return in->offset - static_cast<long>(in->end - in->pos);
+}
+
+int stream_seek(FILE *stream, long offset) {
+    InputBlock *in = attached_input(stream);
+    if (in == nullptr) return _nu_ext_fseek(stream, offset, SEEK_SET);
+    in->pos = in->end = in->data;
+    in->done = false;
+    const int result = _nu_ext_fseek(stream, offset, SEEK_SET);
+    in->offset = result == 0 ? offset : _nu_ext_ftell(stream);
+    return result;
+}
+
+} // namespace nus
+
+namespace {
+
+inline int next_char(FILE *stream) { return nus::Chars(stream).get(); }
+inline void push_back(int c, FILE *stream) { nus::Chars(stream).unget(c); }
 
 } // namespace
 
 namespace nus {
 
 bool header_line(FILE *stream, char (&line)[kHeaderLineSize]) {
-    if (_nu_ext_fgets(line, kHeaderLineSize, stream) == nullptr) return false;
+    if (stream_gets(line, kHeaderLineSize, stream) == nullptr) return false;
     const size_t length = std::strlen(line);
     if (length > 0) line[length - 1] = '\0';
     return true;
@@ -61,7 +163,7 @@ bool header_line(FILE *stream, char (&line)[kHeaderLineSize]) {
 bool skip_line(FILE *stream) {
     char chunk[kHeaderLineSize];
     for (;;) {
-        if (_nu_ext_fgets(chunk, sizeof chunk, stream) == nullptr) return false;
+        if (stream_gets(chunk, sizeof chunk, stream) == nullptr) return false;
         const size_t length = std::strlen(chunk);
         if (length > 0 && chunk[length - 1] == '\n') return true;
     }
@@ -70,35 +172,52 @@ bool skip_line(FILE *stream) {
 // Converts the kept text as strtol does in base 10 (an optional sign, digits, saturation at
 // the limits of long), without its locale and whitespace handling: data files are read often.
 bool read_decimal(FILE *stream, long *value) {
-    char text[41];
-    const bool digit = scan_decimal(stream, text);
-    const bool negative = text[0] == '-';
-    const char *p = text + (negative || text[0] == '+' ? 1 : 0);
-    unsigned long magnitude = 0;
+    Chars in(stream);
+    return read_decimal(in, value);
+}
+
+// A decimal field: white space skipped, the first character kept whatever it is (so a sign
+// is allowed), then digits; of these only the first 40 characters count, further digits are
+// read and discarded. The value is converted as strtol does in base 10 (an optional sign,
+// digits, saturation at the limits of long), without its locale and white-space handling:
+// data files are read often. True when a digit was seen after a digit or sign.
+bool read_decimal(Chars &in, long *value) {
+    skip_whitespace(in);
+    int c = in.get();
+    const bool negative = c == '-';
+    const bool counts = negative || c == '+' || c_isdigit(c);
+    bool digit = c_isdigit(c);
     const unsigned long limit = negative ? 0UL - static_cast<unsigned long>(LONG_MIN)
                                          : static_cast<unsigned long>(LONG_MAX);
+    unsigned long magnitude = 0;
     bool saturated = false;
-    for (; c_isdigit(*p); ++p) {
-        const unsigned long d = static_cast<unsigned long>(*p - '0');
-        if (saturated || magnitude > (limit - d) / 10) {
-            saturated = true;
-            continue;
+    auto add = [&](int ch) {
+        const unsigned long d = static_cast<unsigned long>(ch - '0');
+        if (saturated || magnitude > (limit - d) / 10) saturated = true;
+        else magnitude = magnitude * 10 + d;
+    };
+    if (c != EOF) {
+        if (digit) add(c);
+        int kept = 1;
+        while (c_isdigit(c = in.get())) {
+            digit = true;
+            if (kept < 40) {
+                if (counts) add(c);
+                ++kept;
+            }
         }
-        magnitude = magnitude * 10 + d;
+        in.unget(c);
     }
     if (saturated) magnitude = limit;
     *value = negative ? static_cast<long>(0UL - magnitude) : static_cast<long>(magnitude);
-    return digit && (c_isdigit(text[0]) || text[0] == '-' || text[0] == '+');
+    return digit && counts;
 }
 
 } // namespace nus
 
 NU_EXPORT int _nu_skip_whitespace(FILE *stream) {
-    int c;
-    while (nus::c_isspace(c = next_char(stream))) {
-    }
-    push_back(c, stream);
-    return c;
+    nus::Chars in(stream);
+    return nus::skip_whitespace(in);
 }
 
 NU_EXPORT long _nu_get_int(FILE *stream) {
@@ -135,17 +254,9 @@ NU_EXPORT double _nu_get_dbl(FILE *stream) {
     return std::strtod(text, nullptr);
 }
 
-// A character that is no hexadecimal digit contributes its own code: data files rely on
-// this (a table terminator's newline lands in a count).
 NU_EXPORT uint32_t _nu_get_hex(FILE *stream, int n) {
-    uint32_t value = 0;
-    if (n > 8) n = 8;
-    for (int i = 0; i < n; ++i) {
-        int c = next_char(stream);
-        int digit = nus::c_hexvalue(c);
-        value = value * 16 + static_cast<uint32_t>(digit >= 0 ? digit : c);
-    }
-    return value;
+    nus::Chars in(stream);
+    return nus::get_hex(in, n);
 }
 
 NU_EXPORT int _nu_get_hex_digit(FILE *stream) {

@@ -109,8 +109,99 @@ private:
     T local_[N];
 };
 
+// ---- buffered input of data files ---------------------------------------------------------
+//
+// While a locale file is loaded, its lines come through the external-function table's fgets
+// into a block, and the readers take their characters from there instead of one fgetc call
+// per character. A block is attached to one stream for the calling thread (BlockInput); the
+// readers given that stream read from it, any other stream is read through fgetc as before.
+// Only streams of the default file functions get a block (an embedding program that installs
+// its own sees the calls it always saw); detaching seeks the stream back to the first byte
+// not consumed, so the stream is left where the characters read leave it.
+struct InputBlock {
+    FILE *stream;
+    unsigned char *pos;     // next byte
+    unsigned char *end;     // end of the bytes read
+    unsigned char *data;    // the block, after a byte of room for a pushed-back character
+    size_t size;
+    unsigned char *stage;   // where fgets puts one line
+    long offset;            // file offset of `end`
+    bool done;              // fgets met the end of the file or an error
+    InputBlock *outer;      // the block attached before this one, restored on detach
+};
+
+// The block attached to `stream` for this thread, or null.
+InputBlock *attached_input(FILE *stream);
+// The next byte once the block is used up, or EOF.
+int refill_input(InputBlock *in);
+
+class BlockInput {
+public:
+    explicit BlockInput(FILE *stream);
+    ~BlockInput();
+    BlockInput(const BlockInput &) = delete;
+    BlockInput &operator=(const BlockInput &) = delete;
+
+private:
+    InputBlock block_{};
+    bool attached_ = false;
+};
+
+// Characters of one stream, through its block when it has one.
+class Chars {
+public:
+    explicit Chars(FILE *stream) : stream_(stream), in_(attached_input(stream)) {}
+    int get() {
+        if (in_ == nullptr) return _nu_ext_fgetc(stream_);
+        if (in_->pos < in_->end) return *in_->pos++;
+        return refill_input(in_);
+    }
+    // Pushes back the character just read.
+    void unget(int c) {
+        if (c == EOF) return;
+        if (in_ == nullptr) _nu_ext_ungetc(c, stream_);
+        else *--in_->pos = static_cast<unsigned char>(c);
+    }
+    FILE *stream() const { return stream_; }
+
+private:
+    FILE *stream_;
+    InputBlock *in_;
+};
+
+// fgets, ftell and fseek (SEEK_SET) of a stream that may have a block.
+char *stream_gets(char *buffer, int size, FILE *stream);
+long stream_tell(FILE *stream);
+int stream_seek(FILE *stream, long offset);
+
+// Field readers over Chars; the exported FILE forms call them.
+inline int skip_whitespace(Chars &in) {
+    int c;
+    while ((c = in.get()) == ' ' || (c >= '\t' && c <= '\r')) {
+    }
+    in.unget(c);
+    return c;
+}
+
+// A character that is no hexadecimal digit contributes its own code: data files rely on
+// this (a table terminator's newline lands in a count).
+inline uint32_t get_hex(Chars &in, int n) {
+    uint32_t value = 0;
+    if (n > 8) n = 8;
+    for (int i = 0; i < n; ++i) {
+        const int c = in.get();
+        const int digit = c >= '0' && c <= '9'   ? c - '0'
+                          : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                          : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                                 : -1;
+        value = value * 16 + static_cast<uint32_t>(digit >= 0 ? digit : c);
+    }
+    return value;
+}
+
 // A decimal field read the way _nu_get_int reads it, reporting whether any digit was seen,
 // so that readers of data files can tell garbage from a number.
+bool read_decimal(Chars &in, long *value);
 bool read_decimal(FILE *stream, long *value);
 
 // Header lines of data files hold at most 127 characters.

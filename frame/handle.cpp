@@ -89,6 +89,8 @@ void free_locale(nu_locale_rec *h) {
 
 NU_EXPORT void nu_make_null_category(nu_locale_t h, int category) {
     if (nus::no_handle(h)) return;
+    // A category shared with other handles is let go of: the empty one replaces it.
+    nus::release_shared(h, category);
     switch (category) {
     case NU_CTYPE:
         h->ctype = {};
@@ -126,8 +128,10 @@ NU_EXPORT void nu_make_null_category(nu_locale_t h, int category) {
 NU_EXPORT void nu_free_category(nu_locale_t h, int category) {
     if (h == nullptr || is_static_handle(h)) return;
     const int i = nus::cat_index(category);
-    // Data copied from another handle is only let go of: its owner frees it.
-    const bool owned = i < 0 || i >= nus::kCategories || h->borrowed[i] == 0;
+    // Data copied from another handle is only let go of: its owner frees it. Data shared
+    // between handles that loaded one file goes with the last of them.
+    const bool owned =
+        i < 0 || i >= nus::kCategories || (h->borrowed[i] == 0 && h->shared[i] == nullptr);
     switch (category) {
     case NU_CTYPE:
         if (owned) free_ctype(h);
@@ -166,9 +170,14 @@ NU_EXPORT void nu_free_category(nu_locale_t h, int category) {
     default:
         break;
     }
-    // The companion's object goes with the category, unless a copy only shares it.
-    nus::nuu_release(h, category, owned);
-    if (!owned) h->borrowed[i] = 0;
+    // The companion's object goes with the category, unless a copy only borrows it (each
+    // handle that loads a file makes its own, also when it shares the file's tables).
+    const bool copied = i >= 0 && i < nus::kCategories && h->borrowed[i] != 0;
+    nus::nuu_release(h, category, !copied);
+    if (!owned) {
+        h->borrowed[i] = 0;
+        nus::release_shared(h, category);
+    }
     clear_names(h, category);
 }
 

@@ -260,4 +260,7 @@ struct nu_locale_rec {
     int32_t companion_flag[nus::kCategories];
     // Per category: its data was copied from another handle and belongs to that one.
     int32_t borrowed[nus::kCategories];
+    // Per category: the process-wide entry whose data it uses with other handles that loaded
+    // the same file, or null (locale/shared.cpp).
+    void *shared[nus::kCategories];
 };

@@ -199,6 +199,7 @@ struct Reader {
     int32_t flag_room = 0;
     int32_t data_room = 0;
     int32_t counts_room = 0;
+    nus::Chars in{stream};     // through the stream's block when it has one
 
     bool fail(int code) {
         if (error == 0) error = code;
@@ -209,7 +210,7 @@ struct Reader {
 
     // A decimal field; anything but a number is malformed.
     bool decimal(long *value) {
-        if (nus::read_decimal(stream, value)) return true;
+        if (nus::read_decimal(in, value)) return true;
         return _nu_ext_feof(stream) != 0 || _nu_ext_ferror(stream) != 0 ? ended()
                                                                         : fail(NU_EBADFILE);
     }
@@ -222,7 +223,7 @@ struct Reader {
     bool hex(int digits, uint32_t *value) {
         uint32_t v = 0;
         for (int i = 0; i < digits; ++i) {
-            const int c = _nu_ext_fgetc(stream);
+            const int c = in.get();
             if (c == EOF) return ended();
             const int d = nus::c_hexvalue(c);
             if (d < 0) return fail(NU_EBADFILE);
@@ -242,14 +243,14 @@ struct Reader {
             if (n == 0) {
                 // The terminator "0000000\n": its last three characters are the repeat
                 // count, the newline among them, and mean nothing.
-                for (int i = 0; i < 3 && _nu_ext_fgetc(stream) != EOF; ++i) {
+                for (int i = 0; i < 3 && in.get() != EOF; ++i) {
                 }
                 return true;
             }
             if (!hex(3, &r)) return false;
             if (n > kSlots || start + n * r > kSlots) return fail(NU_EBADFILE);
             if (!read_elements(static_cast<int>(n))) return false;
-            _nu_skip_whitespace(stream);
+            nus::skip_whitespace(in);
             for (uint32_t k = 0; k < r; ++k) {
                 const int at = static_cast<int>(start + k * n);
                 for (int j = 0; j < static_cast<int>(n); ++j) store(at + j, j);
@@ -333,7 +334,7 @@ struct Reader {
     bool own_node(multi_arr_t *node, int depth) {
         long has_flags, has_data;
         if (!flag_bit(&has_flags) || !flag_bit(&has_data)) return false;
-        _nu_skip_whitespace(stream);
+        nus::skip_whitespace(in);
         if (has_flags != 0) {
             unsigned char flags[kSlots] = {};
             if (node->flag_arr != nullptr) std::memcpy(flags, node->flag_arr, kSlots);
@@ -407,7 +408,7 @@ struct Reader {
             data_announced > nodes) {
             return fail(NU_EBADFILE);
         }
-        _nu_skip_whitespace(stream);
+        nus::skip_whitespace(in);
         flag_total = static_cast<int32_t>(flags_announced);
         data_total = static_cast<int32_t>(data_announced);
         // The lists exist (with room for one at least) before the root gives up its own
@@ -491,9 +492,9 @@ NU_EXPORT int _nu_fscanf_multi(FILE *stream, multi_t *table, int max_length,
     if (ok && !scratch.ok()) ok = rd.fail(NU_ENOMEM);
     rd.scratch = scratch.data();
     if (ok) {
-        _nu_skip_whitespace(stream);
+        nus::skip_whitespace(rd.in);
         if (reader(stream, table->default_desc, table->desc_size) != 0) ok = rd.fail(NU_ENOMEM);
-        _nu_skip_whitespace(stream);
+        nus::skip_whitespace(rd.in);
     }
     if (ok) {
         ok = (table->flags & MULTI_COMPRESSED) != 0 ? rd.compressed_body()

@@ -121,7 +121,14 @@ bool attempt_under_root(const Io &io, Found &found, bool want_dir, const char *b
         found.error = NU_ENOMEM;
         return true;
     }
-    std::snprintf(dir.data(), length + 1, "%s%s%s%s", base, after_root, subdir, version);
+    // Joined by hand: a formatted print costs more than the open it prepares.
+    char *out = dir.data();
+    for (const char *part : {base, after_root, subdir, version}) {
+        const size_t n = std::strlen(part);
+        std::memcpy(out, part, n);
+        out += n;
+    }
+    *out = '\0';
     return attempt(io, found, want_dir, dir.data(), length, name);
 }
 

@@ -55,7 +55,8 @@ namespace nus {
 
 // Four hexadecimal digits into a 16-bit value, no white space skipped.
 int ub2_reader(FILE *stream, void *dest, unsigned int) {
-    const uint32_t value = _nu_get_hex(stream, 4);
+    Chars in(stream);
+    const uint32_t value = get_hex(in, 4);
     const uint16_t v = static_cast<uint16_t>(value);
     std::memcpy(dest, &v, sizeof v);
     return value > 0xFFFF ? -1 : 0;
@@ -63,14 +64,15 @@ int ub2_reader(FILE *stream, void *dest, unsigned int) {
 
 // White space, then up to eight hexadecimal digits; false when there is none.
 bool read_nu_wchar(FILE *stream, nu_wchar *wc) {
-    _nu_skip_whitespace(stream);
+    Chars in(stream);
+    skip_whitespace(in);
     nu_wchar value = 0;
     int digits = 0;
     for (; digits < 8; ++digits) {
-        const int c = _nu_ext_fgetc(stream);
+        const int c = in.get();
         const int d = nus::c_hexvalue(c);
         if (d < 0) {
-            if (c != EOF) _nu_ext_ungetc(c, stream);
+            in.unget(c);
             break;
         }
         value = value * 16 + static_cast<nu_wchar>(d);
@@ -155,7 +157,7 @@ int read_ctype(FILE *stream, nu_locale_rec *h) {
     }
     // The rest of the line holds the expansion factor; an empty rest means 4.
     char rest[64];
-    if (_nu_ext_fgets(rest, sizeof rest, stream) == nullptr || rest[0] == '\n' ||
+    if (stream_gets(rest, sizeof rest, stream) == nullptr || rest[0] == '\n' ||
         rest[0] == '\0') {
         h->case_expansion = 4.0;
     } else {

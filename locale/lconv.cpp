@@ -112,9 +112,10 @@ constexpr int kMaxGroups = 15;
 
 // Reads `count` pairs of hexadecimal digits into `out`; false on any other character.
 bool read_hex_bytes(FILE *stream, char *out, long count) {
+    Chars in(stream);
     for (long i = 0; i < count; ++i) {
-        const int high = c_hexvalue(_nu_ext_fgetc(stream));
-        const int low = high < 0 ? -1 : c_hexvalue(_nu_ext_fgetc(stream));
+        const int high = c_hexvalue(in.get());
+        const int low = high < 0 ? -1 : c_hexvalue(in.get());
         if (low < 0) return false;
         out[i] = static_cast<char>(high * 16 + low);
     }
@@ -137,7 +138,7 @@ char *str_readallc(FILE *stream, int *error) {
         return nullptr;
     }
     if (count > 0) {
-        if (_nu_ext_fgetc(stream) != ' ') {
+        if (Chars(stream).get() != ' ') {
             *error = NU_ENOFILE;
             return nullptr;
         }
@@ -197,7 +198,18 @@ bool read_strings(FILE *stream, CatString *const (&fields)[N], int *error, bool 
 
 } // namespace nus
 
+namespace {
+// A reader called on a category shared with other handles starts from its empty state: the
+// shared strings are not this handle's to replace.
+void unshare(nu_locale_rec *h, int category, void (*init)(nu_locale_rec *)) {
+    if (h->shared[nus::cat_index(category)] == nullptr) return;
+    init(h);
+    nus::release_shared(h, category);
+}
+} // namespace
+
 NU_EXPORT int _nu_read_numeric(FILE *stream, nu_locale_t h, int *error) {
+    unshare(h, NU_NUMERIC, nus::init_numeric);
     nus::LconvFields &lc = h->lc;
     if (!nus::read_strings(stream, {&lc.decimal_point, &lc.thousands_sep}, error, true))
         return -1;
@@ -208,6 +220,7 @@ NU_EXPORT int _nu_read_numeric(FILE *stream, nu_locale_t h, int *error) {
 }
 
 NU_EXPORT int _nu_read_monetary(FILE *stream, nu_locale_t h, int *error) {
+    unshare(h, NU_MONETARY, nus::init_monetary);
     nus::LconvFields &lc = h->lc;
     // The strings' own failures are deliberately not checked here, except for memory: the
     // load must then fail as a whole rather than go on out of step with the file.
@@ -230,6 +243,7 @@ NU_EXPORT int _nu_read_monetary(FILE *stream, nu_locale_t h, int *error) {
 }
 
 NU_EXPORT int _nu_read_messages(FILE *stream, nu_locale_t h, int *error) {
+    unshare(h, NU_MESSAGES, nus::init_messages);
     nus::LconvFields &lc = h->lc;
     return nus::read_strings(stream,
                              {&lc.messages[0], &lc.messages[1], &lc.messages[2],

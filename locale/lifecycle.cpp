@@ -40,12 +40,24 @@ FILE *open_locale(nu_locale_rec *h, const char *name, const char *directory) {
     return nu_open_file(h, path.data());
 }
 
-// Empties the category and reads its section from the stream, which is closed.
+// Empties the category and reads its section from the stream, which is closed. A category
+// that another handle loaded from the same unchanged file is shared with it instead.
 int read_category(nu_locale_rec *h, int category, FILE *stream,
                   nus::SectionResume *resume = nullptr, const char *name = nullptr) {
     nu_free_category(h, category);
-    nu_make_null_category(h, category);
-    const int result = nus::read_one_category(h, category, stream, resume, name);
+    // A shared category replaces the emptied one whole: the empty tables that a reader would
+    // fill are made only when the section is read.
+    nus::FileKey key{};
+    const bool keyed = nus::file_key(stream, &key);
+    int result = 1;
+    const int taken = keyed ? nus::take_shared(h, category, key) : 0;
+    if (taken == 0) {
+        nu_make_null_category(h, category);
+        result = nus::read_one_category(h, category, stream, resume, name);
+        if (result == 0 && keyed) nus::offer_shared(h, category, key);
+    } else {
+        result = taken > 0 ? 0 : 1;
+    }
     _nu_ext_fclose(stream);
     return result;
 }

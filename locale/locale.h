@@ -70,6 +70,34 @@ struct SectionResume {
 int read_one_category(nu_locale_rec *h, int category, FILE *stream,
                       SectionResume *resume = nullptr, const char *name = nullptr);
 
+// Sharing of loaded categories between handles that load the same unchanged file
+// (locale/shared.cpp).
+struct FileKey {
+    uint64_t device;
+    uint64_t inode;
+    int64_t size;
+    int64_t mtime_sec;
+    int64_t mtime_nsec;
+};
+// The identity of an open locale file; false when its categories are not to be shared (the
+// file functions are the embedding program's own, or the stream is no regular file).
+bool file_key(FILE *stream, FileKey *key);
+// Installs the category from an entry of the same file: 1 done, 0 none there, -1 failed with
+// the handle's error set (the code set disagrees with CTYPE's, or memory ran out).
+int take_shared(nu_locale_rec *h, int category, const FileKey &key);
+// Moves a category just read into a new entry that the handle references.
+void offer_shared(nu_locale_rec *h, int category, const FileKey &key);
+// Drops the handle's reference to a shared category (its fields are left as they are).
+void release_shared(nu_locale_rec *h, int category);
+void release_entry(void *entry);
+// Makes the categories that no other handle shares the handle's own again, for code that
+// changes a loaded category's fields in place (tests do).
+void own_unshared(nu_locale_rec *h);
+// Entries alive in the process, for tests.
+long shared_entries();
+// The category's code set has CTYPE's number (scratch error slot for the lookups).
+bool same_codeset_as_ctype(nu_locale_rec *h, int category);
+
 // Derived state after every load or copy.
 int update_locale(nu_locale_rec *h);
 int set_flags(nu_locale_rec *h);

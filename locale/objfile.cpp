@@ -27,7 +27,7 @@ bool find_marker(FILE *stream, int category) {
     const char *marker = category_markers[category];
     char chunk[4096];
     bool at_line_start = true;
-    while (_nu_ext_fgets(chunk, sizeof chunk, stream) != nullptr) {
+    while (nus::stream_gets(chunk, sizeof chunk, stream) != nullptr) {
         const size_t length = std::strlen(chunk);
         if (at_line_start && std::strcmp(chunk, marker) == 0) return true;
         at_line_start = length > 0 && chunk[length - 1] == '\n';
@@ -105,9 +105,12 @@ int read_section(FILE *stream, nu_locale_rec *h, int category, bool single) {
     return 0;
 }
 
+} // namespace
+
+namespace nus {
 // The code sets of `category` and CTYPE must have one number; the lookups use their own
 // error slot, not the handle's.
-bool verify_codesets(nu_locale_rec *h, int category) {
+bool same_codeset_as_ctype(nu_locale_rec *h, int category) {
     if (std::strcmp(h->codeset[nus::cat_index(category)], h->codeset[0]) == 0) return true;
     int32_t scratch = 0;
     const unsigned int mine = nu_cs_name2cs_num(&scratch, h->codeset[nus::cat_index(category)],
@@ -116,7 +119,12 @@ bool verify_codesets(nu_locale_rec *h, int category) {
     const unsigned int ctype = nu_cs_name2cs_num(&scratch, h->codeset[0], nullptr);
     return mine == ctype;
 }
+} // namespace nus
 
+namespace {
+bool verify_codesets(nu_locale_rec *h, int category) {
+    return nus::same_codeset_as_ctype(h, category);
+}
 } // namespace
 
 namespace nus {
@@ -148,7 +156,7 @@ int read_file_header(FILE *stream, char *codeset_out, int *error) {
     }
     _nu_skip_whitespace(stream);
     char name[kCodesetFieldSize];
-    if (_nu_ext_fgets(name, sizeof name, stream) == nullptr) {
+    if (stream_gets(name, sizeof name, stream) == nullptr) {
         *error = NU_EBADFILE;
         return 0;
     }
@@ -161,6 +169,7 @@ int read_file_header(FILE *stream, char *codeset_out, int *error) {
 }
 
 int read_locale_file(FILE *stream, nu_locale_rec *h) {
+    const BlockInput block(stream);
     char codeset[kCodesetFieldSize];
     int error = 0;
     if (!read_file_header(stream, codeset, &error)) {
@@ -180,6 +189,7 @@ int read_locale_file(FILE *stream, nu_locale_rec *h) {
 
 int read_one_category(nu_locale_rec *h, int category, FILE *stream, SectionResume *resume,
                       const char *name) {
+    const BlockInput block(stream);
     const bool known = category >= NU_CTYPE && category <= NU_MESSAGES;
     char scratch[kCodesetFieldSize];
     char *codeset = known ? h->codeset[cat_index(category)] : scratch;
@@ -200,9 +210,9 @@ int read_one_category(nu_locale_rec *h, int category, FILE *stream, SectionResum
     long start = 0;
     if (same_file)
         for (int c = NU_CTYPE; c < category; ++c) start = std::max(start, resume->after[cat_index(c)]);
-    const long header_end = start > 0 ? _nu_ext_ftell(stream) : 0;
-    bool found = start > 0 && _nu_ext_fseek(stream, start, SEEK_SET) == 0 && find_marker(stream, category);
-    if (!found && start > 0) found = _nu_ext_fseek(stream, header_end, SEEK_SET) == 0 && find_marker(stream, category);
+    const long header_end = start > 0 ? stream_tell(stream) : 0;
+    bool found = start > 0 && stream_seek(stream, start) == 0 && find_marker(stream, category);
+    if (!found && start > 0) found = stream_seek(stream, header_end) == 0 && find_marker(stream, category);
     if (!found && start == 0) found = find_marker(stream, category);
     if (!found) {
         set_error(h, NU_EBADFILE);
@@ -214,7 +224,7 @@ int read_one_category(nu_locale_rec *h, int category, FILE *stream, SectionResum
             std::memset(resume, 0, sizeof *resume);
             std::memcpy(resume->name, name, std::strlen(name) + 1);
         }
-        const long end = _nu_ext_ftell(stream);
+        const long end = stream_tell(stream);
         resume->after[cat_index(category)] = end > 0 ? end : 0;
     }
     return result;

@@ -168,10 +168,11 @@ public:
         }
         out.mb = bytes;   // owned by the record from here, released with it on failure
         if (count > 0) {
-            if (_nu_ext_fgetc(stream_) != ' ') return damaged();
+            nus::Chars in(stream_);
+            if (in.get() != ' ') return damaged();
             for (long i = 0; i < count; ++i) {
-                const int high = nus::c_hexvalue(_nu_ext_fgetc(stream_));
-                const int low = high < 0 ? -1 : nus::c_hexvalue(_nu_ext_fgetc(stream_));
+                const int high = nus::c_hexvalue(in.get());
+                const int low = high < 0 ? -1 : nus::c_hexvalue(in.get());
                 if (low < 0) return damaged();
                 bytes[i] = static_cast<char>(high * 16 + low);
             }
@@ -416,10 +417,12 @@ NU_EXPORT int _nu_read_time(FILE *stream, nu_locale_t h, int *error) {
     }
     fill_unused_slots(t);
     // A record copied from another handle belongs to that one: it is only let go of.
+    // So does one shared between handles that loaded the same file.
     int32_t &borrowed = h->borrowed[nus::cat_index(NU_TIME)];
-    if (borrowed != 0) nus::free_era_cache(h);
+    if (borrowed != 0 || h->shared[nus::cat_index(NU_TIME)] != nullptr) nus::free_era_cache(h);
     else nus::free_ltime(h);
     borrowed = 0;
+    nus::release_shared(h, NU_TIME);
     h->time = t;
     return 0;
 }

@@ -579,3 +579,196 @@ TEST(LocaleLoad, SectionResumePositionsAreChecked) {
         EXPECT_GT(resume.after[nus::cat_index(NU_MONETARY)], 0);
     }
 }
+
+// Handles that load the same unchanged file share its categories; each handle's references go
+// with its release, in any order, and the tables with the last one.
+TEST(LocaleSharing, HandlesOfOneFile) {
+    Installation install;
+    CountingAllocator counter;
+    for (const bool first_goes_first : {true, false}) {
+        const long before = nus::shared_entries();
+        nu_locale_t a = nullptr, b = nullptr;
+        ASSERT_EQ(nu_lc_load(&a, "xx_yy.8859-1", nullptr, nullptr), 0);
+        const long live_one = counter.live;
+        ASSERT_EQ(nu_lc_load(&b, "xx_yy.8859-1", nullptr, nullptr), 0);
+        EXPECT_EQ(nus::shared_entries(), before + 6);
+        EXPECT_EQ(b->ctype.class_table, a->ctype.class_table);
+        EXPECT_EQ(b->coll.table, a->coll.table);
+        EXPECT_EQ(b->time.day[0].mb, a->time.day[0].mb);
+        EXPECT_EQ(b->lc.decimal_point.mb, a->lc.decimal_point.mb);
+        // What each handle keeps of its own: conventions record, single-byte tables, names.
+        EXPECT_NE(b->nuconv.decimal_point.mb, a->nuconv.decimal_point.mb);
+        EXPECT_NE(b->sb_upper, a->sb_upper);
+        EXPECT_LT(counter.live - live_one, live_one / 4);
+        EXPECT_EQ(query(b, NU_ALL), query(a, NU_ALL));
+        EXPECT_EQ(b->case_expansion, a->case_expansion);
+        EXPECT_EQ(b->element_count, a->element_count);
+        EXPECT_EQ(b->error, 0);
+
+        nu_locale_t gone = first_goes_first ? a : b, kept = first_goes_first ? b : a;
+        nu_lc_unload(gone);
+        EXPECT_EQ(nus::shared_entries(), before + 6);
+        EXPECT_EQ(_nu_im_towupper(kept, 'q'), nu_wchar{'Q'});
+        EXPECT_NE(_nu_im_iswctype(kept, 0xE9, nu_ctype(kept, "vowel")), 0);
+        EXPECT_STREQ(nu_nl_langinfo(kept, 8), kept->time.day[0].mb);
+        unsigned char key[64];
+        EXPECT_GT(nu_full_mbsxfrm(kept, key, u("abc"), sizeof key), 0);
+        nu_lc_unload(kept);
+        EXPECT_EQ(nus::shared_entries(), before);
+    }
+    EXPECT_EQ(counter.live, 0);
+}
+
+// A changed file is read anew (the handle that read the old one keeps it); per-category
+// reloads, copies, nu_free_nonshared_loc and an allocator of another kind keep their own
+// rules.
+TEST(LocaleSharing, ChangesReloadsCopiesAndAllocators) {
+    Installation install;
+    const auto file = install.dir().path() / "nus/lc11/xx_yy/0333.lco";
+    Handle old_one, new_one, third;
+    ASSERT_EQ(nu_lc_load(&old_one.h, "xx_yy.8859-1", nullptr, nullptr), 0);
+    {
+        // One more byte of padding after the MESSAGES section: size and time both change.
+        std::FILE *f = std::fopen(file.c_str(), "a");
+        ASSERT_NE(f, nullptr);
+        std::fputs("\n", f);
+        std::fclose(f);
+    }
+    ASSERT_EQ(nu_lc_load(&new_one.h, "xx_yy.8859-1", nullptr, nullptr), 0);
+    EXPECT_NE(new_one.h->ctype.class_table, old_one.h->ctype.class_table);
+    ASSERT_EQ(nu_lc_load(&third.h, "xx_yy.8859-1", nullptr, nullptr), 0);
+    EXPECT_EQ(third.h->ctype.class_table, new_one.h->ctype.class_table);
+
+    // A per-category reload in one sharer leaves the other's category alone.
+    const multi_t *collation = new_one.h->coll.table;
+    char *names = nu_setlocale_4(third.h, NU_COLLATE, "de_de/0333.lco");
+    ASSERT_NE(names, nullptr) << third.error();
+    nu_destroystring(names);
+    EXPECT_NE(third.h->coll.table, collation);
+    EXPECT_EQ(new_one.h->coll.table, collation);
+    EXPECT_EQ(nu_full_mbscoll(new_one.h, u("a"), u("b")) < 0, true);
+    // Reloading the same file shares again; so does the emptied category after a copy.
+    names = nu_setlocale_4(third.h, NU_COLLATE, "xx_yy/0333.lco");
+    nu_destroystring(names);
+    EXPECT_EQ(third.h->coll.table, collation);
+
+    nu_locale_t copy = nullptr;
+    ASSERT_EQ(nu_create_null_locale_4(&copy), 0);
+    EXPECT_EQ(nu_copy_cat(copy, third.h, NU_ALL), 0);
+    EXPECT_EQ(copy->coll.table, collation);
+    EXPECT_EQ(nu_copy_cat(copy, third.h, NU_TIME), -1);
+    EXPECT_EQ(*_nu_ext_errno(copy), NU_ECOPY);
+    nu_free_nonshared_loc(copy);
+    EXPECT_EQ(nu_full_mbscoll(third.h, u("b"), u("a")) > 0, true);
+
+    // A handle whose allocator differs reads its own tables, and frees them through it.
+    {
+        CountingAllocator counter;
+        Handle own;
+        ASSERT_EQ(nu_lc_load(&own.h, "xx_yy.8859-1", nullptr, nullptr), 0);
+        EXPECT_NE(own.h->ctype.class_table, new_one.h->ctype.class_table);
+        nu_lc_unload(own.h);
+        own.h = nullptr;
+        EXPECT_EQ(counter.live, 0);
+    }
+}
+
+// Every refused allocation of a load that shares ends in code 3 and leaves nothing behind.
+TEST(LocaleSharing, AllocationFailuresWhenSharing) {
+    Installation install;
+    int32_t scratch = 0;
+    nu_cache_registry(&scratch, nullptr);   // process-wide setup, before the counting
+    CountingAllocator counter;
+    nu_locale_t owner = nullptr;
+    ASSERT_EQ(nu_lc_load(&owner, "xx_yy.8859-1", nullptr, nullptr), 0);
+    const long settled = counter.live;
+    long needed = 0;
+    for (long k = 1; k < 200; ++k) {
+        counter.fail_from(0);
+        const long base = counter.allocations;
+        counter.fail_from(base + k);
+        nu_locale_t h = nullptr;
+        const int r = nu_lc_load(&h, "xx_yy.8859-1", nullptr, nullptr);
+        counter.fail_from(0);
+        if (r == 0) {
+            needed = k;
+            EXPECT_EQ(h->ctype.class_table, owner->ctype.class_table);
+            nu_lc_unload(h);
+            break;
+        }
+        EXPECT_EQ(*_nu_ext_errno(h), NU_ENOMEM) << k;
+        nu_lc_unload(h);
+        EXPECT_EQ(counter.live, settled) << k;
+    }
+    EXPECT_GT(needed, 1);
+    nu_lc_unload(owner);
+    EXPECT_EQ(counter.live, 0);
+    nu_free_registry_cache();
+}
+
+namespace {
+int plain_fgetc(FILE *stream) { return std::fgetc(stream); }
+
+// What a load left: its result, code, names and what the categories answer.
+std::string load_print(const char *name, int category) {
+    nu_locale_t h = nullptr;
+    std::string out;
+    if (category == NU_ALL) {
+        out = std::to_string(nu_lc_load(&h, name, nullptr, nullptr));
+    } else {
+        nu_create_null_locale_4(&h);
+        nu_destroystring(nu_setlocale_4(h, NU_CTYPE, name));
+        char *names = nu_setlocale_4(h, category, name);
+        out = names != nullptr ? names : "(null)";
+        nu_destroystring(names);
+    }
+    out += " " + std::to_string(*_nu_ext_errno(h)) + " " + query(h, NU_ALL);
+    for (int b = 1; b < 256; b += 7) {
+        const auto wc = static_cast<nu_wchar>(b);
+        out += " " + std::to_string(_nu_im_iswctype(h, wc, 0xFFFF)) + "/" +
+               std::to_string(_nu_im_towupper(h, wc));
+    }
+    const char *day = nu_nl_langinfo(h, 8);
+    out += std::string(" ") + (day != nullptr ? day : "-") + " " + std::to_string(h->case_expansion) +
+           " " + std::to_string(h->coll.highest_row) + " " + std::to_string(h->coll.level_count);
+    unsigned char key[64] = {};
+    out += " " + std::to_string(nu_full_mbsxfrm(h, key, u("b\xe9" "a"), sizeof key));
+    nu_lc_unload(h);
+    return out;
+}
+} // namespace
+
+// Files are read in blocks of lines where the default file functions are in use, and a
+// character at a time through an installed fgetc: damaged files (cut anywhere, NUL bytes inside
+// a line, lines longer than one read, carriage returns) must give the same results both ways.
+TEST(LocaleBadInput, BlockAndCharacterReadingAgree) {
+    Installation install;
+    int32_t scratch = 0;
+    nu_cache_registry(&scratch, nullptr);
+    const std::string text = install.locale_text("xx_yy/0333.lco");
+    std::vector<std::string> variants;
+    for (size_t at = 0; at < text.size(); at += 397) {
+        variants.push_back(text.substr(0, at));
+        variants.push_back(text.substr(0, at) + std::string(1, '\0') + text.substr(at));
+        variants.push_back(text.substr(0, at) + std::string(3, '\0') + "\n" + text.substr(at + 1));
+    }
+    const size_t numeric = text.find("### LC_NUMERIC\n");
+    variants.push_back(text.substr(0, numeric) + std::string(10000, '#') + "\n" + text.substr(numeric));
+    variants.push_back(text.substr(0, numeric) + std::string(8191, 'x') + std::string(1, '\0') +
+                       "\n" + text.substr(numeric));
+    std::string crlf;
+    for (char c : text) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
+    variants.push_back(crlf);
+    variants.push_back(text);
+    for (size_t v = 0; v < variants.size(); ++v) {
+        install.dir().write("nus/lc11/var/0333.lco", variants[v]);
+        for (int category : {NU_ALL, NU_COLLATE}) {
+            const std::string blocks = load_print("var/0333.lco", category);
+            nu_setextfunc(nullptr, NU_EXT_FGETC, reinterpret_cast<nu_extfunc>(&plain_fgetc));
+            const std::string chars = load_print("var/0333.lco", category);
+            _nu_set_ext_funcptr(NU_EXT_FGETC, nullptr);
+            EXPECT_EQ(blocks, chars) << "variant " << v << " category " << category;
+        }
+    }
+    nu_free_registry_cache();
+}

@@ -28,8 +28,11 @@ inline std::string narrow(const nu_wchar *w) {
     return out;
 }
 
-// Replaces one category string of a loaded handle (its wide twin made by the handle).
+// Replaces one category string of a loaded handle (its wide twin made by the handle). The
+// handle's categories are made its own first: loaded tables are otherwise shared with later
+// handles of the same file and never change.
 inline void set_string(nu_locale_t h, nus::CatString &s, const std::string &mb) {
+    nus::own_unshared(h);
     nus::free_string(s);
     s.mb = static_cast<char *>(_nu_alloc_ptr(mb.size() + 4));
     std::memset(s.mb, 0, mb.size() + 4);

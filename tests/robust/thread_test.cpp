@@ -208,6 +208,62 @@ void run_threads(bool logging) {
     nus::reset_debug_state();
 }
 
+// Eight threads load the same file at once, with no handle of it loaded before, and again
+// while one is: every handle works alike, the later ones all use the tables of the one that
+// stays, and the releases in any order free each table once (ThreadSanitizer and the leak
+// checker watch the reference counts).
+TEST(Threads, EightThreadsLoadOneFile) {
+    EnvGuard root("TESSARONDIR", std::string(NUS_DATA_DIR));
+    EnvGuard path("NU_PATH", std::nullopt);
+    int32_t scratch = 0;
+    nu_cache_registry(&scratch, nullptr);
+    const char *spec = "en_us.utf8";
+    nu_locale_t first = nullptr;
+    if (nu_lc_load(&first, spec, nullptr, nullptr) != 0) {
+        nu_lc_unload(first);
+        nu_free_registry_cache();
+        GTEST_SKIP() << "the data tree has not been compiled (build the 64-bit tree)";
+    }
+    const std::string expected = work(first, spec, nullptr, "");
+    nu_lc_unload(first);
+    first = nullptr;
+    for (const bool keep_first : {false, true}) {
+        if (keep_first) {
+            ASSERT_EQ(nu_lc_load(&first, spec, nullptr, nullptr), 0);
+        }
+        constexpr int kThreads = 8;
+        std::vector<nu_locale_t> handles(kThreads, nullptr);
+        std::atomic<int> mismatches{0};
+        std::atomic<bool> go{false};
+        std::vector<std::thread> threads;
+        for (int t = 0; t < kThreads; ++t) {
+            threads.emplace_back([&, t] {
+                while (!go.load()) std::this_thread::yield();
+                if (nu_lc_load(&handles[t], spec, nullptr, nullptr) != 0 ||
+                    work(handles[t], spec, nullptr, "") != expected)
+                    ++mismatches;
+            });
+        }
+        go = true;
+        for (std::thread &th : threads) th.join();
+        EXPECT_EQ(mismatches.load(), 0);
+        if (keep_first) {
+            for (nu_locale_t h : handles) EXPECT_EQ(h->coll.table, first->coll.table);
+        }
+        // Released from four threads at once, each taking one from either end.
+        threads.clear();
+        for (int t = 0; t < kThreads / 2; ++t)
+            threads.emplace_back([&, t] {
+                nu_lc_unload(handles[kThreads - 1 - t]);
+                nu_lc_unload(handles[t]);
+            });
+        for (std::thread &th : threads) th.join();
+    }
+    EXPECT_EQ(work(first, spec, nullptr, ""), expected);
+    nu_lc_unload(first);
+    nu_free_registry_cache();
+}
+
 TEST(Threads, HandlesLoadedAndUsedConcurrently) { run_threads(false); }
 
 TEST(Threads, WithTheDiagnosticLogOn) { run_threads(true); }
