@@ -1,10 +1,9 @@
 // Character I/O on streams: whole characters of the locale's code set read through a byte
 // source or the external fgetc, written through a byte sink or the external fwrite, and the
-// character boundary around a byte position.
-//
-// Handles served by a companion Unicode library are never created by this library, so the
-// companion branches of these functions do not exist here.
+// character boundary around a byte position. A handle whose characters the companion Unicode
+// library serves reads them through the companion (nu_getmb, nu_full_fgetwc: UTF-32).
 #include "chars/chars.h"
+#include "locale/nuu.h"
 
 namespace {
 
@@ -146,6 +145,8 @@ NU_EXPORT int nu_getmb(nu_locale_t h, unsigned char *buf, nu_getbyte_fn getbyte,
     if (nus::no_handle(h) || nus::missing(h, buf) ||
         (getbyte == nullptr && nus::bad_argument(h)))
         return -1;
+    if (nus::nuu_chars(h))
+        return nus::nuu_call(h, nus::kNuuCtype, nus::call_nuu_getmb(), buf, getbyte, stream, len);
     int taken = 0;
     const int status = read_char(h, buf, getbyte, stream, &taken);
     store(len, taken);
@@ -170,6 +171,8 @@ NU_EXPORT int nu_full_fgetmb(nu_locale_t h, unsigned char *buf, FILE *stream) {
 
 NU_EXPORT nu_wchar nu_full_fgetwc(nu_locale_t h, FILE *stream) {
     if (nus::no_handle(h) || nus::missing(h, stream)) return static_cast<nu_wchar>(-1);
+    if (nus::nuu_chars(h))
+        return nus::nuu_call(h, nus::kNuuCtype, nus::call_nuu_fgetuc32(), static_cast<void *>(stream));
     nu_wchar wc = 0;
     const int status = read_wide(h, stream, &wc);
     if (status != 0) {

@@ -446,3 +446,65 @@ NUU_EXPORT nuu_uc32 nuu_towupper(nuu_obj *, nuu_uc32 wc, nuu_status *) {
 NUU_EXPORT nuu_uc32 nuu_towlower(nuu_obj *, nuu_uc32 wc, nuu_status *) {
     return wc > 0x10FFFF ? wc : static_cast<nuu_uc32>(u_tolower(static_cast<UChar32>(wc)));
 }
+
+// One character read a byte at a time: its bytes into buf and their count into *len; the
+// failure as the library's readers report it: NU_EILSEQ at the first byte that cannot go on,
+// and otherwise the code `ended` gives for the end of the bytes (before any byte, or inside
+// a character).
+template <class Next, class Ended>
+int read_character(unsigned char *buf, int *len, Next next, Ended ended, nuu_uc32 *out,
+                   nuu_status *status) {
+    *len = 0;
+    for (;;) {
+        const int b = next();
+        if (b < 0) {
+            fail(status, ended(*len == 0));
+            return -1;
+        }
+        buf[(*len)++] = static_cast<unsigned char>(b);
+        UChar32 c;
+        const int k = step(buf, *len, &c);
+        if (k > 0) {
+            *out = static_cast<nuu_uc32>(c);
+            return 0;
+        }
+        if (k == -kEilseq || *len == 4) {
+            fail(status, kEilseq);
+            return -1;
+        }
+    }
+}
+
+NUU_EXPORT int nuu_getmb(nuu_obj *, unsigned char *buf, nuu_getbyte getbyte, void *stream,
+                         int *len, nuu_status *status) {
+    int taken = 0;
+    if (len == nullptr) len = &taken;
+    *len = 0;
+    if (buf == nullptr || getbyte == nullptr) {
+        fail(status, kEbadarg);
+        return -1;
+    }
+    nuu_uc32 c = 0;
+    return read_character(
+        buf, len, [&] { return getbyte(stream); },
+        [](bool first) { return first ? kEeof : kEinval; }, &c, status);
+}
+
+NUU_EXPORT nuu_uc32 nuu_fgetuc32(nuu_obj *, void *stream, nuu_status *status) {
+    const nuu_host *h = nuu::host();
+    if (stream == nullptr || h == nullptr) {
+        fail(status, kEbadarg);
+        return static_cast<nuu_uc32>(-1);
+    }
+    unsigned char buf[4];
+    int len = 0;
+    nuu_uc32 c = 0;
+    const int r = read_character(
+        buf, &len, [&] { return h->fgetc(stream); },
+        [&](bool first) {
+            if (h->feof(stream)) return first ? kEeof : kEinval;
+            return h->ferror(stream) ? kEio : kEread;
+        },
+        &c, status);
+    return r == 0 ? c : static_cast<nuu_uc32>(-1);
+}

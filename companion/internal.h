@@ -19,7 +19,10 @@ enum : nuu_status {
     kEinval = 7,
     kEnofile = 8,
     kEcodeset = 12,
+    kEio = 13,
     kE2big = 14,
+    kEeof = 16,
+    kEread = 17,
     kEload = 55,
 };
 

@@ -27,13 +27,20 @@ typedef struct nuu_obj nuu_obj;
 typedef struct nuu_cv nuu_cv;
 
 /* What the companion asks of the library that loads it: the registry name of a code-set
-   number (0 on success, written into out, which holds 64 bytes). */
+   number (0 on success, written into out, which holds 64 bytes), and the library's stream
+   functions (its external-function table's fgetc, feof and ferror). */
 typedef struct nuu_host {
     int version; /* NUU_INTERFACE_VERSION */
     int (*codeset_name)(unsigned int number, char *out);
+    int (*fgetc)(void *stream);
+    int (*feof)(void *stream);
+    int (*ferror)(void *stream);
 } nuu_host;
 
-#define NUU_INTERFACE_VERSION 1
+/* A function returning the next byte of a stream, or -1. */
+typedef int (*nuu_getbyte)(void *stream);
+
+#define NUU_INTERFACE_VERSION 2
 
 /* The entry points, as function types: the bridge's pointers use them. */
 #define NUU_ENTRY_POINTS(X)                                                                    \
@@ -60,6 +67,9 @@ typedef struct nuu_host {
     X(const unsigned char *, nuu_mbschr, (nuu_obj *o, const unsigned char *s, int sn,         \
                                           const unsigned char *c, int cn, nuu_status *status)) \
     X(int, nuu_mbsntsbytes, (nuu_obj *o, const unsigned char *s, int n, nuu_status *status))  \
+    X(int, nuu_getmb, (nuu_obj *o, unsigned char *buf, nuu_getbyte getbyte, void *stream,     \
+                       int *len, nuu_status *status))                                         \
+    X(nuu_uc32, nuu_fgetuc32, (nuu_obj *o, void *stream, nuu_status *status))                 \
     X(int, nuu_uc32width, (nuu_obj *o, nuu_uc32 wc, nuu_status *status))                      \
     X(int, nuu_mbwidth, (nuu_obj *o, const unsigned char *s, nuu_status *status))             \
     X(int, nuu_ucs32width, (nuu_obj *o, const nuu_uc32 *ws, int n, nuu_status *status))       \

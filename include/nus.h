@@ -1307,6 +1307,8 @@ NU_API extern nu_nuu_entry fn_nuu_mbsprev;
 NU_API extern nu_nuu_entry fn_nuu_putmbsi;
 NU_API extern nu_nuu_entry fn_nuu_mbschr;
 NU_API extern nu_nuu_entry fn_nuu_mbsntsbytes;
+NU_API extern nu_nuu_entry fn_nuu_getmb;
+NU_API extern nu_nuu_entry fn_nuu_fgetuc32;
 NU_API extern nu_nuu_entry fn_nuu_uc32width;
 NU_API extern nu_nuu_entry fn_nuu_mbwidth;
 NU_API extern nu_nuu_entry fn_nuu_ucs32width;

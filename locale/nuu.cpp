@@ -136,14 +136,19 @@ nu_nuu_map *read_locmap(nu_locale_rec *h) {
     return map;
 }
 
-// The host functions the companion calls back: code-set names from the registry.
+// The host functions the companion calls back: code-set names from the registry, and the
+// external-function table's stream functions.
 int host_codeset_name(unsigned int number, char *out) {
     char name[NU_CS_NAME_SIZE];
     if (nu_cs_num2cs_name(nullptr, number, name, nullptr) != 0) return -1;
     std::snprintf(out, 64, "%s", name);
     return 0;
 }
-const nuu_host g_host{NUU_INTERFACE_VERSION, host_codeset_name};
+int host_fgetc(void *stream) { return _nu_ext_fgetc(static_cast<FILE *>(stream)); }
+int host_feof(void *stream) { return _nu_ext_feof(static_cast<FILE *>(stream)); }
+int host_ferror(void *stream) { return _nu_ext_ferror(static_cast<FILE *>(stream)); }
+const nuu_host g_host{NUU_INTERFACE_VERSION, host_codeset_name, host_fgetc, host_feof,
+                      host_ferror};
 
 // Loads the companion at path and resolves every entry point; false (logged) when it cannot.
 bool load_companion(const char *path) {

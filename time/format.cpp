@@ -480,33 +480,16 @@ public:
             return text(list[index], s);
         }
         case 'c':
-            if (!not_o()) return -1;
-            return composite(mod == 'E' && *wide(t.era_date_time_format) != 0
-                                 ? wide(t.era_date_time_format) : wide(t.date_time_format),
-                             s, upcase, depth);
         case 'x':
-            if (!not_o()) return -1;
-            return composite(mod == 'E' && *wide(t.era_date_format) != 0
-                                 ? wide(t.era_date_format) : wide(t.date_format),
-                             s, upcase, depth);
         case 'X':
-            if (!not_o()) return -1;
-            return composite(mod == 'E' && *wide(t.era_time_format) != 0
-                                 ? wide(t.era_time_format) : wide(t.time_format),
-                             s, upcase, depth);
         case 'D':
-            if (!no_modifier()) return -1;
-            return composite(kFmtD.w, s, upcase, depth);
         case 'F':
-            if (!no_modifier()) return -1;
-            return composite(kFmtF.w, s, upcase, depth);
         case 'R':
-            return composite(kFmtR.w, s, upcase, depth);
         case 'T':
-            return composite(kFmtT.w, s, upcase, depth);
-        case 'r':
-            return composite(*wide(t.time_format_ampm) != 0 ? wide(t.time_format_ampm) : kFmtr.w,
-                             s, upcase, depth);
+        case 'r': {
+            const nu_wchar *sub = composite_format(t, c, mod);
+            return sub == nullptr ? fail(h_, NU_EMODIFIER) : composite(sub, s, upcase, depth);
+        }
         case 'C': {
             if (!value_.need(Value::kDate)) return -1;
             if (mod == 'E') {
@@ -818,31 +801,7 @@ private:
     // change, a modifier it takes); null for any other conversion.
     const nu_wchar *expansion(const Conv &cv) const {
         if (cv.s.precision >= 0 || cv.upcase || cv.s.width > 0) return nullptr;
-        const TimeFields &t = h_->time;
-        const int mod = cv.s.modifier;
-        auto pick = [&](const CatString &era, const CatString &plain) {
-            return mod == 'E' && *wide(era) != 0 ? wide(era) : wide(plain);
-        };
-        switch (cv.c) {
-        case 'c':
-            return mod == 'O' ? nullptr : pick(t.era_date_time_format, t.date_time_format);
-        case 'x':
-            return mod == 'O' ? nullptr : pick(t.era_date_format, t.date_format);
-        case 'X':
-            return mod == 'O' ? nullptr : pick(t.era_time_format, t.time_format);
-        case 'D':
-            return mod == 0 ? kFmtD.w : nullptr;
-        case 'F':
-            return mod == 0 ? kFmtF.w : nullptr;
-        case 'R':
-            return kFmtR.w;
-        case 'T':
-            return kFmtT.w;
-        case 'r':
-            return *wide(t.time_format_ampm) != 0 ? wide(t.time_format_ampm) : kFmtr.w;
-        default:
-            return nullptr;
-        }
+        return composite_format(h_->time, cv.c, cv.s.modifier);
     }
 
     // A literal character as ByteOut writes it.

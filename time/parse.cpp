@@ -433,33 +433,16 @@ public:
             return 0;
         }
         case 'c':
-            if (!allow(true, false)) return -1;
-            return run(mod == 'E' && *wide(t.era_date_time_format) != 0
-                           ? wide(t.era_date_time_format) : wide(t.date_time_format),
-                       depth + 1);
         case 'x':
-            if (!allow(true, false)) return -1;
-            return run(mod == 'E' && *wide(t.era_date_format) != 0 ? wide(t.era_date_format)
-                                                                   : wide(t.date_format),
-                       depth + 1);
         case 'X':
-            if (!allow(true, false)) return -1;
-            return run(mod == 'E' && *wide(t.era_time_format) != 0 ? wide(t.era_time_format)
-                                                                   : wide(t.time_format),
-                       depth + 1);
         case 'D':
-            if (!allow(false, false)) return -1;
-            return run(kFmtD.w, depth + 1);
         case 'F':
-            if (!allow(false, false)) return -1;
-            return run(kFmtF.w, depth + 1);
         case 'R':
-            return run(kFmtR.w, depth + 1);
         case 'T':
-            return run(kFmtT.w, depth + 1);
-        case 'r':
-            return run(*wide(t.time_format_ampm) != 0 ? wide(t.time_format_ampm) : kFmtr.w,
-                       depth + 1);
+        case 'r': {
+            const nu_wchar *sub = composite_format(t, c, mod);
+            return sub == nullptr ? fail(h_, NU_EMODIFIER) : run(sub, depth + 1);
+        }
         case 'C':
             return era_name();   // with E and eras: the others are numbers
         case 'Y':
@@ -798,31 +781,7 @@ private:
     // The format a composite conversion reads in place, when the conversion takes its
     // modifier; null for any other conversion.
     const nu_wchar *expansion(const Conv &cv) const {
-        if (cv.precision >= 0) return nullptr;
-        const TimeFields &t = h_->time;
-        auto pick = [&](const CatString &era, const CatString &plain) {
-            return cv.mod == 'E' && *wide(era) != 0 ? wide(era) : wide(plain);
-        };
-        switch (cv.c) {
-        case 'c':
-            return cv.mod == 'O' ? nullptr : pick(t.era_date_time_format, t.date_time_format);
-        case 'x':
-            return cv.mod == 'O' ? nullptr : pick(t.era_date_format, t.date_format);
-        case 'X':
-            return cv.mod == 'O' ? nullptr : pick(t.era_time_format, t.time_format);
-        case 'D':
-            return cv.mod == 0 ? kFmtD.w : nullptr;
-        case 'F':
-            return cv.mod == 0 ? kFmtF.w : nullptr;
-        case 'R':
-            return kFmtR.w;
-        case 'T':
-            return kFmtT.w;
-        case 'r':
-            return *wide(t.time_format_ampm) != 0 ? wide(t.time_format_ampm) : kFmtr.w;
-        default:
-            return nullptr;
-        }
+        return cv.precision >= 0 ? nullptr : composite_format(h_->time, cv.c, cv.mod);
     }
 
     static constexpr int kSteps = 128;

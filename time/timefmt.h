@@ -280,4 +280,33 @@ constexpr Fixed kFmtR("%H:%M");
 constexpr Fixed kFmtT("%H:%M:%S");
 constexpr Fixed kFmtr("%I:%M:%S %p");
 
+// The format a composite conversion (%c %x %X %D %F %R %T %r) stands for, given the modifier
+// it is written with; null for any other conversion and for a modifier it does not take
+// (which the conversion itself reports).
+inline const nu_wchar *composite_format(const TimeFields &t, nu_wchar c, int mod) {
+    auto pick = [&](const CatString &era, const CatString &plain) {
+        return mod == 'E' && *wide(era) != 0 ? wide(era) : wide(plain);
+    };
+    switch (c) {
+    case 'c':
+        return mod == 'O' ? nullptr : pick(t.era_date_time_format, t.date_time_format);
+    case 'x':
+        return mod == 'O' ? nullptr : pick(t.era_date_format, t.date_format);
+    case 'X':
+        return mod == 'O' ? nullptr : pick(t.era_time_format, t.time_format);
+    case 'D':
+        return mod == 0 ? kFmtD.w : nullptr;
+    case 'F':
+        return mod == 0 ? kFmtF.w : nullptr;
+    case 'R':
+        return kFmtR.w;
+    case 'T':
+        return kFmtT.w;
+    case 'r':
+        return *wide(t.time_format_ampm) != 0 ? wide(t.time_format_ampm) : kFmtr.w;
+    default:
+        return nullptr;
+    }
+}
+
 } // namespace nus::tm

@@ -8,6 +8,7 @@
 #include <unicode/ustring.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <random>
@@ -36,7 +37,10 @@ int codeset_name(unsigned number, char *out) {
     std::strcpy(out, name);
     return 0;
 }
-const nuu_host host{NUU_INTERFACE_VERSION, codeset_name};
+int stream_fgetc(void *stream) { return std::fgetc(static_cast<FILE *>(stream)); }
+int stream_feof(void *stream) { return std::feof(static_cast<FILE *>(stream)); }
+int stream_ferror(void *stream) { return std::ferror(static_cast<FILE *>(stream)); }
+const nuu_host host{NUU_INTERFACE_VERSION, codeset_name, stream_fgetc, stream_feof, stream_ferror};
 
 struct Companion : ::testing::Test {
     static void SetUpTestSuite() {

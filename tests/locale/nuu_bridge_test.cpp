@@ -273,6 +273,35 @@ TEST_F(Companion, CharactersCopiesAndReloads) {
     EXPECT_EQ(nu_full_mbsnext(h, u8(s)), u8(s) + 3);
     EXPECT_EQ(nu_full_mbschr(h, u8(s), u8("g")), u8(s) + 7);
     EXPECT_EQ(nu_mbsntsbytes(h, u8(s)), 9);
+    // Characters from streams: code points through the external fgetc, bytes through the
+    // caller's byte source, with the readers' failure codes.
+    {
+        TempDir dir;
+        const std::string path = dir.write("chars.txt", "a語😀\xe2\x82").string();
+        FILE *f = std::fopen(path.c_str(), "rb");
+        ASSERT_NE(f, nullptr);
+        for (const nu_wchar expected : {nu_wchar{'a'}, nu_wchar{0x8A9E}, nu_wchar{0x1F600}})
+            EXPECT_EQ(nu_full_fgetwc(h, f), expected);
+        EXPECT_EQ(nu_full_fgetwc(h, f), static_cast<nu_wchar>(-1));
+        EXPECT_EQ(*_nu_ext_errno(h), NU_EINVAL);   // the end inside a character
+        EXPECT_EQ(nu_full_fgetwc(h, f), static_cast<nu_wchar>(-1));
+        EXPECT_EQ(*_nu_ext_errno(h), NU_EEOF);
+        std::fclose(f);
+        const char *bytes = "\xc3\xa9\xff";
+        auto next = [](void *stream) {
+            auto *p = static_cast<const char **>(stream);
+            return **p != 0 ? static_cast<int>(static_cast<unsigned char>(*(*p)++)) : -1;
+        };
+        unsigned char buf[4];
+        int len = -1;
+        EXPECT_EQ(nu_getmb(h, buf, next, &bytes, &len), 0);
+        EXPECT_EQ(len, 2);
+        EXPECT_EQ(nu_getmb(h, buf, next, &bytes, &len), -1);
+        EXPECT_EQ(*_nu_ext_errno(h), NU_EILSEQ);
+        EXPECT_EQ(nu_getmb(h, buf, next, &bytes, &len), -1);
+        EXPECT_EQ(*_nu_ext_errno(h), NU_EEOF);
+        EXPECT_EQ(len, 0);
+    }
     // Classes and case of code points: Unicode's simple mappings (ß has no single upper case).
     const int upper = nu_ctype(h, "upper"), alpha = nu_ctype(h, "alpha");
     EXPECT_EQ(_nu_im_iswctype(h, 0xC4, upper | alpha), upper | alpha);
