@@ -848,6 +848,9 @@ int build_weight_keys(nu_locale_rec *h) {
 // Through the functions chosen for the handle's locale.
 NU_EXPORT int nu_full_mbscoll(nu_locale_t h, const unsigned char *s1, const unsigned char *s2) {
     if (h == nullptr || h->collate == nullptr) return fail(h, NU_EBADARG, 0);
+    // In companion mode the companion compares, called from here without the kind-3 hop.
+    if (nus::nuu_collates(h))
+        return nus::nuu_call(h, nus::kNuuCollate, nus::call_nuu_mbscoll(), s1, -1, s2, -1);
     return h->collate(h, s1, s2);
 }
 

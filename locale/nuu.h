@@ -25,11 +25,14 @@ inline bool nuu_collates(const nu_locale_rec *h) {
 
 // Calls a companion entry point with the category's object first, the arguments, and a
 // status last; a positive status becomes the handle's error code.
+[[gnu::cold, gnu::noinline]] inline void nuu_failed(nu_locale_rec *h, nuu_status status) {
+    set_error(h, status);
+}
 template <typename Fn, typename... A>
 auto nuu_call(nu_locale_rec *h, int index, Fn fn, A... args) {
     nuu_status status = 0;
     auto result = fn(static_cast<nuu_obj *>(h->companion[index]), args..., &status);
-    if (status > 0) set_error(h, status);
+    if (status > 0) [[unlikely]] nuu_failed(h, status);
     return result;
 }
 
