@@ -400,31 +400,41 @@ int init_message_info(nu_locale_rec *h) {
                : -1;
 }
 
+void copy_lconv(int category, LconvFields &to, const LconvFields &from) {
+    switch (category) {
+    case NU_NUMERIC:
+        to.decimal_point = from.decimal_point;
+        to.thousands_sep = from.thousands_sep;
+        to.grouping = from.grouping;
+        to.positive_sign = from.positive_sign;
+        to.negative_sign = from.negative_sign;
+        break;
+    case NU_MONETARY:
+        to.int_curr_symbol = from.int_curr_symbol;
+        to.currency_symbol = from.currency_symbol;
+        to.mon_decimal_point = from.mon_decimal_point;
+        to.mon_thousands_sep = from.mon_thousands_sep;
+        to.mon_grouping = from.mon_grouping;
+        to.mon_positive_sign = from.mon_positive_sign;
+        to.mon_negative_sign = from.mon_negative_sign;
+        std::memcpy(to.mon_values, from.mon_values, sizeof to.mon_values);
+        break;
+    case NU_MESSAGES:
+        for (int i = 0; i < 4; ++i) to.messages[i] = from.messages[i];
+        break;
+    default:
+        break;
+    }
+}
+
 void copy_numeric(nu_locale_rec *dst, const nu_locale_rec *src) {
-    LconvFields &d = dst->lc;
-    const LconvFields &s = src->lc;
-    d.decimal_point = s.decimal_point;
-    d.thousands_sep = s.thousands_sep;
-    d.grouping = s.grouping;
-    d.positive_sign = s.positive_sign;
-    d.negative_sign = s.negative_sign;
+    copy_lconv(NU_NUMERIC, dst->lc, src->lc);
 }
-
 void copy_monetary(nu_locale_rec *dst, const nu_locale_rec *src) {
-    LconvFields &d = dst->lc;
-    const LconvFields &s = src->lc;
-    d.int_curr_symbol = s.int_curr_symbol;
-    d.currency_symbol = s.currency_symbol;
-    d.mon_decimal_point = s.mon_decimal_point;
-    d.mon_thousands_sep = s.mon_thousands_sep;
-    d.mon_grouping = s.mon_grouping;
-    d.mon_positive_sign = s.mon_positive_sign;
-    d.mon_negative_sign = s.mon_negative_sign;
-    std::memcpy(d.mon_values, s.mon_values, sizeof d.mon_values);
+    copy_lconv(NU_MONETARY, dst->lc, src->lc);
 }
-
 void copy_messages(nu_locale_rec *dst, const nu_locale_rec *src) {
-    for (int i = 0; i < 4; ++i) dst->lc.messages[i] = src->lc.messages[i];
+    copy_lconv(NU_MESSAGES, dst->lc, src->lc);
 }
 
 } // namespace nus

@@ -39,6 +39,9 @@ int init_numeric_info(nu_locale_rec *h);
 int init_monetary_info(nu_locale_rec *h);
 int init_message_info(nu_locale_rec *h);
 // Shares the category's fields with another handle, and rebuilds the conventions record.
+// One category's part of the NUMERIC, MONETARY and MESSAGES record (the fields a load of
+// that category sets), copied from one record to another.
+void copy_lconv(int category, LconvFields &to, const LconvFields &from);
 void copy_numeric(nu_locale_rec *dst, const nu_locale_rec *src);
 void copy_monetary(nu_locale_rec *dst, const nu_locale_rec *src);
 void copy_messages(nu_locale_rec *dst, const nu_locale_rec *src);

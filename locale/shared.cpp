@@ -81,36 +81,6 @@ bool same_memory(const Entry &e) {
     return true;
 }
 
-// Moves one category's fields between a handle and an entry, both ways: exactly what a
-// load sets in the handle for that category (a category's own part of the NUMERIC, MONETARY
-// and MESSAGES record).
-void copy_lconv(int category, LconvFields &to, const LconvFields &from) {
-    switch (category) {
-    case NU_NUMERIC:
-        to.decimal_point = from.decimal_point;
-        to.thousands_sep = from.thousands_sep;
-        to.grouping = from.grouping;
-        to.positive_sign = from.positive_sign;
-        to.negative_sign = from.negative_sign;
-        break;
-    case NU_MONETARY:
-        to.int_curr_symbol = from.int_curr_symbol;
-        to.currency_symbol = from.currency_symbol;
-        to.mon_decimal_point = from.mon_decimal_point;
-        to.mon_thousands_sep = from.mon_thousands_sep;
-        to.mon_grouping = from.mon_grouping;
-        to.mon_positive_sign = from.mon_positive_sign;
-        to.mon_negative_sign = from.mon_negative_sign;
-        std::memcpy(to.mon_values, from.mon_values, sizeof to.mon_values);
-        break;
-    case NU_MESSAGES:
-        for (int i = 0; i < 4; ++i) to.messages[i] = from.messages[i];
-        break;
-    default:
-        break;
-    }
-}
-
 void store(Entry *e, const nu_locale_rec *h, int category) {
     switch (category) {
     case NU_CTYPE:
