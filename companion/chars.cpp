@@ -362,55 +362,37 @@ int multibyte_width(const unsigned char *s, const unsigned char *end, int n,
     return sum;
 }
 
+// True, with `code` stored, when an argument check finds `bad`.
+bool refused(bool bad, nuu_status code, nuu_status *status) {
+    if (bad) fail(status, code);
+    return bad;
+}
+
 } // namespace
 
 NUU_EXPORT int nuu_ucs32width(nuu_obj *, const nuu_uc32 *ws, int n, nuu_status *status) {
-    if (ws == nullptr) {
-        fail(status, kEbadarg);
-        return -1;
-    }
-    if (n < 0) {
-        fail(status, kEnowidth);
-        return -1;
-    }
+    if (refused(ws == nullptr, kEbadarg, status) || refused(n < 0, kEnowidth, status)) return -1;
     return wide_width(ws, nullptr, n, status);
 }
 
 NUU_EXPORT int nuu_mbswidth(nuu_obj *, const unsigned char *s, int n, nuu_status *status) {
-    if (s == nullptr) {
-        fail(status, kEbadarg);
-        return -1;
-    }
-    if (n < 0) {
-        fail(status, kEnowidth);
-        return -1;
-    }
+    if (refused(s == nullptr, kEbadarg, status) || refused(n < 0, kEnowidth, status)) return -1;
     return multibyte_width(s, nullptr, n, status);
 }
 
 NUU_EXPORT int nuu_ucs32pwidth(nuu_obj *, const nuu_uc32 *start, const nuu_uc32 *end,
                                nuu_status *status) {
-    if (start == nullptr || end == nullptr) {
-        fail(status, kEbadarg);
+    if (refused(start == nullptr || end == nullptr, kEbadarg, status) ||
+        refused(end < start, kEposition, status))
         return -1;
-    }
-    if (end < start) {
-        fail(status, kEposition);
-        return -1;
-    }
     return wide_width(start, end, 0, status);
 }
 
 NUU_EXPORT int nuu_mbspwidth(nuu_obj *, const unsigned char *start, const unsigned char *end,
                              nuu_status *status) {
-    if (start == nullptr || end == nullptr) {
-        fail(status, kEbadarg);
+    if (refused(start == nullptr || end == nullptr, kEbadarg, status) ||
+        refused(end < start, kEposition, status))
         return -1;
-    }
-    if (end < start) {
-        fail(status, kEposition);
-        return -1;
-    }
     return multibyte_width(start, end, 0, status);
 }
 
