@@ -1,6 +1,6 @@
 // Companion mode beside ICU called directly: comparisons and sort keys of German words in
-// de_de.utf8 through the library's entry points (kind-3 collation: one indirect call into the
-// companion, which calls ICU) and through ICU's own calls on the same collator's locale.
+// de_de.utf8 through the library's entry points (the companion's collator: one indirect call
+// into ICU's comparison) and through ICU's own calls on the same collator's locale.
 #include "nus.h"
 
 #include <benchmark/benchmark.h>

@@ -19,7 +19,7 @@ namespace {
 
 NU_EXPORT int _nuu_mbscoll(nu_locale_t h, const unsigned char *s1, const unsigned char *s2) {
     if (!usable(h)) return 0;
-    return nus::nuu_call(h, nus::kNuuCollate, nus::call_nuu_mbscoll(), s1, -1, s2, -1);
+    return nus::nuu_compare(h, s1, -1, s2, -1);
 }
 
 NU_EXPORT int _nuu_mbfscoll(nu_locale_t h, const unsigned char *s1, int len1,
@@ -33,7 +33,7 @@ NU_EXPORT int _nuu_mbfscoll(nu_locale_t h, const unsigned char *s1, int len1,
         nus::set_error(h, NU_EBADVAL);
         return 0;
     }
-    return nus::nuu_call(h, nus::kNuuCollate, nus::call_nuu_mbscoll(), s1, len1, s2, len2);
+    return nus::nuu_compare(h, s1, len1, s2, len2);
 }
 
 NU_EXPORT int _nuu_mbsxfrm(nu_locale_t h, unsigned char *out, const unsigned char *s, int n) {

@@ -847,10 +847,11 @@ int build_weight_keys(nu_locale_rec *h) {
 
 // Through the functions chosen for the handle's locale.
 NU_EXPORT int nu_full_mbscoll(nu_locale_t h, const unsigned char *s1, const unsigned char *s2) {
-    if (h == nullptr || h->collate == nullptr) return fail(h, NU_EBADARG, 0);
-    // In companion mode the companion compares, called from here without the kind-3 hop.
-    if (nus::nuu_collates(h))
-        return nus::nuu_call(h, nus::kNuuCollate, nus::call_nuu_mbscoll(), s1, -1, s2, -1);
+    if (h == nullptr) return fail(h, NU_EBADARG, 0);
+    // In companion mode its collator compares, called from here without the kind-3 hop (the
+    // flag is set only while a collation is loaded).
+    if (nus::nuu_collates(h)) return nus::nuu_compare(h, s1, -1, s2, -1);
+    if (h->collate == nullptr) return fail(h, NU_EBADARG, 0);
     return h->collate(h, s1, s2);
 }
 

@@ -83,6 +83,9 @@ NUU_EXPORT nuu_obj *nuu_open(const char *locale, const char *codeset, int catego
             fail(status, err == U_MEMORY_ALLOCATION_ERROR ? kEnomem : kEload);
             return nullptr;
         }
+        // The comparison's types are ICU's, as the C ABI passes them (enums are ints).
+        o->head.compare = reinterpret_cast<nuu_compare_fn>(&ucol_strcollUTF8);
+        o->head.collator = o->coll;
     }
     return o;
 }

@@ -26,7 +26,11 @@ enum : nuu_status {
     kEload = 55,
 };
 
+static_assert(sizeof(UCollationResult) == sizeof(int) && sizeof(UErrorCode) == sizeof(int),
+              "the comparison in the object head passes ICU's enums as ints");
+
 struct nuu_obj {
+    nuu_obj_head head;        // first: what callers may use directly
     int category;
     UCollator *coll;          // the locale's collator (COLLATE objects only)
     UCollator *primary;       // a primary-strength clone, made by the bound search

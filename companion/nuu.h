@@ -40,7 +40,19 @@ typedef struct nuu_host {
 /* A function returning the next byte of a stream, or -1. */
 typedef int (*nuu_getbyte)(void *stream);
 
-#define NUU_INTERFACE_VERSION 2
+/* A companion object of the collation category begins with this head: the collator's own
+   comparison of text in the object's code set (lengths of -1 for NUL-terminated text) and the
+   collator it takes first, so that a caller comparing many strings pays one indirect call. The
+   error it stores is positive on failure; the caller then learns the status from nuu_mbscoll.
+   Both are null in objects of other categories. */
+typedef int (*nuu_compare_fn)(const void *collator, const char *s1, int32_t len1,
+                              const char *s2, int32_t len2, int *error);
+typedef struct nuu_obj_head {
+    nuu_compare_fn compare;
+    const void *collator;
+} nuu_obj_head;
+
+#define NUU_INTERFACE_VERSION 3
 
 /* The entry points, as function types: the bridge's pointers use them. */
 #define NUU_ENTRY_POINTS(X)                                                                    \

@@ -36,6 +36,26 @@ auto nuu_call(nu_locale_rec *h, int index, Fn fn, A... args) {
     return result;
 }
 
+// A comparison by the companion's collator, called directly through the head of its object;
+// when it fails (or a companion leaves the head empty), the companion's entry point compares
+// again, for the status.
+[[gnu::cold, gnu::noinline]] inline int nuu_compare_again(nu_locale_rec *h,
+                                                          const unsigned char *s1, int len1,
+                                                          const unsigned char *s2, int len2) {
+    return nuu_call(h, kNuuCollate, call_nuu_mbscoll(), s1, len1, s2, len2);
+}
+inline int nuu_compare(nu_locale_rec *h, const unsigned char *s1, int len1,
+                       const unsigned char *s2, int len2) {
+    const auto *head = static_cast<const nuu_obj_head *>(h->companion[kNuuCollate]);
+    if (head->compare == nullptr) [[unlikely]]
+        return nuu_compare_again(h, s1, len1, s2, len2);
+    int error = 0;
+    const int r = head->compare(head->collator, reinterpret_cast<const char *>(s1), len1,
+                                reinterpret_cast<const char *>(s2), len2, &error);
+    if (error > 0) [[unlikely]] return nuu_compare_again(h, s1, len1, s2, len2);
+    return r;
+}
+
 // The companion is loaded and NU_USENUU asks for it now: what a load or an open consults, so
 // that a process whose variable is gone again keeps its later handles and descriptors in
 // table mode.

@@ -229,6 +229,13 @@ TEST_F(Companion, CollationThroughTheLibraryMatchesIcu) {
         }
         EXPECT_EQ(mismatches, 0);
         EXPECT_EQ(*_nu_ext_errno(h), 0);
+        // A failing comparison still reports the companion's status.
+        EXPECT_EQ(nu_full_mbscoll(h, nullptr, u8(w[0])), 0);
+        EXPECT_EQ(*_nu_ext_errno(h), NU_EBADARG);
+        *_nu_ext_errno(h) = 0;
+        EXPECT_EQ(_nuu_mbscoll(h, u8(w[0]), nullptr), 0);
+        EXPECT_EQ(*_nu_ext_errno(h), NU_EBADARG);
+        *_nu_ext_errno(h) = 0;
         // Bounds of a prefix: ICU's bound of the prefix's key.
         const std::string prefix = w[3].substr(0, 2);
         const std::string key = icu_key(icu, prefix);
