@@ -29,6 +29,26 @@ int islamic_weekday(int mday, int m, int y);
 constexpr bool gregorian_leap(int64_t year) {
     return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
 }
+constexpr bool gregorian_leap(int32_t year) {   // the common case without 64-bit division
+    return (year & 3) == 0 && (year % 100 != 0 || year % 400 == 0);
+}
+
+// Days before each month in a common year.
+inline constexpr int32_t kDaysBeforeMonth[12] = {0,   31,  59,  90,  120, 151,
+                                                 181, 212, 243, 273, 304, 334};
+
+// The day of the year (from 0) and the day of the week (0 = Sunday) of a Gregorian date of
+// the years 1 to 9999 (month from 0 to 11).
+struct DayFacts {
+    int32_t yday, wday;
+};
+inline DayFacts gregorian_day_facts(int32_t year, int32_t month, int32_t mday) {
+    const int32_t yday =
+        kDaysBeforeMonth[month] + (month > 1 && gregorian_leap(year) ? 1 : 0) + mday - 1;
+    const auto y = static_cast<uint32_t>(year - 1);   // 1 January of year 1 was a Monday
+    const uint32_t day = static_cast<uint32_t>(yday) + 365 * y + y / 4 - y / 100 + y / 400 + 1;
+    return {yday, static_cast<int32_t>(day % 7)};
+}
 
 // The year and day of year of a day counted from 1 January of year 1 (day 0) in the
 // proleptic Gregorian calendar; exact for every day from 0 on.

@@ -154,10 +154,16 @@ const ProgramHeader *find_program(nu_locale_rec *h, ProgramKind kind, const char
     const auto *f = reinterpret_cast<const unsigned char *>(format);
     for (const ProgramHeader *p : d->programs[kind]) {
         if (p == nullptr || p->wide != 0) continue;
-        // Compared as the strings they are: a shorter format stops at its terminator.
+        // Compared as the strings they are: a shorter format stops at its terminator (a key
+        // holds no zero byte), so nothing past it is read.
+        const unsigned char *k = p->key;
+        const uint32_t n = p->key_bytes;
         uint32_t i = 0;
-        while (i < p->key_bytes && p->key[i] == f[i]) ++i;
-        if (i == p->key_bytes && f[i] == 0) return p;
+        for (; i + 4 <= n; i += 4)
+            if (k[i] != f[i] || k[i + 1] != f[i + 1] || k[i + 2] != f[i + 2] || k[i + 3] != f[i + 3])
+                break;
+        while (i < n && k[i] == f[i]) ++i;
+        if (i == n && f[i] == 0) return p;
     }
     return nullptr;
 }

@@ -9,8 +9,6 @@ int32_t _nu_greg_month_length[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30,
 
 namespace {
 
-// Days before each month in a common year.
-constexpr int32_t kDaysBeforeMonth[12] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
 
 constexpr int32_t kGregorian = 1;
 constexpr int32_t kHebrew = 2;
@@ -64,7 +62,7 @@ void set_gregorian_day(nu_time_rec &r, int32_t day) {
 NU_EXPORT int _nu_gregorian_yearday(int mday, int month, int year) {
     // Never read beyond the table: a month outside the year has no day of year.
     if (month < 0 || month > 11) return -1;
-    const int before = kDaysBeforeMonth[month] + (month > 1 && nus::gregorian_leap(year) ? 1 : 0);
+    const int before = nus::kDaysBeforeMonth[month] + (month > 1 && nus::gregorian_leap(year) ? 1 : 0);
     return mday + before - 1;
 }
 

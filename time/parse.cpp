@@ -96,7 +96,8 @@ bool number_field(nu_wchar c, int mod, const TimeFields &t, NumberField *f) {
     }
 }
 
-void store_number(Found &v, nu_wchar c, int mod, const TimeFields &t, int n) {
+[[gnu::always_inline]] inline void store_number(Found &v, nu_wchar c, int mod,
+                                                const TimeFields &t, int n) {
     switch (c) {
     case 'C':
         v.century = n;
@@ -211,10 +212,15 @@ struct ParseStep {
     // For read_bytes: a literal character beyond ASCII as its bytes (0: ASCII, or none).
     int32_t length;
     unsigned char bytes[4];
+    // For read_bytes: a number followed by literal text other than an ASCII letter (the next
+    // step) takes that character's bytes too (then_length 0: not).
+    int32_t then_length;
+    unsigned char then_bytes[4];
 };
 struct ParseProgram {
     ProgramHeader header;
     int32_t bytes;   // only numbers, white space and literal text: read_bytes may read it
+    int32_t plain;   // and the numbers are Gregorian days, months, years and times of day
     int32_t steps;
     ParseStep step[1];
 };
@@ -601,7 +607,7 @@ private:
     bool no_memory_ = false;   // alternative digits could not be had: NU_ENOMEM, not a mismatch
 };
 
-// The parsed fields put together into a Gregorian value.
+// The parsed fields put together into a Gregorian value in *out, which comes zeroed.
 int assemble(nu_locale_rec *h, Found &v, nu_time_rec *out) {
     int year = v.year;
     if (v.want_era && v.era < 0 && v.era_year >= 0) {
@@ -648,7 +654,7 @@ int assemble(nu_locale_rec *h, Found &v, nu_time_rec *out) {
         if (nu_cal_gregorian_to_local(h, &start, &there) == 0) year = there.year + 1900;
     }
 
-    nu_time_rec r{};
+    nu_time_rec &r = *out;   // the caller's, all zero
     r.fraction = v.fraction;
     r.second = v.second;
     r.minute = v.minute;
@@ -676,7 +682,6 @@ int assemble(nu_locale_rec *h, Found &v, nu_time_rec *out) {
         }
         if (r.mday > month_length(month, year)) return fail(h, NU_EMDAY);
         r.month = r.month_name = month;
-        *out = r;
     } else {
         r.month = v.month_name >= 0 ? -1 : v.month;
         r.month_name = v.month_name;
@@ -704,10 +709,9 @@ int assemble(nu_locale_rec *h, Found &v, nu_time_rec *out) {
         if (g.year < 1 - 1900 || g.year > 9999 - 1900) return fail(h, NU_EYEAR);
         *out = g;
     }
-    const int gy = out->year + 1900;
-    out->yday = _nu_gregorian_yearday(out->mday, out->month, gy);
-    const int64_t y = int64_t{gy} - 1;   // 1 January of year 1 was a Monday
-    out->wday = static_cast<int>((out->yday + 365 * y + y / 4 - y / 100 + y / 400 + 1) % 7);
+    const DayFacts facts = gregorian_day_facts(out->year + 1900, out->month, out->mday);
+    out->yday = facts.yday;
+    out->wday = facts.wday;
     out->month_name = out->month;
     // A day of week that contradicts the date; without a day (of month or year) it names none.
     if (v.wday >= 0 && (v.have_mday || v.yday >= 0) && v.wday != out->wday &&
@@ -736,13 +740,30 @@ public:
         p->steps = steps_;
         p->bytes = (h_->single_byte || (h_->ascii_direct && term_length(h_) == 1)) &&
                    h_->companion_flag[cat_index(NU_CTYPE)] == 0;
+        p->plain = h_->time.calendar <= 1;
         for (int i = 0; i < steps_; ++i) {
             p->step[i] = step_[i];
+            if (step_[i].kind == ParseStep::kNumber &&
+                (step_[i].conv.mod != 0 || std::strchr("deHkmMSY", static_cast<int>(step_[i].conv.c)) == nullptr))
+                p->plain = 0;
             const ParseStep &step = step_[i];
             if ((step.kind == ParseStep::kNumber && step.conv.mod != 0) ||
                 (step.kind == ParseStep::kConversion &&
                  (step.conv.mod != 0 || (step.conv.c != 'n' && step.conv.c != 't'))))
                 p->bytes = 0;
+            if (step.kind == ParseStep::kNumber && i + 1 < steps_ &&
+                step_[i + 1].kind == ParseStep::kLiteral) {
+                const ParseStep &next = step_[i + 1];
+                const nu_wchar c = next.conv.c;
+                ParseStep &fused = p->step[i];
+                if (next.length > 0) {
+                    fused.then_length = next.length;
+                    std::memcpy(fused.then_bytes, next.bytes, sizeof next.bytes);
+                } else if (c > ' ' && c < 0x7F && !((c | 0x20) >= 'a' && (c | 0x20) <= 'z')) {
+                    fused.then_length = 1;
+                    fused.then_bytes[0] = static_cast<unsigned char>(c);
+                }
+            }
         }
         return p;
     }
@@ -751,7 +772,7 @@ private:
     bool walk(const nu_wchar *f, int depth) {
         if (depth > kMaxDepth) return false;
         for (; *f != 0; ++f) {
-            ParseStep step{ParseStep::kLiteral, depth, Conv{*f, 0, -1}, NumberField{}, 0, {}};
+            ParseStep step{ParseStep::kLiteral, depth, Conv{*f, 0, -1}, NumberField{}, 0, {}, 0, {}};
             if (is_space(h_, *f)) {
                 // A run of white space skips what one blank skips.
                 if (steps_ > 0 && step_[steps_ - 1].kind == ParseStep::kSpace) continue;
@@ -811,39 +832,73 @@ const ParseProgram *program_for(nu_locale_rec *h, const void *key, size_t key_by
 // alone: a character beyond ASCII where white space may stand or against ASCII literal
 // text, any mismatch or number out of range; the wide reader then reads the text from its
 // start and reports what it finds.
+// The bytes of a literal character beyond ASCII at `in`; a mismatch stops the comparison, so
+// nothing past the text's terminator is read.
+inline bool same_bytes(const unsigned char *in, const unsigned char *b, int32_t length) {
+    return in[0] == b[0] && (length < 2 || (in[1] == b[1] && (length < 3 || (in[2] == b[2] &&
+                                                              (length < 4 || in[3] == b[3])))));
+}
+
 const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text, Found &v) {
     const auto *in = reinterpret_cast<const unsigned char *>(text);
     const TimeFields &t = h->time;
     auto skip = [&] {
-        while (*in == ' ' || (*in >= '\t' && *in <= '\r')) ++in;
+        while (*in <= ' ' && (*in == ' ' || (*in >= '\t' && *in <= '\r'))) ++in;
         return *in < 0x80;
     };
-    for (int32_t i = 0; i < p.steps; ++i) {
-        const ParseStep &step = p.step[i];
-        const nu_wchar c = step.conv.c;
-        if (step.kind == ParseStep::kLiteral) {
-            if (step.length == 0) {
-                const unsigned b = *in;
+    for (const ParseStep *step = p.step, *last = p.step + p.steps; step < last; ++step) {
+        if (step->kind == ParseStep::kNumber) {
+            unsigned d = *in - static_cast<unsigned>('0');
+            if (d >= 10) {
+                if (!skip()) return nullptr;
+                d = *in - static_cast<unsigned>('0');
+                if (d >= 10) return nullptr;
+            }
+            const NumberField &field = step->field;
+            int value = static_cast<int>(d), n = 1;
+            ++in;
+            for (; n < field.digits && (d = *in - static_cast<unsigned>('0')) < 10; ++n, ++in)
+                value = value * 10 + static_cast<int>(d);
+            if (value < field.low || value > field.high) return nullptr;
+            store_number(v, step->conv.c, 0, t, value);
+            if (step->then_length != 0) {   // the literal text of the next step
+                if (!same_bytes(in, step->then_bytes, step->then_length)) return nullptr;
+                in += step->then_length;
+                ++step;
+            }
+        } else if (step->kind == ParseStep::kLiteral) {
+            if (step->length == 0) {
+                const unsigned b = *in, c = step->conv.c;
                 if (b != c && !(((b ^ c) == 0x20) && ((b | 0x20) - 'a' < 26u))) return nullptr;
                 ++in;
-                continue;
+            } else {
+                if (!same_bytes(in, step->bytes, step->length)) return nullptr;
+                in += step->length;
             }
-            for (int j = 0; j < step.length; ++j)   // a mismatch stops at the terminator
-                if (in[j] != step.bytes[j]) return nullptr;
-            in += step.length;
-        } else if (step.kind != ParseStep::kNumber) {   // white space, %n, %t
-            if (!skip()) return nullptr;
-        } else {
-            const NumberField &field = step.field;
-            if (!skip()) return nullptr;
-            int value = 0, n = 0;
-            for (unsigned d; n < field.digits && (d = *in - static_cast<unsigned>('0')) < 10; ++n, ++in)
-                value = value * 10 + static_cast<int>(d);
-            if (n == 0 || value < field.low || value > field.high) return nullptr;
-            store_number(v, c, 0, t, value);
+        } else if (!skip()) {   // white space, %n, %t
+            return nullptr;
         }
     }
     return reinterpret_cast<const char *>(in);
+}
+
+// What assemble makes of the fields of a plain program (read_bytes read them), straight into
+// the caller's value: false with the error stored when the date does not exist.
+bool deliver_plain(nu_locale_rec *h, const Found &v, nu_time_rec *t) {
+    const int year = v.year;
+    if (year < 1 || year > 9999) return fail(h, NU_EYEAR), false;
+    if (v.mday > month_length(v.month, year)) return fail(h, NU_EMDAY), false;
+    const DayFacts facts = gregorian_day_facts(year, v.month, v.mday);
+    t->fraction = 0;
+    t->second = v.second;
+    t->minute = v.minute;
+    t->hour = v.hour;
+    t->mday = v.mday;
+    t->month = t->month_name = v.month;
+    t->year = year - 1900;
+    t->wday = facts.wday;
+    t->yday = facts.yday;
+    return true;
 }
 
 // The parsed value handed to the caller, whose carried words it keeps.
@@ -901,6 +956,8 @@ NU_EXPORT char *nu_mbsptime(nu_locale_t h, const char *text, const char *format,
                 p += step.length;
             }
         }
+        if (end != nullptr && program->plain != 0)
+            return deliver_plain(h, v, t) ? const_cast<char *>(end) : nullptr;
         if (end != nullptr) {
             nu_time_rec r{};
             if (assemble(h, v, &r) < 0) return nullptr;
