@@ -305,7 +305,10 @@ struct Conv {
 // key and the literal bytes after them.
 // A conversion that writes a field of the value as a plain number, as it stands (no flag,
 // width or modifier): which field, its digits, zeros or spaces in front.
-enum Field : int32_t { kNotPlain, kMday, kHour, kHour12, kMinute, kSecond, kMonth, kYear2, kYear, kYday };
+enum Field : int32_t {
+    kNotPlain, kMday, kHour, kHour12, kMinute, kSecond, kMonth, kYear2, kYear, kYday,
+    kEraName, kEraYear   // %EC and %Ey: the era's name and year where the date has an era
+};
 
 struct FormatStep {
     int32_t literal;   // bytes of literal text at `at`, or 0: the conversion
@@ -411,10 +414,31 @@ public:
             case kYear2: value = (v.year % 100 + 100) % 100; break;
             case kYear: value = v.year + 1900; break;
             case kYday: value = v.yday + 1; break;
+            case kEraName:
+            case kEraYear:
+                if (era_step(step, v) < 0) return -1;
+                continue;
             }
             if (!plain_number(value, step.digits, step.spaced)) return -1;
         }
         return 0;
+    }
+
+    // %EC or %Ey of a compiled format: the era's name, or its year as a plain number; as the
+    // conversion says without an era (or with a year beyond the plain range).
+    int era_step(const FormatStep &step, const nu_time_rec &v) {
+        const int era = value_.era();
+        if (era == -2) return -1;
+        if (era >= 0 && step.field == kEraName)
+            return out_.text(h_->time.eras[era].name, kAsIs) ? 0 : -1;
+        if (era >= 0) {
+            const EraSpan &span = era_spans(h_)[era];
+            const int64_t year = h_->time.eras[era].offset +
+                                 (int64_t{v.year} - span.start[0]) * span.absolute_direction;
+            if (year >= 0 && year <= 99999)
+                return plain_number(static_cast<int>(year), step.digits, false) ? 0 : -1;
+        }
+        return execute(step.conv, step.depth);
     }
 
     // A number of at least `digits` digits (0 to 99999), zeros or spaces in front.
@@ -770,9 +794,15 @@ private:
     // Marks a conversion that writes a field as a plain number.
     void plain(FormatStep &step) {
         const Conv &cv = step.conv;
-        if (cv.s.pad != 0 || cv.s.width >= 0 || cv.s.precision >= 0 || cv.s.modifier != 0 ||
-            cv.upcase || cv.change_case)
+        if (cv.s.pad != 0 || cv.s.width >= 0 || cv.s.precision >= 0 || cv.upcase || cv.change_case)
             return;
+        if (cv.s.modifier == 'E' && (cv.c == 'C' || cv.c == 'y') && h_->time.era_count > 0) {
+            step.field = cv.c == 'C' ? kEraName : kEraYear;
+            step.digits = 2;
+            need_ |= Value::kDate;
+            return;
+        }
+        if (cv.s.modifier != 0) return;
         struct Plain {
             nu_wchar c;
             Field field;

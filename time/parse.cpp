@@ -220,7 +220,7 @@ struct ParseStep {
 struct ParseProgram {
     ProgramHeader header;
     int32_t bytes;   // only numbers, white space and literal text: read_bytes may read it
-    int32_t plain;   // and the numbers are Gregorian days, months, years and times of day
+    int32_t plain;   // and the numbers are Gregorian days, months, years and times of day (with am/pm)
     int32_t steps;
     ParseStep step[1];
 };
@@ -721,6 +721,20 @@ int assemble(nu_locale_rec *h, Found &v, nu_time_rec *out) {
     return 0;
 }
 
+// The am and pm strings can be read as bytes: both ASCII, neither empty nor the beginning of
+// the other when case is ignored (so that at most one matches).
+bool ascii_am_pm(const TimeFields &t) {
+    const char *a = t.am.mb, *b = t.pm.mb;
+    if (a == nullptr || b == nullptr || *a == 0 || *b == 0) return false;
+    for (const char *s : {a, b})
+        for (; *s != 0; ++s)
+            if (static_cast<unsigned char>(*s) >= 0x80) return false;
+    auto fold = [](char x) { return x >= 'A' && x <= 'Z' ? static_cast<char>(x | 0x20) : x; };
+    for (; *a != 0 && *b != 0; ++a, ++b)
+        if (fold(*a) != fold(*b)) return true;
+    return false;
+}
+
 // Compiles a format for the parser; null when it is better interpreted (malformed or long: the
 // interpreter then reports what it meets where it meets it).
 class Compiler {
@@ -741,27 +755,32 @@ public:
         p->bytes = (h_->single_byte || (h_->ascii_direct && term_length(h_) == 1)) &&
                    h_->companion_flag[cat_index(NU_CTYPE)] == 0;
         p->plain = h_->time.calendar <= 1;
+        const bool ampm = ascii_am_pm(h_->time);
         for (int i = 0; i < steps_; ++i) {
             p->step[i] = step_[i];
-            if (step_[i].kind == ParseStep::kNumber &&
-                (step_[i].conv.mod != 0 || std::strchr("deHkmMSY", static_cast<int>(step_[i].conv.c)) == nullptr))
-                p->plain = 0;
             const ParseStep &step = step_[i];
-            if ((step.kind == ParseStep::kNumber && step.conv.mod != 0) ||
-                (step.kind == ParseStep::kConversion &&
-                 (step.conv.mod != 0 || (step.conv.c != 'n' && step.conv.c != 't'))))
-                p->bytes = 0;
+            const nu_wchar c = step.conv.c;
+            if (step.kind == ParseStep::kNumber) {
+                if (step.conv.mod != 0) p->bytes = 0;
+                if (step.conv.mod != 0 || !(c == 'd' || c == 'e' || c == 'H' || c == 'k' ||
+                                            c == 'I' || c == 'l' || c == 'm' || c == 'M' ||
+                                            c == 'S' || c == 'Y'))
+                    p->plain = 0;
+            } else if (step.kind == ParseStep::kConversion) {
+                const bool am_pm = (c == 'p' || c == 'P') && ampm;
+                if (step.conv.mod != 0 || (c != 'n' && c != 't' && !am_pm)) p->bytes = 0;
+            }
             if (step.kind == ParseStep::kNumber && i + 1 < steps_ &&
                 step_[i + 1].kind == ParseStep::kLiteral) {
                 const ParseStep &next = step_[i + 1];
-                const nu_wchar c = next.conv.c;
+                const nu_wchar nc = next.conv.c;
                 ParseStep &fused = p->step[i];
                 if (next.length > 0) {
                     fused.then_length = next.length;
                     std::memcpy(fused.then_bytes, next.bytes, sizeof next.bytes);
-                } else if (c > ' ' && c < 0x7F && !((c | 0x20) >= 'a' && (c | 0x20) <= 'z')) {
+                } else if (nc > ' ' && nc < 0x7F && !((nc | 0x20) >= 'a' && (nc | 0x20) <= 'z')) {
                     fused.then_length = 1;
-                    fused.then_bytes[0] = static_cast<unsigned char>(c);
+                    fused.then_bytes[0] = static_cast<unsigned char>(nc);
                 }
             }
         }
@@ -839,6 +858,19 @@ inline bool same_bytes(const unsigned char *in, const unsigned char *b, int32_t 
                                                               (length < 4 || in[3] == b[3])))));
 }
 
+// The length of an ASCII name at `in` without regard to case, 0 when it is not there, -1 when
+// a byte beyond ASCII comes first (which may fold to the name's character).
+int ascii_name(const unsigned char *in, const char *name) {
+    int i = 0;
+    for (; name[i] != 0; ++i) {
+        const unsigned a = in[i], b = static_cast<unsigned char>(name[i]);
+        if (a == b) continue;
+        if (a >= 0x80) return -1;
+        if (!(((a ^ b) == 0x20) && ((a | 0x20) - 'a' < 26u))) return 0;
+    }
+    return i;
+}
+
 const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text, Found &v) {
     const auto *in = reinterpret_cast<const unsigned char *>(text);
     const TimeFields &t = h->time;
@@ -875,6 +907,12 @@ const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text
                 if (!same_bytes(in, step->bytes, step->length)) return nullptr;
                 in += step->length;
             }
+        } else if (step->kind == ParseStep::kConversion && (step->conv.c | 0x20) == 'p') {
+            if (!skip()) return nullptr;
+            const int am = ascii_name(in, t.am.mb), pm = ascii_name(in, t.pm.mb);
+            if (am < 0 || pm < 0 || am + pm == 0) return nullptr;
+            v.pm = am > 0 ? 0 : 1;
+            in += am + pm;
         } else if (!skip()) {   // white space, %n, %t
             return nullptr;
         }
@@ -892,7 +930,7 @@ bool deliver_plain(nu_locale_rec *h, const Found &v, nu_time_rec *t) {
     t->fraction = 0;
     t->second = v.second;
     t->minute = v.minute;
-    t->hour = v.hour;
+    t->hour = v.have_hour12 && v.pm == 1 ? v.hour + 12 : v.hour;
     t->mday = v.mday;
     t->month = t->month_name = v.month;
     t->year = year - 1900;
