@@ -221,6 +221,7 @@ struct ParseProgram {
     ProgramHeader header;
     int32_t bytes;   // only numbers, white space and literal text: read_bytes may read it
     int32_t plain;   // and the numbers are Gregorian days, months, years and times of day (with am/pm)
+    int32_t eras;    // %EC read from the bytes: offset of the era each name stands for (or 0)
     int32_t steps;
     ParseStep step[1];
 };
@@ -744,7 +745,13 @@ public:
     ParseProgram *compile(const nu_wchar *format, const void *key, size_t key_bytes, bool wide) {
         if (!walk(format, 0)) return nullptr;
         const size_t head = offsetof(ParseProgram, step) + sizeof(ParseStep) * (steps_ > 0 ? steps_ : 1);
-        auto *block = alloc_array<unsigned char>(head + key_bytes);
+        bool era_names = false;
+        for (int i = 0; i < steps_; ++i)
+            era_names |= step_[i].kind == ParseStep::kConversion && step_[i].conv.c == 'C' &&
+                         step_[i].conv.mod == 'E';
+        const size_t era_count = era_names ? static_cast<size_t>(h_->time.era_count) : 0;
+        const size_t picks_at = (head + key_bytes + 3) & ~size_t{3};
+        auto *block = alloc_array<unsigned char>(picks_at + era_count * sizeof(int32_t));
         if (block == nullptr) return nullptr;
         auto *p = reinterpret_cast<ParseProgram *>(block);
         p->header.key = block + head;
@@ -755,20 +762,25 @@ public:
         p->bytes = (h_->single_byte || (h_->ascii_direct && term_length(h_) == 1)) &&
                    h_->companion_flag[cat_index(NU_CTYPE)] == 0;
         p->plain = h_->time.calendar <= 1;
+        p->eras = 0;
+        if (era_count > 0 && era_picks(reinterpret_cast<int32_t *>(block + picks_at)))
+            p->eras = static_cast<int32_t>(picks_at);
         const bool ampm = ascii_am_pm(h_->time);
         for (int i = 0; i < steps_; ++i) {
             p->step[i] = step_[i];
             const ParseStep &step = step_[i];
             const nu_wchar c = step.conv.c;
             if (step.kind == ParseStep::kNumber) {
-                if (step.conv.mod != 0) p->bytes = 0;
+                if (step.conv.mod != 0 && !(step.conv.mod == 'E' && step.field.e_ok)) p->bytes = 0;
                 if (step.conv.mod != 0 || !(c == 'd' || c == 'e' || c == 'H' || c == 'k' ||
                                             c == 'I' || c == 'l' || c == 'm' || c == 'M' ||
                                             c == 'S' || c == 'Y'))
                     p->plain = 0;
             } else if (step.kind == ParseStep::kConversion) {
-                const bool am_pm = (c == 'p' || c == 'P') && ampm;
-                if (step.conv.mod != 0 || (c != 'n' && c != 't' && !am_pm)) p->bytes = 0;
+                const bool am_pm = (c == 'p' || c == 'P') && step.conv.mod == 0 && ampm;
+                const bool era = c == 'C' && step.conv.mod == 'E' && p->eras != 0;
+                p->plain &= !era;
+                if (!am_pm && !era && (step.conv.mod != 0 || (c != 'n' && c != 't'))) p->bytes = 0;
             }
             if (step.kind == ParseStep::kNumber && i + 1 < steps_ &&
                 step_[i + 1].kind == ParseStep::kLiteral) {
@@ -788,6 +800,34 @@ public:
     }
 
 private:
+    // Era names can be read from the bytes when none begins another (without regard to
+    // case) unless the two are the same, and none begins with white space: an exact match
+    // is then the only name the text can hold. Names written alike stand for the era the
+    // wide reader picks for them, which `pick` receives for each era.
+    bool era_picks(int32_t *pick) {
+        const TimeFields &t = h_->time;
+        static constexpr nu_wchar kEraName[] = {'%', 'E', 'C', 0};
+        for (int i = 0; i < t.era_count; ++i) {
+            const nu_wchar *a = wide(t.eras[i].name);
+            const char *bytes = t.eras[i].name.mb;
+            if (a == nullptr || bytes == nullptr || *a == 0 || *bytes == 0 || is_space(h_, *a))
+                return false;
+            for (int j = i + 1; j < t.era_count; ++j) {
+                const nu_wchar *b = wide(t.eras[j].name);
+                if (b == nullptr) return false;
+                int k = 0;
+                while (a[k] != 0 && a[k] == b[k]) ++k;
+                if (a[k] == 0 && b[k] == 0) continue;   // the same name
+                while (a[k] != 0 && b[k] != 0 && eq_fold(h_, a[k], b[k])) ++k;
+                if (a[k] == 0 || b[k] == 0) return false;   // one begins the other
+            }
+            Parser reader(h_, a);
+            if (reader.run(kEraName, 0) != 0 || *reader.position() != 0) return false;
+            pick[i] = reader.found().era;
+        }
+        return true;
+    }
+
     bool walk(const nu_wchar *f, int depth) {
         if (depth > kMaxDepth) return false;
         for (; *f != 0; ++f) {
@@ -871,6 +911,22 @@ int ascii_name(const unsigned char *in, const char *name) {
     return i;
 }
 
+// The era whose name's bytes stand at *in (which then passes them): the era `pick` gives for
+// it; -1 when none does.
+int exact_era(const TimeFields &t, const unsigned char *&in, const int32_t *pick) {
+    for (int i = 0; i < t.era_count; ++i) {
+        const auto *name = reinterpret_cast<const unsigned char *>(t.eras[i].name.mb);
+        if (name[0] != in[0]) continue;
+        int k = 1;
+        while (name[k] != 0 && name[k] == in[k]) ++k;   // a mismatch stops at the terminator
+        if (name[k] == 0) {
+            in += k;
+            return pick[i];
+        }
+    }
+    return -1;
+}
+
 const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text, Found &v) {
     const auto *in = reinterpret_cast<const unsigned char *>(text);
     const TimeFields &t = h->time;
@@ -892,7 +948,7 @@ const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text
             for (; n < field.digits && (d = *in - static_cast<unsigned>('0')) < 10; ++n, ++in)
                 value = value * 10 + static_cast<int>(d);
             if (value < field.low || value > field.high) return nullptr;
-            store_number(v, step->conv.c, 0, t, value);
+            store_number(v, step->conv.c, step->conv.mod, t, value);
             if (step->then_length != 0) {   // the literal text of the next step
                 if (!same_bytes(in, step->then_bytes, step->then_length)) return nullptr;
                 in += step->then_length;
@@ -913,6 +969,13 @@ const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text
             if (am < 0 || pm < 0 || am + pm == 0) return nullptr;
             v.pm = am > 0 ? 0 : 1;
             in += am + pm;
+        } else if (step->kind == ParseStep::kConversion && step->conv.c == 'C') {   // %EC
+            while (*in <= ' ' && (*in == ' ' || (*in >= '\t' && *in <= '\r'))) ++in;
+            const int era = exact_era(t, in, reinterpret_cast<const int32_t *>(
+                                                 reinterpret_cast<const unsigned char *>(&p) + p.eras));
+            if (era < 0) return nullptr;
+            v.era = era;
+            v.want_era = true;
         } else if (!skip()) {   // white space, %n, %t
             return nullptr;
         }
