@@ -250,6 +250,20 @@ void BM_ConvertIcu(benchmark::State &state, int which) {
     finish(state, in.size(), out.substr(0, written));
 }
 
+// The speed reference of a conversion that mostly copies: memcpy of the same 8859-1 text into
+// a buffer of the same size as the converters'.
+void BM_ConvertMemcpy(benchmark::State &state) {
+    const std::string &in = latin1_text();
+    std::string out(in.size() * 4, '\0');
+    for (auto _ : state) {
+        std::memcpy(out.data(), in.data(), in.size());
+        benchmark::DoNotOptimize(out.data());
+        benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * in.size()));
+}
+BENCHMARK(BM_ConvertMemcpy)->Name("BM_ConvertMemcpy/latin1")->Unit(benchmark::kMillisecond);
+
 #define CONVERT_CASE(name, index)                                                            \
     BENCHMARK_CAPTURE(BM_ConvertNus, name, index)->Unit(benchmark::kMillisecond);           \
     BENCHMARK_CAPTURE(BM_ConvertGlibc, name, index)->Unit(benchmark::kMillisecond);         \
