@@ -461,6 +461,16 @@ int mb_smiconv(nu_cv_rec *cv, void *state_arg, unsigned char **in, int *inlen,
             space = p.space;
             substituted = p.substituted;
             if (left <= 0 || p.ended) break;
+            // A shift-out or shift-in of the source that writes nothing (the target stays
+            // unshifted): the state changes and the runs go on.
+            const FastEntry &e = (shifted ? block->shift_root : block->root)[s[0]];
+            if (e.kind == kFastOther && e.rec[0] == (kCvValid | kCvSourceShift)) {
+                source_shift ^= 1;
+                substituted |= e.rec[0];
+                ++s;
+                --left;
+                continue;
+            }
         }
         const multi_t *t = shifted ? cv->shift_table : cv->table;
         const Found f = block != nullptr
