@@ -49,7 +49,11 @@ struct CvBlock {
     nu_cv_rec rec;
     FastEntry root[256];        // of `table`
     FastEntry shift_root[256];  // of `shift_table`, when the source has shift states
-    bool ascii_identity;        // bytes 00-7f are one-byte characters converting to themselves
+    // Bytes 00-7f are one-byte characters converting to themselves, but for at most two
+    // (ascii_except; both 0x80 when there is none, the second the first when there is one),
+    // which end the copied runs.
+    bool ascii_identity;
+    unsigned char ascii_except[2];
     // Three-byte UTF-8 sources (first bytes E0-EF) to double-byte targets: by the sequence's
     // 16 payload bits (see utf8_three_index), its two target bytes (first byte low), zero
     // where the table walk decides. Null for other conversions.

@@ -170,17 +170,21 @@ struct Position {
     bool ended;             // the terminating character was converted
 };
 
-// Copies the bytes below 0x80 at the start of s, at most n of them, and returns how many:
-// sixteen at a time where SSE2 is there, eight otherwise, the last few exactly. Every load
-// comes before the stores that could overlap it, so that a conversion in place (the output
-// never ahead of the input) reads the input as it was.
-[[gnu::always_inline]] inline int copy_ascii(unsigned char *o, const unsigned char *s, int n) {
+// Copies the bytes below 0x80 at the start of s other than x and y, at most n of them, and
+// returns how many: sixteen at a time where SSE2 is there, eight otherwise, the last few
+// exactly. Every load comes before the stores that could overlap it, so that a conversion in
+// place (the output never ahead of the input) reads the input as it was.
+[[gnu::always_inline]] inline int copy_ascii(unsigned char *o, const unsigned char *s, int n,
+                                             unsigned char x, unsigned char y) {
     int i = 0;
     bool found = false;   // n is where the run ends
 #if defined(__SSE2__)
+    const __m128i vx = _mm_set1_epi8(static_cast<char>(x));
+    const __m128i vy = _mm_set1_epi8(static_cast<char>(y));
     for (; i + 16 <= n; i += 16) {
         const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + i));
-        const unsigned high = static_cast<unsigned>(_mm_movemask_epi8(v));
+        const __m128i stop = _mm_or_si128(v, _mm_or_si128(_mm_cmpeq_epi8(v, vx), _mm_cmpeq_epi8(v, vy)));
+        const unsigned high = static_cast<unsigned>(_mm_movemask_epi8(stop));
         if (high != 0) {
             n = i + std::countr_zero(high);
             found = true;
@@ -189,10 +193,16 @@ struct Position {
         _mm_storeu_si128(reinterpret_cast<__m128i *>(o + i), v);
     }
 #endif
+    constexpr uint64_t kOnes = 0x0101010101010101ull, kHighs = 0x8080808080808080ull;
+    // The lowest byte equal to b is flagged exactly (higher flags may be false).
+    auto equal = [](uint64_t word, unsigned char b) {
+        const uint64_t t = word ^ (kOnes * b);
+        return (t - kOnes) & ~t & kHighs;
+    };
     for (; !found && i + 8 <= n; i += 8) {
         uint64_t word;
         std::memcpy(&word, s + i, 8);
-        const uint64_t high = word & 0x8080808080808080ull;
+        const uint64_t high = (word & kHighs) | equal(word, x) | equal(word, y);
         if (high != 0) {
             n = i + std::countr_zero(high) / 8;
             found = true;
@@ -202,7 +212,7 @@ struct Position {
     }
     if (!found) {
         int end = i;
-        while (end < n && s[end] < 0x80) ++end;
+        while (end < n && s[end] < 0x80 && s[end] != x && s[end] != y) ++end;
         n = end;
     }
     // The last bytes of the run (fewer than sixteen): two overlapping words where they fill
@@ -226,6 +236,12 @@ struct Position {
     return n;
 }
 
+// The value of four bytes read in memory order, first byte lowest.
+[[gnu::always_inline]] inline uint32_t little_endian(uint32_t word) {
+    if constexpr (std::endian::native == std::endian::big) return __builtin_bswap32(word);
+    return word;
+}
+
 // Writes n (1 to 3) bytes packed low byte first, and no more, without a branch on n.
 [[gnu::always_inline]] inline void put_packed(unsigned char *o, uint32_t bytes, unsigned n) {
     o[0] = static_cast<unsigned char>(bytes);
@@ -240,10 +256,13 @@ struct Position {
 // character that changes a state. It writes exactly the characters' bytes: what follows the
 // output may be the caller's, or, converting in place, input still to be read.
 template <bool Stateful = false>
-[[gnu::always_inline]] inline void fast_run(const FastEntry *root, bool ascii_identity,
+[[gnu::always_inline]] inline void fast_run(const FastEntry *root, const CvBlock *ascii_runs,
                                             const uint16_t *utf8_three, const multi_t *t,
                                             bool counted, Position &p) {
-    const bool ascii = ascii_identity && counted;
+    const bool ascii = ascii_runs != nullptr && ascii_runs->ascii_identity && counted;
+    const unsigned char x = ascii ? ascii_runs->ascii_except[0] : 0;
+    const unsigned char y = ascii ? ascii_runs->ascii_except[1] : 0;
+    auto runs_from = [&](unsigned b) { return ascii && b < 0x80 && b != x && b != y; };
     const unsigned char *s = p.s;
     int left = p.left;
     unsigned char *o = p.o;
@@ -251,8 +270,8 @@ template <bool Stateful = false>
     unsigned substituted = p.substituted;
     while (left > 0 && space >= 4) {
         // Runs of ASCII that convert to themselves are copied.
-        if (ascii && s[0] < 0x80) {
-            const int k = copy_ascii(o, s, left < space ? left : space);
+        if (runs_from(s[0])) {
+            const int k = copy_ascii(o, s, left < space ? left : space, x, y);
             s += k;
             o += k;
             left -= k;
@@ -260,11 +279,16 @@ template <bool Stateful = false>
             if (left == 0 || space < 4) break;
         }
         // Runs of three-byte UTF-8 characters with two-byte targets, from their table.
+        // Four bytes are read (the fourth only when the text has it), so that one mask tells
+        // a lead byte E0-EF followed by two continuation bytes.
         if (utf8_three != nullptr) {
-            while (left >= 3 && (s[0] & 0xF0) == 0xE0) {
-                const unsigned b1 = s[1] ^ 0x80u, b2 = s[2] ^ 0x80u;
-                if ((b1 | b2) >= 0x40) break;
-                const unsigned bytes = utf8_three[utf8_three_index(s[0], b1, b2)];
+            while (left >= 4) {
+                uint32_t word;
+                std::memcpy(&word, s, 4);
+                word = little_endian(word);
+                if ((word & 0xC0C0F0u) != 0x8080E0u) break;
+                const uint16_t bytes =
+                    utf8_three[((word & 0x0Fu) << 12) | ((word >> 2) & 0xFC0u) | ((word >> 16) & 0x3Fu)];
                 if (bytes == 0) break;
                 o[0] = static_cast<unsigned char>(bytes);
                 o[1] = static_cast<unsigned char>(bytes >> 8);
@@ -275,7 +299,7 @@ template <bool Stateful = false>
                 if (space < 4) break;
             }
             if (left <= 0 || space < 4) break;
-            if (ascii && s[0] < 0x80) continue;
+            if (runs_from(s[0])) continue;
         }
         const FastEntry &e = root[s[0]];
         unsigned flags;
@@ -360,7 +384,7 @@ int convert_loop(nu_cv_rec *cv, const Converter &c, unsigned char **in, int *inl
     if (p.o == nullptr) root = nullptr;   // counting only: the general loop
     while (p.left > 0) {
         if (root != nullptr) {
-            fast_run(root->root, root->ascii_identity, root->utf8_three, cv->table, counted, p);
+            fast_run(root->root, root, root->utf8_three, cv->table, counted, p);
             if (p.left <= 0 || p.ended) break;
         }
         const Found f = c.find(p.s, p.left);
@@ -453,7 +477,7 @@ int mb_smiconv(nu_cv_rec *cv, void *state_arg, unsigned char **in, int *inlen,
         if (block != nullptr && o != nullptr && target_shift == 0) {
             Position p{s, left, o, space, substituted, false};
             fast_run<true>(shifted ? block->shift_root : block->root,
-                           !shifted && block->ascii_identity, nullptr,
+                           shifted ? nullptr : block, nullptr,
                            shifted ? cv->shift_table : cv->table, counted, p);
             s = p.s;
             left = p.left;

@@ -320,14 +320,18 @@ void build_fast_root(CvBlock *block) {
     if (block->rec.shift_table != nullptr) {
         fill_entries(block->rec.shift_table, block->shift_root, stateful);
     }
-    block->ascii_identity = true;
+    int except = 0;
+    block->ascii_except[0] = block->ascii_except[1] = 0x80;
     for (unsigned b = 0; b < 0x80; ++b) {
         const FastEntry &e = block->root[b];
         // A plain record: valid, one byte, the terminator's end bit aside.
         if (e.kind != kFastChar || (e.rec[0] & ~kCvEnd) != (kCvValid | 1) || e.rec[1] != b) {
-            block->ascii_identity = false;
+            if (except < 2) block->ascii_except[except] = static_cast<unsigned char>(b);
+            ++except;
         }
     }
+    if (except == 1) block->ascii_except[1] = block->ascii_except[0];
+    block->ascii_identity = except <= 2;
     build_utf8_three(block);
     block->rec.unused3 = kFastRootMark;
 }
