@@ -174,6 +174,7 @@ struct Position {
 // returns how many: sixteen at a time where SSE2 is there, eight otherwise, the last few
 // exactly. Every load comes before the stores that could overlap it, so that a conversion in
 // place (the output never ahead of the input) reads the input as it was.
+template <bool Except>
 [[gnu::always_inline]] inline int copy_ascii(unsigned char *o, const unsigned char *s, int n,
                                              unsigned char x, unsigned char y) {
     int i = 0;
@@ -183,7 +184,9 @@ struct Position {
     const __m128i vy = _mm_set1_epi8(static_cast<char>(y));
     for (; i + 16 <= n; i += 16) {
         const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + i));
-        const __m128i stop = _mm_or_si128(v, _mm_or_si128(_mm_cmpeq_epi8(v, vx), _mm_cmpeq_epi8(v, vy)));
+        const __m128i stop =
+            Except ? _mm_or_si128(v, _mm_or_si128(_mm_cmpeq_epi8(v, vx), _mm_cmpeq_epi8(v, vy)))
+                   : v;
         const unsigned high = static_cast<unsigned>(_mm_movemask_epi8(stop));
         if (high != 0) {
             n = i + std::countr_zero(high);
@@ -202,7 +205,7 @@ struct Position {
     for (; !found && i + 8 <= n; i += 8) {
         uint64_t word;
         std::memcpy(&word, s + i, 8);
-        const uint64_t high = (word & kHighs) | equal(word, x) | equal(word, y);
+        const uint64_t high = (word & kHighs) | (Except ? equal(word, x) | equal(word, y) : 0);
         if (high != 0) {
             n = i + std::countr_zero(high) / 8;
             found = true;
@@ -271,7 +274,10 @@ template <bool Stateful = false>
     while (left > 0 && space >= 4) {
         // Runs of ASCII that convert to themselves are copied.
         if (runs_from(s[0])) {
-            const int k = copy_ascii(o, s, left < space ? left : space, x, y);
+            const int most = left < space ? left : space;
+            // Without exceptions both are 0x80, which the high bits find anyway.
+            const int k = x == 0x80 ? copy_ascii<false>(o, s, most, x, y)
+                                    : copy_ascii<true>(o, s, most, x, y);
             s += k;
             o += k;
             left -= k;
