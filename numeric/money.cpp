@@ -111,14 +111,17 @@ int mon_mask(int *mask, int cs_precedes, int sign_posn, int sep_by_space) {
         {40, {3, 2, 4}, {2, 4, 3}},            {41, {3, 5, 2, 4}, {2, 4, 5, 3}},
         {42, {3, 2, 5, 4}, {2, 5, 4, 3}},
     };
-    if (cs_precedes == 0 || cs_precedes == 1) {
-        const long long key = static_cast<long long>(sign_posn) * 10 + sep_by_space;
-        for (const Row &row : kTable) {
-            if (row.key != key || sep_by_space < 0 || sep_by_space > 2) continue;
-            const int *elements = cs_precedes != 0 ? row.precedes : row.follows;
-            for (int i = 0; i < kMaskSize; ++i) mask[i] = elements[i];
-            break;
-        }
+    static_assert([] {
+        for (int i = 0; i < 15; ++i)
+            if (kTable[i].key != i / 3 * 10 + i % 3) return false;
+        return true;
+    }());
+    // The rows are in key order, three to a sign position.
+    if ((cs_precedes == 0 || cs_precedes == 1) && sign_posn >= 0 && sign_posn <= 4 &&
+        sep_by_space >= 0 && sep_by_space <= 2) {
+        const Row &row = kTable[sign_posn * 3 + sep_by_space];
+        const int *elements = cs_precedes != 0 ? row.precedes : row.follows;
+        for (int i = 0; i < kMaskSize; ++i) mask[i] = elements[i];
     }
     return mask[0] == 0 ? -1 : 0;
 }
@@ -461,6 +464,12 @@ int format_amount(nu_locale_rec *h, const MonSpec &spec, nu_wchar conversion, do
         return n > 0 ? n : 0;
     };
     const long field_room = wlen(value) + 16 + before + after + chars_of(symbol) + chars_of(sign);
+    // Without a width, a field that surely fits is formatted in place.
+    if (spec.width <= 0 && *count + field_room <= size) {
+        format_money(h, out + *count, mask, before, after, symbol, sign, value);
+        *count += wlen(out + *count);
+        return 0;
+    }
     Scratch<nu_wchar, 1024> field_buffer(static_cast<size_t>(field_room));
     if (!field_buffer.ok()) return fail(h, NU_ENOMEM);
     nu_wchar *field = field_buffer.data();
