@@ -266,6 +266,8 @@ template <bool Stateful = false>
     const unsigned char x = ascii ? ascii_runs->ascii_except[0] : 0;
     const unsigned char y = ascii ? ascii_runs->ascii_except[1] : 0;
     auto runs_from = [&](unsigned b) { return ascii && b < 0x80 && b != x && b != y; };
+    // The three-byte table reads four bytes at once: only where the text's length is known.
+    if (!counted) utf8_three = nullptr;
     const unsigned char *s = p.s;
     int left = p.left;
     unsigned char *o = p.o;
