@@ -2,7 +2,8 @@
 // text per pair: German word-list text (8859-1 <-> UTF-8), generated Japanese text
 // (Shift-JIS <-> UTF-8, EUC-JP -> Shift-JIS) and generated Traditional Chinese text in the
 // mixed single/double-byte EBCDIC code set 937 (-> UTF-8). Each run converts the whole text
-// into a buffer large enough for it; MB/s counts input bytes.
+// into a buffer large enough for it; MB/s counts input bytes. memcpy of the 8859-1 text is
+// the reference for a conversion that mostly copies.
 #include "nus.h"
 
 #include <benchmark/benchmark.h>
@@ -249,6 +250,20 @@ void BM_ConvertIcu(benchmark::State &state, int which) {
     ucnv_close(to);
     finish(state, in.size(), out.substr(0, written));
 }
+
+// The speed reference of a conversion that mostly copies: memcpy of the same 8859-1 text into
+// a buffer of the same size as the converters'.
+void BM_ConvertMemcpy(benchmark::State &state) {
+    const std::string &in = latin1_text();
+    std::string out(in.size() * 4, '\0');
+    for (auto _ : state) {
+        std::memcpy(out.data(), in.data(), in.size());
+        benchmark::DoNotOptimize(out.data());
+        benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * in.size()));
+}
+BENCHMARK(BM_ConvertMemcpy)->Name("BM_ConvertMemcpy/latin1")->Unit(benchmark::kMillisecond);
 
 #define CONVERT_CASE(name, index)                                                            \
     BENCHMARK_CAPTURE(BM_ConvertNus, name, index)->Unit(benchmark::kMillisecond);           \

@@ -3,6 +3,8 @@
 #include "chars/chars.h"
 #include "locale/nuu.h"
 
+#include <array>
+
 namespace {
 
 using nus::Walk;
@@ -20,6 +22,80 @@ int fail(nu_locale_rec *h, int status) {
     nus::set_error(h, status);
     return -1;
 }
+
+// Decoding of the one- and two-byte characters of a terminated string without the general
+// walk, once a string has shown itself long enough to pay for 256 first-byte entries: per
+// character one look-up of the first byte, one of the second in its node's flags, and no
+// branch that depends on the length, so that text mixing one- and two-byte characters at
+// random decodes at an even pace.
+constexpr int kShortCharactersAfter = 64;
+
+constexpr std::array<unsigned char, 256> kEveryByteLast = [] {
+    std::array<unsigned char, 256> a{};
+    for (unsigned char &f : a) f = MULTI_LAST;
+    return a;
+}();
+
+struct ShortCharacters {
+    // By first byte: 0 one byte, 1 two bytes ending in a node without children, 2 other
+    // (the terminator, invalid bytes, longer characters): the walk decides.
+    unsigned char kind[256];
+    // By first byte, the flags of the second byte's node; for one-byte characters flags
+    // that accept any next byte.
+    const unsigned char *second[256];
+
+    bool build(const multi_t *table) {
+        const multi_arr_t *root = table != nullptr ? table->root : nullptr;
+        if (root == nullptr || root->flag_arr == nullptr) return false;
+        for (unsigned b = 0; b < 256; ++b) {
+            kind[b] = 2;
+            second[b] = kEveryByteLast.data();
+            const unsigned flag = root->flag_arr[b];
+            if (flag == MULTI_LAST) {
+                kind[b] = 0;
+            } else if (flag == MULTI_MORE) {
+                const multi_arr_t *child = root->next_arr[root->offset_arr[b]];
+                if (child != nullptr && child->child_count == 0 && child->flag_arr != nullptr) {
+                    kind[b] = 1;
+                    second[b] = child->flag_arr;
+                }
+            }
+        }
+        kind[0] = 2;   // the terminator ends the string in the general loop
+        high_is_lead = true;
+        for (unsigned b = 1; b < 256; ++b) {
+            if (kind[b] <= 1 && kind[b] != b >> 7) high_is_lead = false;
+        }
+        return true;
+    }
+    // Every byte below 0x80 is a character, every one above a first byte of two or left to
+    // the walk (EUC): the length comes from the byte itself, and the loop's chain from one
+    // character to the next is a load and a shift, the kinds only checked beside it.
+    bool high_is_lead = false;
+
+    // Stores up to n characters from s, advancing s; stops before a character of kind 2 or
+    // a two-byte one whose second byte does not end it. Reads the byte after a character's
+    // first only when the first is no terminator.
+    int decode(nu_wchar *wcs, const unsigned char *&s, int n) const {
+        return high_is_lead ? decode_as<true>(wcs, s, n) : decode_as<false>(wcs, s, n);
+    }
+    template <bool HighIsLead>
+    int decode_as(nu_wchar *wcs, const unsigned char *&s, int n) const {
+        const unsigned char *p = s;
+        int i = 0;
+        for (; i < n; ++i) {
+            const unsigned b0 = p[0];
+            const unsigned k = HighIsLead ? b0 >> 7 : kind[b0];
+            if (HighIsLead ? kind[b0] != k : k > 1) break;
+            const unsigned b1 = p[1];
+            if (second[b0][b1] != MULTI_LAST) break;
+            wcs[i] = static_cast<nu_wchar>((b0 << (8 * k)) | (b1 & (0u - k)));
+            p += 1 + k;
+        }
+        s = p;
+        return i;
+    }
+};
 
 } // namespace
 
@@ -154,7 +230,18 @@ NU_EXPORT int _tsn_nu_im_mbfstowcfs(nu_locale_t h, nu_wchar *wcs, const unsigned
     const unsigned char *root_flags =
         table != nullptr && table->root != nullptr ? table->root->flag_arr : nullptr;
     if (slen == -1) {
+        // Past the first characters of a long string, one- and two-byte characters come from
+        // per-call tables of the first bytes.
+        ShortCharacters quick;
+        int quick_state = 0;   // 0 not built, 1 built, -1 no tables for this table
         for (int i = 0; i < n; ++i) {
+            if (i >= kShortCharactersAfter && quick_state >= 0) {
+                if (quick_state == 0) quick_state = quick.build(table) ? 1 : -1;
+                if (quick_state > 0) {
+                    i += quick.decode(wcs + i, s, n - i);
+                    if (i == n) return n;
+                }
+            }
             if (root_flags != nullptr && root_flags[*s] == MULTI_LAST) {
                 wcs[i] = *s;
                 if (*s++ == 0) return i;

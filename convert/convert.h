@@ -28,7 +28,14 @@ struct FastEntry {
     unsigned char unused;
     const multi_arr_t *child;  // the node of the second byte, for kFastMore
     const multi_arr_t **grand; // by second byte, the node of the third, or null
+    // For a first byte that starts only two-byte characters: by second byte, the character's
+    // target bytes packed (kPair...), zero where the general walk decides; or null.
+    const uint32_t *pairs;
 };
+// A packed two-byte character: its target byte count (1 to 3) in the low byte, the target
+// bytes above it. Only characters that convert plainly (valid, no substitute, no change of
+// state, not the terminator) are packed.
+inline constexpr unsigned kPairCount = 0xFF;
 inline constexpr unsigned char kFastInvalid = 0;
 // A one-byte character that the runs convert: valid, writing 1 to 4 bytes and, in a
 // conversion with shift states, changing neither state.
@@ -42,8 +49,20 @@ struct CvBlock {
     nu_cv_rec rec;
     FastEntry root[256];        // of `table`
     FastEntry shift_root[256];  // of `shift_table`, when the source has shift states
-    bool ascii_identity;        // bytes 00-7f are one-byte characters converting to themselves
+    // Bytes 00-7f are one-byte characters converting to themselves, but for at most two
+    // (ascii_except; both 0x80 when there is none, the second the first when there is one),
+    // which end the copied runs.
+    bool ascii_identity;
+    unsigned char ascii_except[2];
+    // Three-byte UTF-8 sources (first bytes E0-EF) to double-byte targets: by the sequence's
+    // 16 payload bits (see utf8_three_index), its two target bytes (first byte low), zero
+    // where the table walk decides. Null for other conversions.
+    const uint16_t *utf8_three;
 };
+// The index of E0-EF, 80-BF, 80-BF in utf8_three.
+inline unsigned utf8_three_index(unsigned b0, unsigned b1, unsigned b2) {
+    return ((b0 & 0x0Fu) << 12) | ((b1 & 0x3Fu) << 6) | (b2 & 0x3Fu);
+}
 inline constexpr int32_t kFastRootMark = 0x52544f4f;
 inline const CvBlock *fast_block(const nu_cv_rec *cv) {
     return cv->unused3 == kFastRootMark ? reinterpret_cast<const CvBlock *>(cv) : nullptr;

@@ -6,6 +6,9 @@
 #include "locale/nuu.h"
 
 #include <bit>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace nus {
 
@@ -167,6 +170,88 @@ struct Position {
     bool ended;             // the terminating character was converted
 };
 
+// Copies the bytes below 0x80 at the start of s other than x and y, at most n of them, and
+// returns how many: sixteen at a time where SSE2 is there, eight otherwise, the last few
+// exactly. Every load comes before the stores that could overlap it, so that a conversion in
+// place (the output never ahead of the input) reads the input as it was.
+template <bool Except>
+[[gnu::always_inline]] inline int copy_ascii(unsigned char *o, const unsigned char *s, int n,
+                                             unsigned char x, unsigned char y) {
+    int i = 0;
+    bool found = false;   // n is where the run ends
+#if defined(__SSE2__)
+    const __m128i vx = _mm_set1_epi8(static_cast<char>(x));
+    const __m128i vy = _mm_set1_epi8(static_cast<char>(y));
+    for (; i + 16 <= n; i += 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + i));
+        const __m128i stop =
+            Except ? _mm_or_si128(v, _mm_or_si128(_mm_cmpeq_epi8(v, vx), _mm_cmpeq_epi8(v, vy)))
+                   : v;
+        const unsigned high = static_cast<unsigned>(_mm_movemask_epi8(stop));
+        if (high != 0) {
+            n = i + std::countr_zero(high);
+            found = true;
+            break;
+        }
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(o + i), v);
+    }
+#endif
+    constexpr uint64_t kOnes = 0x0101010101010101ull, kHighs = 0x8080808080808080ull;
+    // The lowest byte equal to b is flagged exactly (higher flags may be false).
+    auto equal = [](uint64_t word, unsigned char b) {
+        const uint64_t t = word ^ (kOnes * b);
+        return (t - kOnes) & ~t & kHighs;
+    };
+    for (; !found && i + 8 <= n; i += 8) {
+        uint64_t word;
+        std::memcpy(&word, s + i, 8);
+        const uint64_t high = (word & kHighs) | (Except ? equal(word, x) | equal(word, y) : 0);
+        if (high != 0) {
+            n = i + std::countr_zero(high) / 8;
+            found = true;
+            break;
+        }
+        std::memcpy(o + i, &word, 8);
+    }
+    if (!found) {
+        int end = i;
+        while (end < n && s[end] < 0x80 && s[end] != x && s[end] != y) ++end;
+        n = end;
+    }
+    // The last bytes of the run (fewer than sixteen): two overlapping words where they fill
+    // them, else one at a time.
+    const int rest = n - i;
+    if (rest >= 8) {
+        uint64_t a, b;
+        std::memcpy(&a, s + i, 8);
+        std::memcpy(&b, s + n - 8, 8);
+        std::memcpy(o + i, &a, 8);
+        std::memcpy(o + n - 8, &b, 8);
+    } else if (rest >= 4) {
+        uint32_t a, b;
+        std::memcpy(&a, s + i, 4);
+        std::memcpy(&b, s + n - 4, 4);
+        std::memcpy(o + i, &a, 4);
+        std::memcpy(o + n - 4, &b, 4);
+    } else {
+        for (; i < n; ++i) o[i] = s[i];
+    }
+    return n;
+}
+
+// The value of four bytes read in memory order, first byte lowest.
+[[gnu::always_inline]] inline uint32_t little_endian(uint32_t word) {
+    if constexpr (std::endian::native == std::endian::big) return __builtin_bswap32(word);
+    return word;
+}
+
+// Writes n (1 to 3) bytes packed low byte first, and no more, without a branch on n.
+[[gnu::always_inline]] inline void put_packed(unsigned char *o, uint32_t bytes, unsigned n) {
+    o[0] = static_cast<unsigned char>(bytes);
+    o[n >> 1] = static_cast<unsigned char>(bytes >> (8 * (n >> 1)));
+    o[n - 1] = static_cast<unsigned char>(bytes >> (8 * (n - 1)));
+}
+
 // Converts as far as valid characters go, from the first-byte records (a descriptor opened by
 // the library has them). A character writes at most four bytes, so it stops while the room is
 // below four rather than checking the room for each; an invalid or cut-off character is left
@@ -174,39 +259,55 @@ struct Position {
 // character that changes a state. It writes exactly the characters' bytes: what follows the
 // output may be the caller's, or, converting in place, input still to be read.
 template <bool Stateful = false>
-[[gnu::always_inline]] inline void fast_run(const FastEntry *root, bool ascii_identity,
-                                            const multi_t *t, bool counted, Position &p) {
-    const bool ascii = ascii_identity && counted;
+[[gnu::always_inline]] inline void fast_run(const FastEntry *root, const CvBlock *ascii_runs,
+                                            const uint16_t *utf8_three, const multi_t *t,
+                                            bool counted, Position &p) {
+    const bool ascii = ascii_runs != nullptr && ascii_runs->ascii_identity && counted;
+    const unsigned char x = ascii ? ascii_runs->ascii_except[0] : 0;
+    const unsigned char y = ascii ? ascii_runs->ascii_except[1] : 0;
+    auto runs_from = [&](unsigned b) { return ascii && b < 0x80 && b != x && b != y; };
+    // The three-byte table reads four bytes at once: only where the text's length is known.
+    if (!counted) utf8_three = nullptr;
     const unsigned char *s = p.s;
     int left = p.left;
     unsigned char *o = p.o;
     int space = p.space;
     unsigned substituted = p.substituted;
-    // ASCII characters known to come before the next byte above 0x7f: they and that byte go
-    // one at a time without looking for a run again.
-    unsigned before_high = 0;
     while (left > 0 && space >= 4) {
-        // Runs of ASCII that convert to themselves go eight bytes at a time.
-        if (ascii) {
-            if (before_high > 0) {
-                --before_high;
-            } else if (s[0] < 0x80) {
-                while (left >= 8 && space >= 8) {
-                    uint64_t word;
-                    std::memcpy(&word, s, 8);
-                    const uint64_t high = word & 0x8080808080808080ull;
-                    if (high != 0) {
-                        before_high = static_cast<unsigned>(std::countr_zero(high)) / 8;
-                        break;
-                    }
-                    std::memcpy(o, &word, 8);
-                    s += 8;
-                    o += 8;
-                    left -= 8;
-                    space -= 8;
-                }
-                if (left == 0 || space < 4) break;
+        // Runs of ASCII that convert to themselves are copied.
+        if (runs_from(s[0])) {
+            const int most = left < space ? left : space;
+            // Without exceptions both are 0x80, which the high bits find anyway.
+            const int k = x == 0x80 ? copy_ascii<false>(o, s, most, x, y)
+                                    : copy_ascii<true>(o, s, most, x, y);
+            s += k;
+            o += k;
+            left -= k;
+            space -= k;
+            if (left == 0 || space < 4) break;
+        }
+        // Runs of three-byte UTF-8 characters with two-byte targets, from their table.
+        // Four bytes are read (the fourth only when the text has it), so that one mask tells
+        // a lead byte E0-EF followed by two continuation bytes.
+        if (utf8_three != nullptr) {
+            while (left >= 4) {
+                uint32_t word;
+                std::memcpy(&word, s, 4);
+                word = little_endian(word);
+                if ((word & 0xC0C0F0u) != 0x8080E0u) break;
+                const uint16_t bytes =
+                    utf8_three[((word & 0x0Fu) << 12) | ((word >> 2) & 0xFC0u) | ((word >> 16) & 0x3Fu)];
+                if (bytes == 0) break;
+                o[0] = static_cast<unsigned char>(bytes);
+                o[1] = static_cast<unsigned char>(bytes >> 8);
+                o += 2;
+                space -= 2;
+                s += 3;
+                left -= 3;
+                if (space < 4) break;
             }
+            if (left <= 0 || space < 4) break;
+            if (runs_from(s[0])) continue;
         }
         const FastEntry &e = root[s[0]];
         unsigned flags;
@@ -218,6 +319,13 @@ template <bool Stateful = false>
             length = 1;
         } else if (e.kind != kFastMore) {
             break;
+        } else if (uint32_t packed; e.pairs != nullptr && left >= 2 &&
+                                    (packed = e.pairs[s[1]]) != 0) {
+            // A two-byte character that converts plainly.
+            n = static_cast<int>(packed & kPairCount);
+            put_packed(o, packed >> 8, static_cast<unsigned>(n));
+            flags = kCvValid;
+            length = 2;
         } else {
             // The rest of the walk, from the second byte, or from the third when the first
             // two lead to a node of their own.
@@ -284,7 +392,7 @@ int convert_loop(nu_cv_rec *cv, const Converter &c, unsigned char **in, int *inl
     if (p.o == nullptr) root = nullptr;   // counting only: the general loop
     while (p.left > 0) {
         if (root != nullptr) {
-            fast_run(root->root, root->ascii_identity, cv->table, counted, p);
+            fast_run(root->root, root, root->utf8_three, cv->table, counted, p);
             if (p.left <= 0 || p.ended) break;
         }
         const Found f = c.find(p.s, p.left);
@@ -377,14 +485,24 @@ int mb_smiconv(nu_cv_rec *cv, void *state_arg, unsigned char **in, int *inlen,
         if (block != nullptr && o != nullptr && target_shift == 0) {
             Position p{s, left, o, space, substituted, false};
             fast_run<true>(shifted ? block->shift_root : block->root,
-                           !shifted && block->ascii_identity, shifted ? cv->shift_table : cv->table,
-                           counted, p);
+                           shifted ? nullptr : block, nullptr,
+                           shifted ? cv->shift_table : cv->table, counted, p);
             s = p.s;
             left = p.left;
             o = p.o;
             space = p.space;
             substituted = p.substituted;
             if (left <= 0 || p.ended) break;
+            // A shift-out or shift-in of the source that writes nothing (the target stays
+            // unshifted): the state changes and the runs go on.
+            const FastEntry &e = (shifted ? block->shift_root : block->root)[s[0]];
+            if (e.kind == kFastOther && e.rec[0] == (kCvValid | kCvSourceShift)) {
+                source_shift ^= 1;
+                substituted |= e.rec[0];
+                ++s;
+                --left;
+                continue;
+            }
         }
         const multi_t *t = shifted ? cv->shift_table : cv->table;
         const Found f = block != nullptr

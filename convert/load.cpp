@@ -207,6 +207,63 @@ int read_cv_file(FILE *stream, nu_cv_rec *cv) {
 
 namespace {
 
+// The record a node gives a last byte, or null when the byte ends no character there.
+const unsigned char *record_of(const multi_t *t, const multi_arr_t *node, unsigned b) {
+    if (node == nullptr || node->flag_arr == nullptr || node->flag_arr[b] != MULTI_LAST) {
+        return nullptr;
+    }
+    return node->data_arr != nullptr ? node->data_arr + (size_t{b} << t->shift) : t->default_desc;
+}
+
+// True for the record of a character that converts plainly to `count` bytes.
+bool plain(const unsigned char *rec, unsigned count) {
+    return rec != nullptr && rec[0] == (kCvValid | count);
+}
+
+// The packed characters of a first byte's node (second bytes ending characters); null
+// without memory, and the walk then decides for all of them.
+const uint32_t *pack_pairs(const multi_t *t, const multi_arr_t *child) {
+    uint32_t *pairs = alloc_zeroed<uint32_t>(256);
+    if (pairs == nullptr) return nullptr;
+    for (unsigned b = 0; b < 256; ++b) {
+        const unsigned char *rec = record_of(t, child, b);
+        if (rec == nullptr) continue;
+        const unsigned count = rec[0] & kCvCount;
+        if (count == 0 || count > 3 || !plain(rec, count)) continue;
+        uint32_t packed = count;
+        for (unsigned i = 0; i < count; ++i) packed |= uint32_t{rec[1 + i]} << (8 * (i + 1));
+        pairs[b] = packed;
+    }
+    return pairs;
+}
+
+// The three-byte table of a UTF-8 source, when every first byte E0-EF starts characters of
+// three bytes and the target has characters of two.
+void build_utf8_three(CvBlock *block) {
+    if (block->rec.target_max_len < 2 || block->rec.source_stateful != 0 ||
+        block->rec.target_stateful != 0) {
+        return;
+    }
+    for (unsigned b0 = 0xE0; b0 <= 0xEF; ++b0) {
+        if (block->root[b0].kind != kFastMore || block->root[b0].grand == nullptr) return;
+    }
+    uint16_t *three = alloc_zeroed<uint16_t>(size_t{1} << 16);
+    if (three == nullptr) return;
+    const multi_t *t = block->rec.table;
+    for (unsigned b0 = 0xE0; b0 <= 0xEF; ++b0) {
+        for (unsigned b1 = 0x80; b1 <= 0xBF; ++b1) {
+            const multi_arr_t *node = block->root[b0].grand[b1];
+            for (unsigned b2 = 0x80; b2 <= 0xBF; ++b2) {
+                const unsigned char *rec = record_of(t, node, b2);
+                if (!plain(rec, 2)) continue;
+                three[utf8_three_index(b0, b1, b2)] =
+                    static_cast<uint16_t>(rec[1] | (unsigned{rec[2]} << 8));
+            }
+        }
+    }
+    block->utf8_three = three;
+}
+
 void fill_entries(const multi_t *t, FastEntry *entries, bool stateful) {
     const multi_arr_t *root = t->root;
     for (unsigned b = 0; b < 256; ++b) {
@@ -225,15 +282,17 @@ void fill_entries(const multi_t *t, FastEntry *entries, bool stateful) {
                         e.grand[b2] = e.child->next_arr[e.child->offset_arr[b2]];
                     }
                 }
+            } else if (e.child->child_count == 0) {
+                e.pairs = pack_pairs(t, e.child);
             }
         } else if (flag == MULTI_LAST) {
             const unsigned char *rec = root->data_arr != nullptr
                                            ? root->data_arr + (size_t{b} << t->shift)
                                            : t->default_desc;
             const unsigned flags = rec[0];
-            const bool plain = (flags & kCvInvalidMask) != 0 && (flags & kCvCount) != 0 &&
-                               !(stateful && (flags & (kCvSourceShift | kCvTargetShifted)) != 0);
-            e.kind = plain ? kFastChar : kFastOther;
+            const bool runs = (flags & kCvInvalidMask) != 0 && (flags & kCvCount) != 0 &&
+                              !(stateful && (flags & (kCvSourceShift | kCvTargetShifted)) != 0);
+            e.kind = runs ? kFastChar : kFastOther;
             e.count = static_cast<unsigned char>(flags & kCvCount);
             std::memcpy(e.rec, rec, 1 + (flags & kCvCount));
         }
@@ -247,8 +306,12 @@ void free_fast_root(CvBlock *block) {
         for (int b = 0; b < 256; ++b) {
             _nu_free_ptr(entries[b].grand);
             entries[b].grand = nullptr;
+            _nu_free_ptr(const_cast<uint32_t *>(entries[b].pairs));
+            entries[b].pairs = nullptr;
         }
     }
+    _nu_free_ptr(const_cast<uint16_t *>(block->utf8_three));
+    block->utf8_three = nullptr;
 }
 
 void build_fast_root(CvBlock *block) {
@@ -257,14 +320,19 @@ void build_fast_root(CvBlock *block) {
     if (block->rec.shift_table != nullptr) {
         fill_entries(block->rec.shift_table, block->shift_root, stateful);
     }
-    block->ascii_identity = true;
+    int except = 0;
+    block->ascii_except[0] = block->ascii_except[1] = 0x80;
     for (unsigned b = 0; b < 0x80; ++b) {
         const FastEntry &e = block->root[b];
         // A plain record: valid, one byte, the terminator's end bit aside.
         if (e.kind != kFastChar || (e.rec[0] & ~kCvEnd) != (kCvValid | 1) || e.rec[1] != b) {
-            block->ascii_identity = false;
+            if (except < 2) block->ascii_except[except] = static_cast<unsigned char>(b);
+            ++except;
         }
     }
+    if (except == 1) block->ascii_except[1] = block->ascii_except[0];
+    block->ascii_identity = except <= 2;
+    build_utf8_three(block);
     block->rec.unused3 = kFastRootMark;
 }
 

@@ -111,14 +111,17 @@ int mon_mask(int *mask, int cs_precedes, int sign_posn, int sep_by_space) {
         {40, {3, 2, 4}, {2, 4, 3}},            {41, {3, 5, 2, 4}, {2, 4, 5, 3}},
         {42, {3, 2, 5, 4}, {2, 5, 4, 3}},
     };
-    if (cs_precedes == 0 || cs_precedes == 1) {
-        const long long key = static_cast<long long>(sign_posn) * 10 + sep_by_space;
-        for (const Row &row : kTable) {
-            if (row.key != key || sep_by_space < 0 || sep_by_space > 2) continue;
-            const int *elements = cs_precedes != 0 ? row.precedes : row.follows;
-            for (int i = 0; i < kMaskSize; ++i) mask[i] = elements[i];
-            break;
-        }
+    static_assert([] {
+        for (int i = 0; i < 15; ++i)
+            if (kTable[i].key != i / 3 * 10 + i % 3) return false;
+        return true;
+    }());
+    // The rows are in key order, three to a sign position.
+    if ((cs_precedes == 0 || cs_precedes == 1) && sign_posn >= 0 && sign_posn <= 4 &&
+        sep_by_space >= 0 && sep_by_space <= 2) {
+        const Row &row = kTable[sign_posn * 3 + sep_by_space];
+        const int *elements = cs_precedes != 0 ? row.precedes : row.follows;
+        for (int i = 0; i < kMaskSize; ++i) mask[i] = elements[i];
     }
     return mask[0] == 0 ? -1 : 0;
 }
@@ -160,7 +163,9 @@ int max_dsp_after_val(nu_locale_rec *h, const int *mask, const char *symbol, con
 
 void format_money(nu_locale_rec *h, nu_wchar *out, const int *mask, int before, int after,
                   const char *symbol, const char *sign, const nu_wchar *value) {
-    const int full_width = nu_ctype(h, "full_width");
+    // Columns are counted only for an alignment (a left precision).
+    const bool aligned = before != -1 || after != -1;
+    const int full_width = aligned ? nu_ctype(h, "full_width") : 0;
     const Widened<kSymbolLocal> wide_symbol(h, symbol);
     const Widened<kSignLocal> wide_sign(h, sign);
     nu_wchar *o = out;
@@ -168,7 +173,7 @@ void format_money(nu_locale_rec *h, nu_wchar *out, const int *mask, int before, 
     int cols_before = 0, cols_after = 0;
     auto put = [&](const nu_wchar *s) {
         if (s == nullptr) return;
-        const int c = columns(h, s, full_width);
+        const int c = aligned ? columns(h, s, full_width) : 0;
         while (*s != 0) *o++ = *s++;
         (value_done ? cols_after : cols_before) += c;
     };
@@ -253,11 +258,18 @@ void add_mon_grp(nu_locale_rec *h, nu_wchar *value, int digits, int separators, 
     const int shift = n * sep_length;
     const int tail = wlen(value + digits);
     for (int i = digits + tail; i >= digits; --i) value[i + shift] = value[i];
-    int to = digits + shift, from = digits;
-    walk([&](int before_digit) {
-        while (from > before_digit) value[--to] = value[--from];
-        for (int k = sep_length - 1; k >= 0; --k) value[--to] = sep[k];
-    });
+    // The digits from the right, each moved once, the separators where the walk put them.
+    int to = digits + shift;
+    int index = 0, size = g.sizes[0], run = 0, placed = 0;
+    for (int i = digits - 1; i >= 0; --i) {
+        value[--to] = value[i];
+        if (placed < n && i >= 1 && ++run == size) {
+            for (int k = sep_length - 1; k >= 0; --k) value[--to] = sep[k];
+            ++placed;
+            run = 0;
+            if (index < g.count - 1) size = g.sizes[++index];
+        }
+    }
 }
 
 void round_dval(char *fraction, char *integer, int precision) {
@@ -425,9 +437,13 @@ int format_amount(nu_locale_rec *h, const MonSpec &spec, nu_wchar conversion, do
 
     const char *symbol = !spec.symbol ? nullptr
                          : conversion == 'i' ? mb(lc.int_curr_symbol) : mb(lc.currency_symbol);
+    const bool negative = amount < 0;
+    // Both placements for an alignment, else the one of the amount's sign.
     int positive_mask[kMaskSize] = {}, negative_mask[kMaskSize] = {};
-    mon_mask(positive_mask, placement[0], placement[4], placement[1]);
-    mon_mask(negative_mask, placement[2], placement[5], placement[3]);
+    if (spec.has_left_precision || !negative)
+        mon_mask(positive_mask, placement[0], placement[4], placement[1]);
+    if (spec.has_left_precision || negative)
+        mon_mask(negative_mask, placement[2], placement[5], placement[3]);
     int before = -1, after = -1;
     const char *positive_sign = mb(lc.mon_positive_sign);
     const char *negative_sign = mb(lc.mon_negative_sign);
@@ -439,7 +455,6 @@ int format_amount(nu_locale_rec *h, const MonSpec &spec, nu_wchar conversion, do
         before = pb > nb ? pb : nb;
         after = pa > na ? pa : na;
     }
-    const bool negative = amount < 0;
     const int *mask = negative ? negative_mask : positive_mask;
     const char *sign = negative ? negative_sign : spec.plus ? positive_sign : nullptr;
 
@@ -449,12 +464,19 @@ int format_amount(nu_locale_rec *h, const MonSpec &spec, nu_wchar conversion, do
         return n > 0 ? n : 0;
     };
     const long field_room = wlen(value) + 16 + before + after + chars_of(symbol) + chars_of(sign);
+    // Without a width, a field that surely fits is formatted in place.
+    if (spec.width <= 0 && *count + field_room <= size) {
+        format_money(h, out + *count, mask, before, after, symbol, sign, value);
+        *count += wlen(out + *count);
+        return 0;
+    }
     Scratch<nu_wchar, 1024> field_buffer(static_cast<size_t>(field_room));
     if (!field_buffer.ok()) return fail(h, NU_ENOMEM);
     nu_wchar *field = field_buffer.data();
     format_money(h, field, mask, before, after, symbol, sign, value);
     const int field_length = wlen(field);
-    const int field_cols = nu_wcswidth(h, field, field_length);
+    // The field's columns matter only for a field width.
+    const int field_cols = spec.width > 0 ? nu_wcswidth(h, field, field_length) : 0;
     const long padding = spec.width > field_cols && field_cols >= 0 ? spec.width - field_cols : 0;
     // The piece and the terminator after it must fit.
     if (*count + field_length + padding + 1 > size) return fail(h, NU_E2BIG);

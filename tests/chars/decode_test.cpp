@@ -383,6 +383,53 @@ TEST(CharNullTable, NoCharacters) {
 }
 
 // The system's EUC-JP decoder agrees on boundaries, illegal and incomplete sequences.
+// Past its first 64 characters the terminated conversion takes one- and two-byte characters
+// from per-call tables of the first bytes: its result, error and characters must be those of
+// decoding one character at a time, whichever character (longer, illegal, cut by the
+// terminator) ends the fast stretch, and at every room.
+TEST(CharStrings, ToWideOfLongStringsAgreesWithOneCharacterAtATime) {
+    std::mt19937 rng(22);
+    for (Set set : {Set::euc, Set::fixed_two}) {
+        Locale loc(set);
+        const std::vector<std::string> plain =
+            set == Set::euc ? std::vector<std::string>{"a", "~", "\xA1\xA2", "\xFE\xFE", "\xB0\xA1"}
+                            : std::vector<std::string>{"\x03\x91", "\x03\xC9", std::string("\0A", 2)};
+        const std::vector<std::string> odd =
+            set == Set::euc ? std::vector<std::string>{"\x8F\xA1\xA3", "\x80", "\xA1\x41", "\xFF"}
+                            : std::vector<std::string>{"\x90\x30\x81\x35", "\x03\x41", "\x04\x91"};
+        for (int round = 0; round < 400; ++round) {
+            std::string text;
+            const int count = 60 + static_cast<int>(rng() % 80);
+            for (int i = 0; i < count; ++i) {
+                text += rng() % 40 == 0 ? odd[rng() % odd.size()] : plain[rng() % plain.size()];
+            }
+            if (rng() % 4 == 0) text += set == Set::euc ? "\xA1" : "\x03";   // cut by the end
+            const int room = static_cast<int>(rng() % 150);
+            // One character at a time, as the walk reads them.
+            Wide expected(160, 0xEEEE), got(160, 0xEEEE);
+            std::pair<int, int> want{room, 0};
+            const unsigned char *p = u(text.c_str());
+            for (int i = 0; i < room; ++i) {
+                nu_wchar wc = 0;
+                const auto one = loc.r(_tsn_nu_full_mbtowc(loc, &wc, p, 4));
+                if (one.first < 0) {
+                    want = one;
+                    break;
+                }
+                expected[static_cast<size_t>(i)] = wc;
+                if (one.first == 0) {
+                    want = {i, 0};
+                    break;
+                }
+                p += one.first;
+            }
+            const auto result = loc.r(_nu_im_mbstowcs(loc, got.data(), u(text.c_str()), room));
+            ASSERT_EQ(result, want) << "round " << round << " room " << room;
+            ASSERT_EQ(got, expected) << "round " << round << " room " << room;
+        }
+    }
+}
+
 TEST(CharOracle, GlibcEucJpBoundaries) {
     const auto built = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() /
                        "build" / "glibc-locales";

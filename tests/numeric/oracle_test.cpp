@@ -203,10 +203,27 @@ TEST(NumericOracle, MonetaryFormatsAgreeWithStrfmon) {
         locale_t loc = glibc_locale(r);
         if (loc == nullptr) continue;
         for (double v : doubles()) {
-            for (const char *f : {"%n", "%i", "%^n", "%!n", "%.1n"}) {
+            for (const char *f : {"%n", "%i", "%^n", "%!n", "%.1n", "%18n", "%-18n"}) {
                 char theirs[256], mine[256];
                 if (strfmon_l(theirs, sizeof theirs, loc, f, v) < 0) continue;
                 ASSERT_GE(nu_mbsfmon(h, mine, sizeof mine, f, v), 0) << r.ours << " " << f;
+                // The wide form into less room fails without writing past the room; with the
+                // terminator's room it gives the whole text.
+                std::vector<nu_wchar> wide_format(f, f + std::strlen(f) + 1), whole(256);
+                const int wide_length = nu_wcsfmon(h, whole.data(), 256, wide_format.data(), v);
+                ASSERT_GT(wide_length, 0) << r.ours << " " << f;
+                for (int room : {wide_length - 1, wide_length, wide_length + 1}) {
+                    std::vector<nu_wchar> buffer(static_cast<size_t>(room) + 8, 0xA5A5);
+                    const int got = nu_wcsfmon(h, buffer.data(), room, wide_format.data(), v);
+                    ASSERT_EQ(got, room > wide_length ? wide_length : -1) << r.ours << " " << f << " room " << room;
+                    for (size_t i = static_cast<size_t>(room); i < buffer.size(); ++i)
+                        ASSERT_EQ(buffer[i], 0xA5A5u) << r.ours << " " << f << " room " << room << " at " << i;
+                    if (got >= 0) {
+                        ASSERT_TRUE(std::equal(whole.begin(), whole.begin() + got + 1, buffer.begin()));
+                    }
+                }
+                // glibc pads to a width in bytes, the library in columns.
+                if (f[1] == '1' || f[1] == '-') continue;
                 if (known_money_difference(h, loc, f, v, mine, theirs)) continue;
                 ASSERT_STREQ(mine, theirs) << r.ours << " " << f << " " << v;
                 ++compared;
