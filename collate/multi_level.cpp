@@ -771,6 +771,10 @@ NU_EXPORT int nu_wcsxfrm(nu_locale_t h, unsigned char *out, const nu_wchar *ws, 
     }
     const int cached = try_cached_key(h, ws, len, out, n);
     if (cached >= 0) return cached;
+    return nus::walked_key(h, out, ws, len, n);
+}
+
+int nus::walked_key(nu_locale_rec *h, unsigned char *out, const nu_wchar *ws, int len, int n) {
     const int code_digits = digit_count(nus::largest_code(h));
     const int weight_digits = digit_count(static_cast<uint32_t>(h->coll.largest_weight));
     Prepared str(h, ws, len);
