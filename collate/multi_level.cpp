@@ -878,22 +878,23 @@ constexpr int kUndecodable = 2;
 
 // Whether the bytes from p to the terminator of a null-terminated string are whole characters
 // of the handle's code set, where bytes below 128 are one-byte characters. Sixteen bytes are
-// looked at at once, in the aligned block that holds p: such a block never crosses a page,
-// so the bytes of it before p and after the terminator may be read (the address checker is
-// told so), and they are masked off. A byte of 128 or more before the terminator is decoded
-// with what follows it.
-[[gnu::target("sse2"), gnu::no_sanitize_address]] bool
+// looked at at once: those from p where they lie in one page, else the aligned block that
+// holds p, which never crosses a page. Either may take bytes after the terminator (or, the
+// block, before p): they are masked off, and the address checker is told that the read is
+// meant. A byte of 128 or more before the terminator is decoded with what follows it.
+[[gnu::target("sse2"), gnu::no_sanitize_address, gnu::always_inline]] inline bool
 rest_decodes_to_terminator(const multi_t *table, const unsigned char *root, const unsigned char *p) {
     for (;;) {
-        const auto offset = static_cast<unsigned>(reinterpret_cast<uintptr_t>(p) & 15u);
-        const __m128i block = _mm_load_si128(reinterpret_cast<const __m128i *>(p - offset));
+        const auto in_page = static_cast<unsigned>(reinterpret_cast<uintptr_t>(p) & 4095u);
+        const unsigned skip = in_page <= 4096u - 16u ? 0u : in_page & 15u;
+        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p - skip));
         const unsigned zeros =
-            static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_setzero_si128()))) >> offset;
-        unsigned high = static_cast<unsigned>(_mm_movemask_epi8(block)) >> offset;
-        if (zeros != 0) high &= (zeros & (0u - zeros)) - 1u;   // the bytes before the terminator
+            static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_setzero_si128()))) >> skip;
+        unsigned high = static_cast<unsigned>(_mm_movemask_epi8(block)) >> skip;
+        high &= zeros ^ (zeros - 1u);   // the bytes up to the terminator (all without one)
         if (high == 0) {
             if (zeros != 0) return true;
-            p += 16 - offset;
+            p += 16 - skip;
             continue;
         }
         p += __builtin_ctz(high);
@@ -907,6 +908,13 @@ rest_decodes_to_terminator(const multi_t *table, const unsigned char *root, cons
         if (w.status != 0) return false;
         p += w.length;
     }
+}
+
+// The rests of two null-terminated strings, from p1 and p2: whether both decode.
+[[gnu::target("sse2"), gnu::no_sanitize_address]] bool
+rests_decode_to_terminators(const multi_t *table, const unsigned char *root, const unsigned char *p1,
+                            const unsigned char *p2) {
+    return rest_decodes_to_terminator(table, root, p1) && rest_decodes_to_terminator(table, root, p2);
 }
 
 // The bytes a character at p may take: up to end in a counted string; in a null-terminated
@@ -1015,13 +1023,12 @@ int quick_multibyte(const nu_locale_rec *h, const unsigned char *s1, const unsig
         if (w1 != w2) break;
     }
     if (Counted ? !rest_decodes(table, root, s1, p1, e1) || !rest_decodes(table, root, s2, p2, e2)
-                : !rest_decodes_to_terminator(table, root, p1) ||
-                      !rest_decodes_to_terminator(table, root, p2))
+                : !rests_decode_to_terminators(table, root, p1, p2))
         return kUndecodable;
     return w1 < w2 ? -1 : 1;
 }
 
-bool quick_multibyte_applies(nu_locale_rec *h) {
+[[gnu::always_inline]] inline bool quick_multibyte_applies(nu_locale_rec *h) {
     return !h->single_byte && h->ascii_direct && h->has_collation && h->coll.method == 1 &&
            h->coll.level_count >= 1 && nus::level_forward(h, 0) &&
            h->ctype.class_table->min_length == 1;
@@ -1029,17 +1036,12 @@ bool quick_multibyte_applies(nu_locale_rec *h) {
 
 } // namespace
 
-NU_EXPORT int _tsn_nu_im_mbfscoll(nu_locale_t h, const unsigned char *s1, int len1,
-                                  const unsigned char *s2, int len2) {
-    if (h == nullptr || s1 == nullptr || s2 == nullptr) return fail(h, NU_EBADARG, 0);
-    if ((len1 == -1) != (len2 == -1)) return fail(h, NU_ELENGTHS, 0);
-    if (len1 < -1 || len2 < -1) return fail(h, NU_EBADVAL, 0);
-    if (quick_multibyte_applies(h)) {
-        const int quick = len1 == -1 ? quick_multibyte<false>(h, s1, nullptr, s2, nullptr)
-                                     : quick_multibyte<true>(h, s1, s1 + len1, s2, s2 + len2);
-        if (quick == kUndecodable) return fail(h, NU_EILSEQ, 0);
-        if (quick != 0) return quick;
-    }
+namespace {
+
+// The comparison of checked arguments by their characters (out of line: most comparisons
+// are decided by the first look).
+[[gnu::noinline]] int collate_characters(nu_locale_rec *h, const unsigned char *s1, int len1,
+                                         const unsigned char *s2, int len2) {
     WideScratch w1, w2;
     int count1, count2;
     if (len1 == -1) {
@@ -1060,8 +1062,31 @@ NU_EXPORT int _tsn_nu_im_mbfscoll(nu_locale_t h, const unsigned char *s1, int le
     return _tsn_nu_full_wcscoll(h, w1.data(), count1, w2.data(), count2);
 }
 
+} // namespace
+
+NU_EXPORT int _tsn_nu_im_mbfscoll(nu_locale_t h, const unsigned char *s1, int len1,
+                                  const unsigned char *s2, int len2) {
+    if (h == nullptr || s1 == nullptr || s2 == nullptr) return fail(h, NU_EBADARG, 0);
+    if ((len1 == -1) != (len2 == -1)) return fail(h, NU_ELENGTHS, 0);
+    if (len1 < -1 || len2 < -1) return fail(h, NU_EBADVAL, 0);
+    if (quick_multibyte_applies(h)) {
+        const int quick = len1 == -1 ? quick_multibyte<false>(h, s1, nullptr, s2, nullptr)
+                                     : quick_multibyte<true>(h, s1, s1 + len1, s2, s2 + len2);
+        if (quick == kUndecodable) return fail(h, NU_EILSEQ, 0);
+        if (quick != 0) return quick;
+    }
+    return collate_characters(h, s1, len1, s2, len2);
+}
+
+// The null-terminated form on its own, so that the checks of the counted lengths fold away.
 NU_EXPORT int _nu_im_mbscoll(nu_locale_t h, const unsigned char *s1, const unsigned char *s2) {
-    return _tsn_nu_im_mbfscoll(h, s1, -1, s2, -1);
+    if (h == nullptr || s1 == nullptr || s2 == nullptr) return fail(h, NU_EBADARG, 0);
+    if (quick_multibyte_applies(h)) {
+        const int quick = quick_multibyte<false>(h, s1, nullptr, s2, nullptr);
+        if (quick == kUndecodable) return fail(h, NU_EILSEQ, 0);
+        if (quick != 0) return quick;
+    }
+    return collate_characters(h, s1, -1, s2, -1);
 }
 
 namespace nus {
