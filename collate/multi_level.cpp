@@ -642,6 +642,44 @@ const KeyCache *key_cache(const nu_locale_rec *h, int code_digits) {
     return kc->code_digits == code_digits ? kc : nullptr;
 }
 
+// Writes the key of `len` characters given by their cache slots, `total` bytes long: entries
+// are stored eight bytes at a time into scratch with room for the last one's eight, then as
+// much of the key as fits (and its terminator) is copied out. -1 when the scratch cannot be
+// had.
+template <typename Slot>
+int write_cached_key(const nu_locale_rec *h, const KeyCache *kc, const Slot *slot, int len,
+                     size_t total, unsigned char *out, int n) {
+    nus::Scratch<unsigned char, kStackBytes> scratch(total + 8);
+    if (!scratch.ok()) return -1;
+    unsigned char *key = scratch.data();
+    size_t at = 0;
+    for (int l = 0; l < kc->levels; ++l) {
+        if (l > 0) key[at++] = 1;
+        const uint64_t *bytes = kc->bytes(l);
+        const uint8_t *length = kc->length[l];
+        if (nus::level_forward(h, l)) {
+#pragma GCC unroll 4
+            for (int i = 0; i < len; ++i) {
+                std::memcpy(key + at, &bytes[slot[i]], 8);
+                at += length[slot[i]];
+            }
+        } else {
+            for (int i = len - 1; i >= 0; --i) {
+                std::memcpy(key + at, &bytes[slot[i]], 8);
+                at += length[slot[i]];
+            }
+        }
+    }
+    const size_t room = n > 0 ? static_cast<size_t>(n) : 0;
+    if (total < room) {
+        key[total] = 0;
+        std::memcpy(out, key, total + 1);
+    } else if (room > 0) {
+        std::memcpy(out, key, room);
+    }
+    return static_cast<int>(total);
+}
+
 // The sort key of a wide string whose characters are all cached and each a unit of its own,
 // from the cache; -1 when the string is not such a string (the general walk writes it). The
 // same bytes as write_key: the walk of such a string, forward or backward, meets each
@@ -667,43 +705,40 @@ int cached_key(const nu_locale_rec *h, const KeyCache *kc, const nu_wchar *ws, i
         for (int i = 0; i < len; ++i)
             if (kc->kind[slot[i]] == 2 && first_element(h, ws + i, len - i) != nullptr) return -1;
     }
-    // Entries are stored eight bytes at a time into scratch with room for the last one's
-    // eight, then as much of the key as fits (and its terminator) is copied out.
-    nus::Scratch<unsigned char, kStackBytes> scratch(total + 8);
-    if (!scratch.ok()) return -1;
-    unsigned char *key = scratch.data();
-    size_t at = 0;
-    for (int l = 0; l < kc->levels; ++l) {
-        if (l > 0) key[at++] = 1;
-        const uint64_t *bytes = kc->bytes(l);
-        const uint8_t *length = kc->length[l];
-        if (nus::level_forward(h, l)) {
-            for (int i = 0; i < len; ++i) {
-                std::memcpy(key + at, &bytes[slot[i]], 8);
-                at += length[slot[i]];
-            }
-        } else {
-            for (int i = len - 1; i >= 0; --i) {
-                std::memcpy(key + at, &bytes[slot[i]], 8);
-                at += length[slot[i]];
-            }
+    return write_cached_key(h, kc, slot, len, total, out, n);
+}
+
+// The same for the bytes of a single-byte code set, which are their own wide characters and
+// cache slots (as the conversion to wide characters makes them).
+int cached_key(const nu_locale_rec *h, const KeyCache *kc, const unsigned char *s, int len,
+               unsigned char *out, int n) {
+    size_t total = static_cast<size_t>(kc->levels - 1);
+    unsigned kinds = 0;
+    for (int i = 0; i < len; ++i) {
+        if (kc->kind[s[i]] == 0) return -1;
+        kinds |= kc->kind[s[i]];
+        total += kc->total[s[i]];
+    }
+    if (total > static_cast<size_t>(INT32_MAX) - 8) return -1;
+    if ((kinds & 2) != 0) {
+        // An element has at most 15 characters: 16 of them decide whether one begins here.
+        nu_wchar chars[16];
+        for (int i = 0; i < len; ++i) {
+            if (kc->kind[s[i]] != 2) continue;
+            const int count = std::min(len - i, 16);
+            for (int k = 0; k < count; ++k) chars[k] = s[i + k];
+            if (first_element(h, chars, count) != nullptr) return -1;
         }
     }
-    const size_t room = n > 0 ? static_cast<size_t>(n) : 0;
-    if (total < room) {
-        key[total] = 0;
-        std::memcpy(out, key, total + 1);
-    } else if (room > 0) {
-        std::memcpy(out, key, room);
-    }
-    return static_cast<int>(total);
+    return write_cached_key(h, kc, s, len, total, out, n);
 }
 
 // The sort key from the cache where the handle and the string allow; -1 otherwise.
-int try_cached_key(nu_locale_rec *h, const nu_wchar *ws, int len, unsigned char *out, int n) {
+template <typename Char>
+int try_cached_key(nu_locale_rec *h, const Char *text, int len, unsigned char *out, int n) {
     if (!h->has_collation || h->coll.method == 2 || h->coll.weights[0] == nullptr) return -1;
     const KeyCache *kc = key_cache(h, digit_count(nus::largest_code(h)));
-    return kc == nullptr ? -1 : cached_key(h, kc, ws, len, out, n);
+    return kc == nullptr ? -1 : cached_key(h, kc, text, len, out, n);
 }
 
 } // namespace
@@ -821,6 +856,14 @@ NU_EXPORT int nu_full_mbsxfrm(nu_locale_t h, unsigned char *out, const unsigned 
     if (h == nullptr || s == nullptr) return fail(h, NU_EBADARG, -1);
     // The companion makes the key from the multibyte text itself.
     if (nus::nuu_collates(h)) return _nuu_mbsxfrm(h, out, s, n);
+    if (h->single_byte && (out != nullptr || n <= 0)) {
+        // Bytes are their own wide characters: most keys need no conversion.
+        const size_t bytes = std::strlen(reinterpret_cast<const char *>(s));
+        if (bytes < static_cast<size_t>(INT32_MAX)) {
+            const int cached = try_cached_key(h, s, static_cast<int>(bytes), out, n);
+            if (cached >= 0) return cached;
+        }
+    }
     WideScratch wide;
     const int count = to_wide_string(h, s, wide);
     if (count < 0) return -1;
