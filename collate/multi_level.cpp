@@ -929,15 +929,22 @@ constexpr int kUndecodable = 2;
 rest_decodes_to_terminator(const multi_t *table, const unsigned char *root, const unsigned char *p) {
     for (;;) {
         const auto in_page = static_cast<unsigned>(reinterpret_cast<uintptr_t>(p) & 4095u);
-        const unsigned skip = in_page <= 4096u - 16u ? 0u : in_page & 15u;
-        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p - skip));
-        const unsigned zeros =
-            static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_setzero_si128()))) >> skip;
-        unsigned high = static_cast<unsigned>(_mm_movemask_epi8(block)) >> skip;
+        unsigned zeros, high, step = 16;
+        if (in_page <= 4096u - 16u) [[likely]] {
+            const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+            zeros = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_setzero_si128())));
+            high = static_cast<unsigned>(_mm_movemask_epi8(block));
+        } else {
+            const unsigned skip = in_page & 15u;
+            const __m128i block = _mm_load_si128(reinterpret_cast<const __m128i *>(p - skip));
+            zeros = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_setzero_si128()))) >> skip;
+            high = static_cast<unsigned>(_mm_movemask_epi8(block)) >> skip;
+            step = 16 - skip;
+        }
         high &= zeros ^ (zeros - 1u);   // the bytes up to the terminator (all without one)
         if (high == 0) {
             if (zeros != 0) return true;
-            p += 16 - skip;
+            p += step;
             continue;
         }
         p += __builtin_ctz(high);

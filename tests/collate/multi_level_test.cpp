@@ -9,6 +9,8 @@
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace {
 
@@ -528,6 +530,45 @@ TEST(MultiLevel, CachedKeysAreTheWalksKeys) {
         }
     }
     if (loaded == 0) GTEST_SKIP() << "no locale (build the 64-bit tree)";
+}
+
+// The rest of a null-terminated string is checked sixteen bytes at a time; near the end of a
+// page it must not read the next one. Strings whose terminator is the last byte before an
+// inaccessible page, valid or with a bad sequence anywhere in their last 20 bytes, compare
+// as their counted form does.
+TEST(MultiLevel, NullTerminatedComparisonStopsAtItsPage) {
+    NUS_LOAD_OR_SKIP(loc, "de_de.utf8");
+    const long page = sysconf(_SC_PAGESIZE);
+    void *map = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(map, MAP_FAILED);
+    auto *base = static_cast<unsigned char *>(map);
+    ASSERT_EQ(mprotect(base + page, page, PROT_NONE), 0);
+    int faults = 0;
+    for (const std::string bad : {"", "\xc3\xa4", "\x80", "\xc3(", "\xc3"}) {
+        for (size_t length = 1; length <= 20; ++length) {
+            for (size_t at = 1; at < length; ++at) {
+                std::string text(length, 'x');
+                text[0] = 'b';
+                text.replace(at, std::min(bad.size(), length - at), bad.substr(0, length - at));
+                unsigned char *s = base + page - text.size() - 1;
+                std::memcpy(s, text.c_str(), text.size() + 1);
+                for (bool first : {true, false}) {
+                    const unsigned char *a = first ? s : u("a"), *b = first ? u("a") : s;
+                    const int la = first ? static_cast<int>(text.size()) : 1, lb = first ? 1 : static_cast<int>(text.size());
+                    *_nu_ext_errno(loc) = 0;
+                    const int counted = sign(_tsn_nu_im_mbfscoll(loc, a, la, b, lb));
+                    const int counted_error = loc.error();
+                    *_nu_ext_errno(loc) = 0;
+                    const int terminated = sign(_nu_im_mbscoll(loc, a, b));
+                    if ((terminated != counted || loc.error() != counted_error) && ++faults <= 5)
+                        ADD_FAILURE() << "length " << length << " bad at " << at << ": " << terminated
+                                      << " error " << loc.error() << ", counted " << counted << " error "
+                                      << counted_error;
+                }
+            }
+        }
+    }
+    munmap(map, 2 * page);
 }
 
 } // namespace
