@@ -605,6 +605,7 @@ namespace nus {
 void free_bound_cache(nu_locale_rec *h) {
     release(static_cast<BoundCache *>(h->coll.bound_cache));
     h->coll.bound_cache = nullptr;
+    free_key_cache(h);
 }
 
 } // namespace nus

@@ -25,6 +25,12 @@ int build_weight_keys(nu_locale_rec *h);
 
 // Releases what the bound functions derived and cached in the handle (bounds.cpp).
 void free_bound_cache(nu_locale_rec *h);
+// Releases the sort-key bytes cached in the handle (multi_level.cpp); free_bound_cache calls it.
+void free_key_cache(nu_locale_rec *h);
+// The sort key of the len characters at ws by the walk of the table-driven method, which
+// nu_wcsxfrm takes for the strings whose per-character key bytes are not cached: the same
+// bytes, into out as nu_wcsxfrm stores them.
+int walked_key(nu_locale_rec *h, unsigned char *out, const nu_wchar *ws, int len, int n);
 
 // The largest character code of the code set, which fixes the digits a sort key gives a
 // character after a tie-break weight: by the longest character.

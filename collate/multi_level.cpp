@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <emmintrin.h>
 
 namespace {
 
@@ -499,6 +500,247 @@ int write_key(const nu_locale_rec *h, Prepared &str, unsigned char *out, int n, 
     return count;
 }
 
+// ---- sort keys from per-character key bytes ----------------------------------------------
+
+// The characters whose key bytes a handle caches: those below 256 and the two-byte wide
+// characters 0xC280 to 0xC3BF whose second byte is 0x80 to 0xBF (in UTF-8, U+0080 to U+00FF).
+constexpr int kCachedChars = 256 + 128;
+
+// The cache slot of wc, or -1.
+[[gnu::always_inline]] inline int key_slot(nu_wchar wc) {
+    if (wc < 256) return static_cast<int>(wc);
+    const nu_wchar above = wc - 0xC280u;
+    if (above < 0x140u && (wc & 0xC0u) == 0x80u)
+        return static_cast<int>(256 + (above >> 8) * 64 + (wc & 0x3Fu));
+    return -1;
+}
+
+constexpr nu_wchar slot_char(int slot) {
+    return slot < 256 ? static_cast<nu_wchar>(slot)
+                      : 0xC280u + static_cast<nu_wchar>((slot - 256) / 64 * 256 + (slot - 256) % 64);
+}
+
+// The key bytes of the cached characters, per level, as the walk writes them for a character
+// that is a unit of its own: its weight's digits, after a tie-break weight the character's
+// code too, an expansion's characters' in its place; nothing for an ignorable weight. Built
+// on a handle's first sort key.
+struct KeyCache {
+    int32_t code_digits;           // the code digits the entries hold (they follow the code set)
+    int32_t levels;
+    // Per slot: 0 when a string holding the character takes the general walk (no row, an
+    // unusual weight, an entry longer than eight bytes), 1 when it is a unit of its own, 2
+    // when it is one unless an element begins at it.
+    uint8_t kind[kCachedChars];
+    uint16_t total[kCachedChars];  // its key bytes over all levels
+    uint8_t length[nus::kMaxLevels][kCachedChars];
+    // The entries' bytes follow the record, kCachedChars per level: the first `length` in key
+    // order.
+    uint64_t *bytes(int level) {
+        return reinterpret_cast<uint64_t *>(this + 1) + kCachedChars * level;
+    }
+    const uint64_t *bytes(int level) const {
+        return reinterpret_cast<const uint64_t *>(this + 1) + kCachedChars * level;
+    }
+};
+static_assert(slot_char(256) == 0xC280u && slot_char(kCachedChars - 1) == 0xC3BFu);
+static_assert(sizeof(KeyCache) % alignof(uint64_t) == 0);
+
+// Appends the digits of one weight the walk yields for character c (the tie-break weight's
+// followed by c's code); nothing for an ignorable weight. False for a weight that the
+// general walk must write.
+bool append_weight(uint16_t w, nu_wchar c, int weight_digits, int code_digits, unsigned char *d,
+                   int *count, int size) {
+    if (w == nus::kIgnorable) return true;
+    if (nus::is_plain(w)) {
+        write_weight(w, weight_digits, d, count, size);
+        return true;
+    }
+    if ((w & (nus::kExpansionBit | nus::kCodeTieBit)) != nus::kCodeTieBit || (w & nus::kWeightMask) < 2)
+        return false;
+    write_weight(w & nus::kWeightMask, weight_digits, d, count, size);
+    write_weight(c, code_digits, d, count, size);
+    return true;
+}
+
+// The entry of character c at a level into *bytes and *length: what the walk yields for c as a
+// unit of its own, in the level's direction; an expansion's characters weighed in its place
+// (an expansion among them is ignored, as the walk ignores it). False where the general walk
+// must write c: no row, an unusual weight, more than eight bytes.
+bool key_entry(const nu_locale_rec *h, int level, nu_wchar c, int code_digits, uint64_t *bytes,
+               uint8_t *length) {
+    const int row = nus::collation_row(h, c);
+    if (row < 0) return false;
+    const uint16_t *weights = h->coll.weights[level];
+    const uint16_t w = weights[row];
+    const int weight_digits = digit_count(static_cast<uint32_t>(h->coll.largest_weight));
+    unsigned char d[32] = {};
+    int count = 0;
+    if ((w & nus::kExpansionBit) == 0) {
+        if (!append_weight(w, c, weight_digits, code_digits, d, &count, sizeof d)) return false;
+    } else {
+        const uint32_t index = w & nus::kWeightMask;
+        if (static_cast<int>(index) >= h->expansion_count) return false;
+        const CollExpansion &e = h->coll.expansions[index];
+        if (e.count == 0 || e.count > 8) return false;
+        const bool forward = nus::level_forward(h, level);
+        for (uint32_t k = 0; k < e.count; ++k) {
+            const nu_wchar wc = e.chars[forward ? k : e.count - 1 - k];
+            const int r = nus::collation_row(h, wc);
+            if (r < 0) return false;
+            if ((weights[r] & nus::kExpansionBit) != 0) continue;
+            if (!append_weight(weights[r], wc, weight_digits, code_digits, d, &count, sizeof d))
+                return false;
+        }
+    }
+    if (count > 8) return false;
+    std::memcpy(bytes, d, sizeof *bytes);
+    *length = static_cast<uint8_t>(count);
+    return true;
+}
+
+KeyCache *build_key_cache(const nu_locale_rec *h, int code_digits) {
+    const int levels = h->coll.level_count;
+    void *memory = _nu_alloc_ptr(sizeof(KeyCache) + sizeof(uint64_t) * kCachedChars * levels);
+    if (memory == nullptr) return nullptr;
+    auto *kc = static_cast<KeyCache *>(memory);
+    kc->code_digits = code_digits;
+    kc->levels = levels;
+    for (int slot = 0; slot < kCachedChars; ++slot) {
+        const nu_wchar c = slot_char(slot);
+        unsigned total = 0;
+        // The zero character ends a wide string: it is never a unit here.
+        bool simple = c != 0;
+        for (int l = 0; simple && l < kc->levels; ++l) {
+            simple = key_entry(h, l, c, code_digits, &kc->bytes(l)[slot], &kc->length[l][slot]);
+            total += kc->length[l][slot];
+        }
+        kc->kind[slot] = !simple ? 0 : h->element_count > 0 && may_begin_element(h, c) ? 2 : 1;
+        kc->total[slot] = static_cast<uint16_t>(total);
+    }
+    return kc;
+}
+
+// The handle's key cache, built on first use (by one thread: a concurrent builder's copy is
+// dropped); null where it does not apply or its memory is refused.
+const KeyCache *key_cache(const nu_locale_rec *h, int code_digits) {
+    void *const *slot = &h->coll.key_cache;
+    auto *kc = static_cast<const KeyCache *>(__atomic_load_n(slot, __ATOMIC_ACQUIRE));
+    if (kc == nullptr) {
+        if (h->coll.level_count < 1 || h->coll.level_count > nus::kMaxLevels) return nullptr;
+        KeyCache *built = build_key_cache(h, code_digits);
+        if (built == nullptr) return nullptr;
+        void *expected = nullptr;
+        if (!__atomic_compare_exchange_n(const_cast<void **>(slot), &expected, built, false,
+                                         __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
+            _nu_free_ptr(built);
+            kc = static_cast<const KeyCache *>(expected);
+        } else {
+            kc = built;
+        }
+    }
+    // A CTYPE of another code set since: the codes after tie-break weights differ.
+    return kc->code_digits == code_digits ? kc : nullptr;
+}
+
+// Writes the key of `len` characters given by their cache slots, `total` bytes long: entries
+// are stored eight bytes at a time into scratch with room for the last one's eight, then as
+// much of the key as fits (and its terminator) is copied out. -1 when the scratch cannot be
+// had.
+template <typename Slot>
+int write_cached_key(const nu_locale_rec *h, const KeyCache *kc, const Slot *slot, int len,
+                     size_t total, unsigned char *out, int n) {
+    nus::Scratch<unsigned char, kStackBytes> scratch(total + 8);
+    if (!scratch.ok()) return -1;
+    unsigned char *key = scratch.data();
+    size_t at = 0;
+    for (int l = 0; l < kc->levels; ++l) {
+        if (l > 0) key[at++] = 1;
+        const uint64_t *bytes = kc->bytes(l);
+        const uint8_t *length = kc->length[l];
+        if (nus::level_forward(h, l)) {
+#pragma GCC unroll 4
+            for (int i = 0; i < len; ++i) {
+                std::memcpy(key + at, &bytes[slot[i]], 8);
+                at += length[slot[i]];
+            }
+        } else {
+            for (int i = len - 1; i >= 0; --i) {
+                std::memcpy(key + at, &bytes[slot[i]], 8);
+                at += length[slot[i]];
+            }
+        }
+    }
+    const size_t room = n > 0 ? static_cast<size_t>(n) : 0;
+    if (total < room) {
+        key[total] = 0;
+        std::memcpy(out, key, total + 1);
+    } else if (room > 0) {
+        std::memcpy(out, key, room);
+    }
+    return static_cast<int>(total);
+}
+
+// The sort key of a wide string whose characters are all cached and each a unit of its own,
+// from the cache; -1 when the string is not such a string (the general walk writes it). The
+// same bytes as write_key: the walk of such a string, forward or backward, meets each
+// character once, with the weights of its row.
+int cached_key(const nu_locale_rec *h, const KeyCache *kc, const nu_wchar *ws, int len,
+               unsigned char *out, int n) {
+    nus::Scratch<uint16_t, kStackChars> slots(static_cast<size_t>(len));
+    if (!slots.ok()) return -1;
+    uint16_t *slot = slots.data();
+    size_t total = static_cast<size_t>(kc->levels - 1);
+    unsigned kinds = 0;
+    for (int i = 0; i < len; ++i) {
+        const int k = key_slot(ws[i]);
+        if (k < 0 || kc->kind[k] == 0) return -1;
+        slot[i] = static_cast<uint16_t>(k);
+        kinds |= kc->kind[k];
+        total += kc->total[k];
+    }
+    if (total > static_cast<size_t>(INT32_MAX) - 8) return -1;
+    if ((kinds & 2) != 0) {
+        // Characters that may begin an element: the string is one of units only when no
+        // element begins anywhere in it (then none covers any position either).
+        for (int i = 0; i < len; ++i)
+            if (kc->kind[slot[i]] == 2 && first_element(h, ws + i, len - i) != nullptr) return -1;
+    }
+    return write_cached_key(h, kc, slot, len, total, out, n);
+}
+
+// The same for the bytes of a single-byte code set, which are their own wide characters and
+// cache slots (as the conversion to wide characters makes them).
+int cached_key(const nu_locale_rec *h, const KeyCache *kc, const unsigned char *s, int len,
+               unsigned char *out, int n) {
+    size_t total = static_cast<size_t>(kc->levels - 1);
+    unsigned kinds = 0;
+    for (int i = 0; i < len; ++i) {
+        if (kc->kind[s[i]] == 0) return -1;
+        kinds |= kc->kind[s[i]];
+        total += kc->total[s[i]];
+    }
+    if (total > static_cast<size_t>(INT32_MAX) - 8) return -1;
+    if ((kinds & 2) != 0) {
+        // An element has at most 15 characters: 16 of them decide whether one begins here.
+        nu_wchar chars[16];
+        for (int i = 0; i < len; ++i) {
+            if (kc->kind[s[i]] != 2) continue;
+            const int count = std::min(len - i, 16);
+            for (int k = 0; k < count; ++k) chars[k] = s[i + k];
+            if (first_element(h, chars, count) != nullptr) return -1;
+        }
+    }
+    return write_cached_key(h, kc, s, len, total, out, n);
+}
+
+// The sort key from the cache where the handle and the string allow; -1 otherwise.
+template <typename Char>
+int try_cached_key(nu_locale_rec *h, const Char *text, int len, unsigned char *out, int n) {
+    if (!h->has_collation || h->coll.method == 2 || h->coll.weights[0] == nullptr) return -1;
+    const KeyCache *kc = key_cache(h, digit_count(nus::largest_code(h)));
+    return kc == nullptr ? -1 : cached_key(h, kc, text, len, out, n);
+}
+
 } // namespace
 
 NU_EXPORT int _tsn_nu_full_wcscoll(nu_locale_t h, const nu_wchar *ws1, int len1,
@@ -562,6 +804,12 @@ NU_EXPORT int nu_wcsxfrm(nu_locale_t h, unsigned char *out, const nu_wchar *ws, 
         nu_mbsterm(h, b.data() + bytes);
         return _nu_thaismoxfrm(h, b.data(), out, n);
     }
+    const int cached = try_cached_key(h, ws, len, out, n);
+    if (cached >= 0) return cached;
+    return nus::walked_key(h, out, ws, len, n);
+}
+
+int nus::walked_key(nu_locale_rec *h, unsigned char *out, const nu_wchar *ws, int len, int n) {
     const int code_digits = digit_count(nus::largest_code(h));
     const int weight_digits = digit_count(static_cast<uint32_t>(h->coll.largest_weight));
     Prepared str(h, ws, len);
@@ -608,8 +856,23 @@ NU_EXPORT int nu_full_mbsxfrm(nu_locale_t h, unsigned char *out, const unsigned 
     if (h == nullptr || s == nullptr) return fail(h, NU_EBADARG, -1);
     // The companion makes the key from the multibyte text itself.
     if (nus::nuu_collates(h)) return _nuu_mbsxfrm(h, out, s, n);
+    if (h->single_byte && (out != nullptr || n <= 0)) {
+        // Bytes are their own wide characters: most keys need no conversion.
+        const size_t bytes = std::strlen(reinterpret_cast<const char *>(s));
+        if (bytes < static_cast<size_t>(INT32_MAX)) {
+            const int cached = try_cached_key(h, s, static_cast<int>(bytes), out, n);
+            if (cached >= 0) return cached;
+        }
+    }
     WideScratch wide;
-    if (to_wide_string(h, s, wide) < 0) return -1;
+    const int count = to_wide_string(h, s, wide);
+    if (count < 0) return -1;
+    if (out != nullptr || n <= 0) {
+        // Most strings take the cached key straight away, without counting the characters
+        // again (a string with a zero character among them is not one of those).
+        const int cached = try_cached_key(h, wide.data(), count, out, n);
+        if (cached >= 0) return cached;
+    }
     return nu_wcsxfrm(h, out, wide.data(), n);
 }
 
@@ -655,6 +918,54 @@ namespace {
 }
 
 constexpr int kUndecodable = 2;
+
+// Whether the bytes from p to the terminator of a null-terminated string are whole characters
+// of the handle's code set, where bytes below 128 are one-byte characters. Sixteen bytes are
+// looked at at once: those from p where they lie in one page, else the aligned block that
+// holds p, which never crosses a page. Either may take bytes after the terminator (or, the
+// block, before p): they are masked off, and the address checker is told that the read is
+// meant. A byte of 128 or more before the terminator is decoded with what follows it.
+[[gnu::target("sse2"), gnu::no_sanitize_address, gnu::always_inline]] inline bool
+rest_decodes_to_terminator(const multi_t *table, const unsigned char *root, const unsigned char *p) {
+    for (;;) {
+        const auto in_page = static_cast<unsigned>(reinterpret_cast<uintptr_t>(p) & 4095u);
+        unsigned zeros, high, step = 16;
+        if (in_page <= 4096u - 16u) [[likely]] {
+            const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+            zeros = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_setzero_si128())));
+            high = static_cast<unsigned>(_mm_movemask_epi8(block));
+        } else {
+            const unsigned skip = in_page & 15u;
+            const __m128i block = _mm_load_si128(reinterpret_cast<const __m128i *>(p - skip));
+            zeros = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_setzero_si128()))) >> skip;
+            high = static_cast<unsigned>(_mm_movemask_epi8(block)) >> skip;
+            step = 16 - skip;
+        }
+        high &= zeros ^ (zeros - 1u);   // the bytes up to the terminator (all without one)
+        if (high == 0) {
+            if (zeros != 0) return true;
+            p += step;
+            continue;
+        }
+        p += __builtin_ctz(high);
+        if (root[*p] == MULTI_LAST) {
+            ++p;
+            continue;
+        }
+        long budget = 1;
+        while (budget < MULTI_MAX_DEPTH && p[budget] != 0) ++budget;
+        const nus::Walk w = nus::walk(table, p, budget);
+        if (w.status != 0) return false;
+        p += w.length;
+    }
+}
+
+// The rests of two null-terminated strings, from p1 and p2: whether both decode.
+[[gnu::target("sse2"), gnu::no_sanitize_address]] bool
+rests_decode_to_terminators(const multi_t *table, const unsigned char *root, const unsigned char *p1,
+                            const unsigned char *p2) {
+    return rest_decodes_to_terminator(table, root, p1) && rest_decodes_to_terminator(table, root, p2);
+}
 
 // The bytes a character at p may take: up to end in a counted string; in a null-terminated
 // one (Counted false), the bytes before the terminator, counted no further than the longest
@@ -761,16 +1072,13 @@ int quick_multibyte(const nu_locale_rec *h, const unsigned char *s1, const unsig
         if (w2 == 0) return 0;
         if (w1 != w2) break;
     }
-    if (!Counted) {
-        e1 = p1 + std::strlen(reinterpret_cast<const char *>(p1));
-        e2 = p2 + std::strlen(reinterpret_cast<const char *>(p2));
-    }
-    if (!rest_decodes(table, root, s1, p1, e1) || !rest_decodes(table, root, s2, p2, e2))
+    if (Counted ? !rest_decodes(table, root, s1, p1, e1) || !rest_decodes(table, root, s2, p2, e2)
+                : !rests_decode_to_terminators(table, root, p1, p2))
         return kUndecodable;
     return w1 < w2 ? -1 : 1;
 }
 
-bool quick_multibyte_applies(nu_locale_rec *h) {
+[[gnu::always_inline]] inline bool quick_multibyte_applies(nu_locale_rec *h) {
     return !h->single_byte && h->ascii_direct && h->has_collation && h->coll.method == 1 &&
            h->coll.level_count >= 1 && nus::level_forward(h, 0) &&
            h->ctype.class_table->min_length == 1;
@@ -778,17 +1086,12 @@ bool quick_multibyte_applies(nu_locale_rec *h) {
 
 } // namespace
 
-NU_EXPORT int _tsn_nu_im_mbfscoll(nu_locale_t h, const unsigned char *s1, int len1,
-                                  const unsigned char *s2, int len2) {
-    if (h == nullptr || s1 == nullptr || s2 == nullptr) return fail(h, NU_EBADARG, 0);
-    if ((len1 == -1) != (len2 == -1)) return fail(h, NU_ELENGTHS, 0);
-    if (len1 < -1 || len2 < -1) return fail(h, NU_EBADVAL, 0);
-    if (quick_multibyte_applies(h)) {
-        const int quick = len1 == -1 ? quick_multibyte<false>(h, s1, nullptr, s2, nullptr)
-                                     : quick_multibyte<true>(h, s1, s1 + len1, s2, s2 + len2);
-        if (quick == kUndecodable) return fail(h, NU_EILSEQ, 0);
-        if (quick != 0) return quick;
-    }
+namespace {
+
+// The comparison of checked arguments by their characters (out of line: most comparisons
+// are decided by the first look).
+[[gnu::noinline]] int collate_characters(nu_locale_rec *h, const unsigned char *s1, int len1,
+                                         const unsigned char *s2, int len2) {
     WideScratch w1, w2;
     int count1, count2;
     if (len1 == -1) {
@@ -809,11 +1112,39 @@ NU_EXPORT int _tsn_nu_im_mbfscoll(nu_locale_t h, const unsigned char *s1, int le
     return _tsn_nu_full_wcscoll(h, w1.data(), count1, w2.data(), count2);
 }
 
+} // namespace
+
+NU_EXPORT int _tsn_nu_im_mbfscoll(nu_locale_t h, const unsigned char *s1, int len1,
+                                  const unsigned char *s2, int len2) {
+    if (h == nullptr || s1 == nullptr || s2 == nullptr) return fail(h, NU_EBADARG, 0);
+    if ((len1 == -1) != (len2 == -1)) return fail(h, NU_ELENGTHS, 0);
+    if (len1 < -1 || len2 < -1) return fail(h, NU_EBADVAL, 0);
+    if (quick_multibyte_applies(h)) {
+        const int quick = len1 == -1 ? quick_multibyte<false>(h, s1, nullptr, s2, nullptr)
+                                     : quick_multibyte<true>(h, s1, s1 + len1, s2, s2 + len2);
+        if (quick == kUndecodable) return fail(h, NU_EILSEQ, 0);
+        if (quick != 0) return quick;
+    }
+    return collate_characters(h, s1, len1, s2, len2);
+}
+
+// The null-terminated form on its own, so that the checks of the counted lengths fold away.
 NU_EXPORT int _nu_im_mbscoll(nu_locale_t h, const unsigned char *s1, const unsigned char *s2) {
-    return _tsn_nu_im_mbfscoll(h, s1, -1, s2, -1);
+    if (h == nullptr || s1 == nullptr || s2 == nullptr) return fail(h, NU_EBADARG, 0);
+    if (quick_multibyte_applies(h)) {
+        const int quick = quick_multibyte<false>(h, s1, nullptr, s2, nullptr);
+        if (quick == kUndecodable) return fail(h, NU_EILSEQ, 0);
+        if (quick != 0) return quick;
+    }
+    return collate_characters(h, s1, -1, s2, -1);
 }
 
 namespace nus {
+
+void free_key_cache(nu_locale_rec *h) {
+    _nu_free_ptr(h->coll.key_cache);
+    h->coll.key_cache = nullptr;
+}
 
 int build_weight_keys(nu_locale_rec *h) {
     const int32_t largest = h->coll.largest_weight;

@@ -166,7 +166,7 @@ int collate_sb_back(const nu_locale_rec *h, int level, const unsigned char *s1, 
 }
 
 // Checks the lengths; false with the error stored when they do not go together.
-bool lengths_ok(nu_locale_rec *h, const unsigned char *s1, int len1, const unsigned char *s2,
+[[gnu::always_inline]] inline bool lengths_ok(nu_locale_rec *h, const unsigned char *s1, int len1, const unsigned char *s2,
                 int len2) {
     if (s1 == nullptr || s2 == nullptr) return fail(h, NU_EBADARG, 0), false;
     if ((len1 == -1) != (len2 == -1)) return fail(h, NU_ELENGTHS, 0), false;
@@ -178,15 +178,16 @@ bool lengths_ok(nu_locale_rec *h, const unsigned char *s1, int len1, const unsig
 // single plain units, the two walks stay in step, so the first two weights that differ (or
 // the end of one string before a plain byte of the other) decide as the full comparison
 // would. 0 when this look cannot decide.
+template <bool Counted>
 int quick_first_level(const nu_locale_rec *h, const unsigned char *s1, int len1,
                       const unsigned char *s2, int len2) {
     const uint16_t *quick = h->coll.byte_quick;
     if (quick == nullptr) return 0;
-    const unsigned char *e1 = len1 == -1 ? nullptr : s1 + len1;
-    const unsigned char *e2 = len2 == -1 ? nullptr : s2 + len2;
+    const unsigned char *e1 = Counted ? s1 + len1 : nullptr;
+    const unsigned char *e2 = Counted ? s2 + len2 : nullptr;
     for (;;) {
-        const bool end1 = e1 != nullptr ? s1 >= e1 : *s1 == 0;
-        const bool end2 = e2 != nullptr ? s2 >= e2 : *s2 == 0;
+        const bool end1 = Counted ? s1 >= e1 : *s1 == 0;
+        const bool end2 = Counted ? s2 >= e2 : *s2 == 0;
         if (end1 || end2) {
             if (end1 && end2) return 0;
             return quick[end1 ? *s2 : *s1] == 0 ? 0 : end1 ? -1 : 1;
@@ -203,16 +204,30 @@ int quick_first_level(const nu_locale_rec *h, const unsigned char *s1, int len1,
     }
 }
 
+// The first look, for counted strings or (len1 -1) null-terminated ones.
+inline int quick_first_level(const nu_locale_rec *h, const unsigned char *s1, int len1,
+                             const unsigned char *s2, int len2) {
+    return len1 == -1 ? quick_first_level<false>(h, s1, len1, s2, len2)
+                      : quick_first_level<true>(h, s1, len1, s2, len2);
+}
+
+// Every level walked forward (out of line: the first look decides most comparisons).
 template <bool Exp, bool Elem>
-int collate_levels(nu_locale_rec *h, const unsigned char *s1, int len1, const unsigned char *s2,
-                   int len2) {
-    if (h == nullptr || !lengths_ok(h, s1, len1, s2, len2)) return 0;
-    if (h->coll.byte_weights == nullptr) return 0;
-    if (const int quick = quick_first_level(h, s1, len1, s2, len2)) return quick;
+[[gnu::noinline]] int collate_forward_levels(nu_locale_rec *h, const unsigned char *s1, int len1,
+                                             const unsigned char *s2, int len2) {
     int result = 0;
     for (int level = 0; level < h->coll.level_count && result == 0; ++level)
         result = collate_forward<Exp, Elem>(h, level, s1, len1, s2, len2);
     return result;
+}
+
+template <bool Exp, bool Elem>
+[[gnu::always_inline]] inline int collate_levels(nu_locale_rec *h, const unsigned char *s1, int len1,
+                                                 const unsigned char *s2, int len2) {
+    if (h == nullptr || !lengths_ok(h, s1, len1, s2, len2)) return 0;
+    if (h->coll.byte_weights == nullptr) return 0;
+    if (const int quick = quick_first_level(h, s1, len1, s2, len2)) return quick;
+    return collate_forward_levels<Exp, Elem>(h, s1, len1, s2, len2);
 }
 
 // Bytes before the terminator of a null-terminated string in the handle's code set.
@@ -253,7 +268,7 @@ NU_EXPORT int _tsn_nu_is_mbfscoll_exp(nu_locale_t h, const unsigned char *s1, in
 }
 
 NU_EXPORT int _nu_is_mbscoll_exp(nu_locale_t h, const unsigned char *s1, const unsigned char *s2) {
-    return _tsn_nu_is_mbfscoll_exp(h, s1, -1, s2, -1);
+    return collate_levels<true, false>(h, s1, -1, s2, -1);
 }
 
 NU_EXPORT int _tsn_nu_is_mbfscoll_elem(nu_locale_t h, const unsigned char *s1, int len1,
@@ -263,7 +278,8 @@ NU_EXPORT int _tsn_nu_is_mbfscoll_elem(nu_locale_t h, const unsigned char *s1, i
 }
 
 NU_EXPORT int _nu_is_mbscoll_elem(nu_locale_t h, const unsigned char *s1, const unsigned char *s2) {
-    return _tsn_nu_is_mbfscoll_elem(h, s1, -1, s2, -1);
+    if (h != nullptr && h->coll.elem_candidates == nullptr) return collate_levels<false, false>(h, s1, -1, s2, -1);
+    return collate_levels<false, true>(h, s1, -1, s2, -1);
 }
 
 NU_EXPORT int _tsn_nu_is_mbfscoll_exp_elem(nu_locale_t h, const unsigned char *s1, int len1,
@@ -274,7 +290,8 @@ NU_EXPORT int _tsn_nu_is_mbfscoll_exp_elem(nu_locale_t h, const unsigned char *s
 
 NU_EXPORT int _nu_is_mbscoll_exp_elem(nu_locale_t h, const unsigned char *s1,
                                       const unsigned char *s2) {
-    return _tsn_nu_is_mbfscoll_exp_elem(h, s1, -1, s2, -1);
+    if (h != nullptr && h->coll.elem_candidates == nullptr) return collate_levels<true, false>(h, s1, -1, s2, -1);
+    return collate_levels<true, true>(h, s1, -1, s2, -1);
 }
 
 // ---- code order ------------------------------------------------------------------------------

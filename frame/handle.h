@@ -106,6 +106,9 @@ struct CollateFields {
     // Derived on first use by the bound functions and owned by this record (never shared
     // with a copy): see collate/bounds.cpp.
     void *bound_cache;
+    // The sort-key bytes of the characters below 256, built on the first key and owned by
+    // this record like bound_cache (released with it): see collate/multi_level.cpp.
+    void *key_cache;
 };
 
 // A category string and its wide twin, both owned by the handle.

@@ -320,6 +320,7 @@ int copy_category(nu_locale_rec *dst, nu_locale_rec *src, int category) {
     case NU_COLLATE:
         dst->coll = src->coll;     // shared with the source
         dst->coll.bound_cache = nullptr;
+        dst->coll.key_cache = nullptr;
         dst->element_count = src->element_count;
         dst->expansion_count = src->expansion_count;
         break;

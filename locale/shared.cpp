@@ -89,6 +89,7 @@ void store(Entry *e, const nu_locale_rec *h, int category) {
     case NU_COLLATE:
         e->data.collate = {h->coll, h->element_count, h->expansion_count};
         e->data.collate.coll.bound_cache = nullptr;   // per handle
+        e->data.collate.coll.key_cache = nullptr;     // per handle
         break;
     case NU_TIME:
         e->data.time = h->time;

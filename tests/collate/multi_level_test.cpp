@@ -9,6 +9,8 @@
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace {
 
@@ -488,6 +490,85 @@ TEST(MultiLevel, CutKeysArePrefixesOfTheWholeKey) {
         for (const std::string &s : strings) EXPECT_EQ(cut_key_fault(loc, s), "") << spec << " \"" << s << "\"";
     }
     if (loaded == 0) GTEST_SKIP() << "no generated locale (build the 64-bit tree)";
+}
+
+// Sort keys are mostly copied from key bytes the handle caches per character; they must be
+// the bytes the walk writes. Generated locales (expansions, tie-break codes, an element whose
+// first character is cached, characters outside the cache) and hand-made tables with a
+// backward level, an expansion, a tie-break weight and an ignorable character.
+TEST(MultiLevel, CachedKeysAreTheWalksKeys) {
+    const std::vector<std::pair<std::string, std::string>> generated = {
+        {"de_de.8859-1", "aAoO\xf6\xd6\xe4\xdf\xb7lLs -"},
+        {"de_de.utf8", "aAoO\xc3\xb6\xc3\x96\xc3\x9f\xc2\xb7lLs -\xe2\x82\xac"},
+        {"cs_cz.8859-2", "cChHrR\xe8\xc8\xf8 -"},
+    };
+    CollateFixture backward = letters({1, 2, 1});
+    backward.expansions = {{'a', 'b', 'c'}};
+    backward.map("X", backward.row({4, 0x4000, 3}));
+    backward.map("T", backward.row({5, 0x8006, 0x8002}));
+    backward.map("-", backward.row({1, 1, 2}));
+    std::mt19937 rng(5);
+    int loaded = 0;
+    for (size_t round = 0; round <= generated.size(); ++round) {
+        const bool hand_made = round == generated.size();
+        nus_test::TestLocale loc(hand_made ? "xx_yy/0333.lco" : generated[round].first);
+        if (loc.h == nullptr) continue;
+        ++loaded;
+        if (hand_made) {
+            ASSERT_EQ(nus_test::load_collate(loc, backward), 0);
+        }
+        SCOPED_TRACE(hand_made ? "hand-made" : generated[round].first);
+        int faults = 0;
+        for (const std::string &s : random_strings(loc, rng, hand_made ? "abcdeXT-" : generated[round].second)) {
+            std::vector<nu_wchar> w(s.size() + 1);
+            const int n = loc.h->to_wide(loc.h, w.data(), u(s), static_cast<int>(w.size()));
+            ASSERT_GE(n, 0);
+            std::vector<unsigned char> walked(1024), cached(1024);
+            const int lw = nus::walked_key(loc.h, walked.data(), w.data(), n, 1024);
+            const int lc = nu_full_mbsxfrm(loc.h, cached.data(), u(s), 1024);
+            if ((lw != lc || walked != cached) && ++faults <= 5) ADD_FAILURE() << "\"" << s << "\"";
+        }
+    }
+    if (loaded == 0) GTEST_SKIP() << "no locale (build the 64-bit tree)";
+}
+
+// The rest of a null-terminated string is checked sixteen bytes at a time; near the end of a
+// page it must not read the next one. Strings whose terminator is the last byte before an
+// inaccessible page, valid or with a bad sequence anywhere in their last 20 bytes, compare
+// as their counted form does.
+TEST(MultiLevel, NullTerminatedComparisonStopsAtItsPage) {
+    NUS_LOAD_OR_SKIP(loc, "de_de.utf8");
+    const long page = sysconf(_SC_PAGESIZE);
+    void *map = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(map, MAP_FAILED);
+    auto *base = static_cast<unsigned char *>(map);
+    ASSERT_EQ(mprotect(base + page, page, PROT_NONE), 0);
+    int faults = 0;
+    for (const std::string bad : {"", "\xc3\xa4", "\x80", "\xc3(", "\xc3"}) {
+        for (size_t length = 1; length <= 20; ++length) {
+            for (size_t at = 1; at < length; ++at) {
+                std::string text(length, 'x');
+                text[0] = 'b';
+                text.replace(at, std::min(bad.size(), length - at), bad.substr(0, length - at));
+                unsigned char *s = base + page - text.size() - 1;
+                std::memcpy(s, text.c_str(), text.size() + 1);
+                for (bool first : {true, false}) {
+                    const unsigned char *a = first ? s : u("a"), *b = first ? u("a") : s;
+                    const int la = first ? static_cast<int>(text.size()) : 1, lb = first ? 1 : static_cast<int>(text.size());
+                    *_nu_ext_errno(loc) = 0;
+                    const int counted = sign(_tsn_nu_im_mbfscoll(loc, a, la, b, lb));
+                    const int counted_error = loc.error();
+                    *_nu_ext_errno(loc) = 0;
+                    const int terminated = sign(_nu_im_mbscoll(loc, a, b));
+                    if ((terminated != counted || loc.error() != counted_error) && ++faults <= 5)
+                        ADD_FAILURE() << "length " << length << " bad at " << at << ": " << terminated
+                                      << " error " << loc.error() << ", counted " << counted << " error "
+                                      << counted_error;
+                }
+            }
+        }
+    }
+    munmap(map, 2 * page);
 }
 
 } // namespace
