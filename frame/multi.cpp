@@ -212,28 +212,44 @@ struct ArenaBlock {
     ArenaBlock *next;
     size_t used;
     size_t size;
-    size_t pad;   // keeps what follows 16-byte aligned on both targets
+    size_t grown; // the size of the next ordinary block (the header stays 16-byte aligned)
 };
 static_assert(sizeof(ArenaBlock) % 16 == 0);
 
-// Blocks grow from the first size to the last, so that a small table holds little and a
-// large one takes a few dozen allocations; a request larger than a block gets its own.
-constexpr size_t kFirstArenaBlock = 8192;
+// Ordinary blocks grow from the first size to the last, so that a small table holds little
+// and a large one takes a few dozen allocations; a request larger than a block gets its own.
+// A reserved first block is at most kLargestReserve (a damaged file's announced counts cost
+// no more).
+constexpr size_t kFirstArenaBlock = 2048;
 constexpr size_t kLastArenaBlock = 65536;
+constexpr size_t kLargestReserve = size_t{1} << 20;
+
+ArenaBlock *new_block(size_t capacity, size_t grown) {
+    auto *block = static_cast<ArenaBlock *>(_nu_alloc_ptr(sizeof(ArenaBlock) + capacity));
+    if (block == nullptr) return nullptr;
+    std::memset(static_cast<void *>(block + 1), 0, capacity);
+    block->next = nullptr;
+    block->used = 0;
+    block->size = capacity;
+    block->grown = grown;
+    return block;
+}
+
+void arena_reserve(multi_t *t, size_t size) {
+    if (t->arena != nullptr || size == 0) return;
+    // Without memory nothing is reserved: the first request fails in its turn.
+    t->arena = new_block(std::min(size, kLargestReserve), kFirstArenaBlock);
+}
 
 void *arena_alloc(multi_t *t, size_t size) {
     if (size > SIZE_MAX / 2) return nullptr;
     size = (size + 15) & ~size_t{15};
     auto *head = static_cast<ArenaBlock *>(t->arena);
     if (head == nullptr || head->size - head->used < size) {
-        const size_t grown = head == nullptr ? kFirstArenaBlock
-                                             : std::min(head->size * 2, kLastArenaBlock);
+        const size_t grown = head == nullptr ? kFirstArenaBlock : head->grown;
         const size_t capacity = std::max(grown, size);
-        auto *block = static_cast<ArenaBlock *>(_nu_alloc_ptr(sizeof(ArenaBlock) + capacity));
+        ArenaBlock *block = new_block(capacity, std::min(grown * 2, kLastArenaBlock));
         if (block == nullptr) return nullptr;
-        std::memset(static_cast<void *>(block + 1), 0, capacity);
-        block->used = 0;
-        block->size = capacity;
         if (head != nullptr && capacity > grown) {
             // A large request: the current block stays in front for the small ones.
             block->next = head->next;

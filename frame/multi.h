@@ -75,6 +75,9 @@ void fill_default(const multi_t *t, unsigned char *arr);
 // Zeroed memory for a table read from a file, carved from blocks that the table frees
 // together (16-byte aligned); null when memory runs out.
 void *arena_alloc(multi_t *t, size_t size);
+// Makes the first block of the arena `size` bytes large (within the usual bounds), when the
+// table has none yet.
+void arena_reserve(multi_t *t, size_t size);
 void free_arena(multi_t *t);
 // Frees an uncompressed subtree and takes its arrays off the table's counts.
 void discard_subtree(multi_t *t, multi_arr_t *node);

@@ -550,6 +550,10 @@ struct Reader {
         t->flag_count = 0;
         t->data_count = 0;
         flag_room = data_room = counts_room = 1;
+        // The announced arrays (and the offsets of the flag arrays) fill the first block of
+        // the arena, the nodes the later ones.
+        arena_reserve(t, static_cast<size_t>(flag_total) * (2 * kSlots + sizeof(void *)) +
+                             static_cast<size_t>(data_total) * ((data_array_size(t) + 15) & ~size_t{15}));
 
         while (t->flag_count < flag_total) {
             if (!room_for(t->flag_list, t->flag_count, flag_room, flag_total) ||
