@@ -106,10 +106,11 @@ struct StreamChars {
 };
 
 // The same characters read in blocks: the lookups that read the whole file from a stream
-// of their own go through it, a call per block instead of one per character.
+// of their own go through it, a call per block instead of one per character. The stream is
+// left unbuffered, so that a block is one read of the file, with no copy in between.
 class BlockChars {
 public:
-    explicit BlockChars(FILE *stream) : stream_(stream) {}
+    explicit BlockChars(FILE *stream) : stream_(stream) { std::setvbuf(stream, nullptr, _IONBF, 0); }
     int get() {
         if (pos_ < len_ || more()) return static_cast<unsigned char>(buffer_[pos_++]);
         return EOF;
@@ -180,7 +181,7 @@ private:
     size_t pos_ = 0;
     size_t len_ = 0;
     bool ended_ = false;
-    char buffer_[4096];
+    char buffer_[8192];
 };
 
 // Skips white space and returns the next character, pushed back.
