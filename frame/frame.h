@@ -265,7 +265,7 @@ inline constexpr HexTables kHexTables = [] {
 }();
 
 // White space, then get_hex(in, 4): from memory when the block holds the field.
-inline uint32_t spaced_hex4(Chars &in) {
+[[gnu::always_inline]] inline uint32_t spaced_hex4(Chars &in) {
     if (InputBlock *block = in.block()) {
         unsigned char *p = block->pos;
         unsigned char *const end = block->end;
