@@ -486,8 +486,7 @@ int read_body(FILE *stream, nu_locale_rec *h) {
     nus::Chars in(stream);
     for (long r = 0; r < rows; ++r) {
         for (int l = 0; l < c.level_count; ++l) {
-            nus::skip_whitespace(in);
-            const uint32_t weight = nus::get_hex(in, 4);
+            const uint32_t weight = nus::spaced_hex4(in);
             // An expansion reference must name an expansion that exists.
             if (weight > 0xFFFF || ((weight & nus::kExpansionBit) != 0 &&
                                     static_cast<long>(weight & nus::kWeightMask) >= v[4]))

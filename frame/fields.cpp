@@ -13,7 +13,6 @@ namespace {
 
 thread_local InputBlock *t_input = nullptr;
 
-constexpr size_t kBlockSize = 32768;
 constexpr int kLineSize = 4096;   // one fgets call reads at most this much, its NUL included
 // A refill stops after this much: reading far ahead of a section that ends soon (a small
 // category read alone) would cost more calls than it saves.
@@ -31,17 +30,21 @@ bool default_file_functions() {
 }
 
 // Reads lines into the block, from its start, until it holds kFillTarget bytes or the file
-// ends.
-// fgets tells the length of what it read only through the NUL it adds, and a line may hold NUL
-// bytes of its own: each line is read into a staging area filled with newlines beforehand, so
-// that the NUL fgets added is the last one there (the bytes after it are still newlines, and
-// a line holds no newline before its end). The staging area is refilled where it was written.
+// ends. fgets tells the length of what it read only through the NUL it adds, and a line may
+// hold NUL bytes of its own: each line is read where the block holds nothing but newlines,
+// so that the NUL fgets added is the last one there (the bytes after it are still newlines,
+// and a line holds no newline before its end). What a fill wrote is made newlines again
+// before the next one.
 void fill(InputBlock *in) {
     unsigned char *const start = in->data;
+    if (in->dirty > 0) std::memset(start, '\n', in->dirty);
     size_t used = 0;
+    in->dirty = 0;
     while (!in->done && used < kFillTarget && in->size - used >= static_cast<size_t>(kLineSize)) {
-        char *line = reinterpret_cast<char *>(in->stage);
+        char *line = reinterpret_cast<char *>(start + used);
         if (_nu_ext_fgets(line, kLineSize, in->stream) == nullptr) {
+            // The contents are unspecified after a read error.
+            in->dirty = used + kLineSize;
             in->done = true;
             break;
         }
@@ -52,9 +55,8 @@ void fill(InputBlock *in) {
             n = nul != nullptr ? static_cast<size_t>(static_cast<const char *>(nul) - line) : n;
             if (_nu_ext_feof(in->stream) != 0 || _nu_ext_ferror(in->stream) != 0) in->done = true;
         }
-        std::memcpy(start + used, line, n);
-        std::memset(line, '\n', n + 1);
         used += n;
+        in->dirty = used + 1;
         in->offset += static_cast<long>(n);
     }
     in->pos = start;
@@ -79,15 +81,14 @@ BlockInput::BlockInput(FILE *stream) {
         return;
     const long offset = _nu_ext_ftell(stream);
     if (offset < 0) return;
-    // One byte before the block takes a character pushed back right after a refill; the
-    // staging area of one line follows it.
-    auto *memory = alloc_array<unsigned char>(1 + kBlockSize + kLineSize);
+    // One byte before the block takes a character pushed back right after a refill. A fill
+    // stops once it holds kFillTarget bytes, so the block needs room for one line more.
+    auto *memory = alloc_array<unsigned char>(1 + kFillTarget + kLineSize);
     if (memory == nullptr) return;   // read character by character
     block_.stream = stream;
     block_.data = memory + 1;
-    block_.size = kBlockSize;
-    block_.stage = memory + 1 + kBlockSize;
-    std::memset(block_.stage, '\n', kLineSize);
+    block_.size = kFillTarget + kLineSize;
+    block_.dirty = block_.size;
     block_.pos = block_.end = block_.data;
     block_.offset = offset;
     block_.outer = t_input;
@@ -176,14 +177,34 @@ bool read_decimal(FILE *stream, long *value) {
     return read_decimal(in, value);
 }
 
+namespace {
+
+// The unread bytes of a block as a character source. Running past them sets `short_read`:
+// the field did not end inside them and is read again from the stream.
+struct Window {
+    const unsigned char *p;
+    const unsigned char *end;
+    bool short_read = false;
+    int get() {
+        if (p < end) return *p++;
+        short_read = true;
+        return EOF;
+    }
+    void unget(int c) {
+        if (c != EOF) --p;
+    }
+};
+
 // A decimal field: white space skipped, the first character kept whatever it is (so a sign
 // is allowed), then digits; of these only the first 40 characters count, further digits are
 // read and discarded. The value is converted as strtol does in base 10 (an optional sign,
 // digits, saturation at the limits of long), without its locale and white-space handling:
 // data files are read often. True when a digit was seen after a digit or sign.
-bool read_decimal(Chars &in, long *value) {
-    skip_whitespace(in);
-    int c = in.get();
+template <typename Source>
+[[gnu::always_inline]] inline bool parse_decimal(Source &in, long *value) {
+    int c;
+    while ((c = in.get()) == ' ' || (c >= '\t' && c <= '\r')) {
+    }
     const bool negative = c == '-';
     const bool counts = negative || c == '+' || c_isdigit(c);
     bool digit = c_isdigit(c);
@@ -211,6 +232,30 @@ bool read_decimal(Chars &in, long *value) {
     if (saturated) magnitude = limit;
     *value = negative ? static_cast<long>(0UL - magnitude) : static_cast<long>(magnitude);
     return digit && counts;
+}
+
+} // namespace
+
+bool read_decimal_field(Chars &in, long *value) {
+    if (InputBlock *block = in.block()) {
+        Window window{block->pos, block->end};
+        long parsed;
+        const bool digits = parse_decimal(window, &parsed);
+        if (!window.short_read) {
+            block->pos = const_cast<unsigned char *>(window.p);
+            *value = parsed;
+            return digits;
+        }
+    }
+    return parse_decimal(in, value);
+}
+
+int ub2_reader(FILE *stream, void *dest, unsigned int) {
+    Chars in(stream);
+    const uint32_t value = get_hex(in, 4);
+    const uint16_t v = static_cast<uint16_t>(value);
+    std::memcpy(dest, &v, sizeof v);
+    return value > 0xFFFF ? -1 : 0;
 }
 
 } // namespace nus

@@ -124,8 +124,8 @@ struct InputBlock {
     unsigned char *end;     // end of the bytes read
     unsigned char *data;    // the block, after a byte of room for a pushed-back character
     size_t size;
-    unsigned char *stage;   // where fgets puts one line
     long offset;            // file offset of `end`
+    size_t dirty;           // bytes at the start that may differ from a newline
     bool done;              // fgets met the end of the file or an error
     InputBlock *outer;      // the block attached before this one, restored on detach
 };
@@ -163,6 +163,9 @@ public:
         else *--in_->pos = static_cast<unsigned char>(c);
     }
     FILE *stream() const { return stream_; }
+    // The stream's block, or null: readers parse a field straight from its unread bytes
+    // when the field ends inside them.
+    InputBlock *block() const { return in_; }
 
 private:
     FILE *stream_;
@@ -201,8 +204,33 @@ inline uint32_t get_hex(Chars &in, int n) {
 
 // A decimal field read the way _nu_get_int reads it, reporting whether any digit was seen,
 // so that readers of data files can tell garbage from a number.
-bool read_decimal(Chars &in, long *value);
+bool read_decimal_field(Chars &in, long *value);
 bool read_decimal(FILE *stream, long *value);
+
+// The same; the usual field of data files (white space and up to nine digits, ending inside
+// the block) is read here from memory.
+inline bool read_decimal(Chars &in, long *value) {
+    if (InputBlock *block = in.block()) {
+        unsigned char *p = block->pos;
+        unsigned char *const end = block->end;
+        while (p < end && (*p == ' ' || (*p >= '\t' && *p <= '\r'))) ++p;
+        if (p < end && *p >= '0' && *p <= '9') {
+            unsigned char *const first = p;
+            long v = 0;
+            while (p < end && *p >= '0' && *p <= '9' && p - first < 9) v = v * 10 + (*p++ - '0');
+            if (p < end && !(*p >= '0' && *p <= '9')) {
+                block->pos = p;
+                *value = v;
+                return true;
+            }
+        }
+    }
+    return read_decimal_field(in, value);
+}
+
+// Table descriptor reader: four hexadecimal digits into a 16-bit value, no white space
+// skipped (get_hex's rule for other characters); -1 when the value does not fit.
+int ub2_reader(FILE *stream, void *dest, unsigned int size);
 
 // Header lines of data files hold at most 127 characters.
 inline constexpr int kHeaderLineSize = 128;
@@ -219,6 +247,38 @@ constexpr int c_hexvalue(int c) {
            : c >= 'a' && c <= 'f' ? c - 'a' + 10
            : c >= 'A' && c <= 'F' ? c - 'A' + 10
                                   : -1;
+}
+
+// For each byte: its value as a hexadecimal digit, or -1 (kHexDigit); the digit's value
+// or the byte's own code, get_hex's rule (kHexOrCode).
+struct HexTables {
+    int8_t digit[256];
+    uint16_t or_code[256];
+};
+inline constexpr HexTables kHexTables = [] {
+    HexTables t{};
+    for (int c = 0; c < 256; ++c) {
+        t.digit[c] = static_cast<int8_t>(c_hexvalue(c));
+        t.or_code[c] = static_cast<uint16_t>(c_hexvalue(c) >= 0 ? c_hexvalue(c) : c);
+    }
+    return t;
+}();
+
+// White space, then get_hex(in, 4): from memory when the block holds the field.
+[[gnu::always_inline]] inline uint32_t spaced_hex4(Chars &in) {
+    if (InputBlock *block = in.block()) {
+        unsigned char *p = block->pos;
+        unsigned char *const end = block->end;
+        while (p < end && c_isspace(*p)) ++p;
+        if (end - p >= 4) {
+            const uint16_t *code = kHexTables.or_code;
+            const uint32_t value = ((uint32_t{code[p[0]]} * 16 + code[p[1]]) * 16 + code[p[2]]) * 16 + code[p[3]];
+            block->pos = p + 4;
+            return value;
+        }
+    }
+    skip_whitespace(in);
+    return get_hex(in, 4);
 }
 
 // Installation root used when TESSARONDIR is not set.

@@ -17,11 +17,6 @@ constexpr unsigned kMaxDescSize = 1u << 16;
 
 // ---- node arrays ----------------------------------------------------------------------------
 
-void fill_default(const multi_t *t, unsigned char *arr) {
-    const size_t stride = size_t{1} << t->shift;
-    for (int b = 0; b < kSlots; ++b) std::memcpy(arr + b * stride, t->default_desc, t->desc_size);
-}
-
 // Frees a node, its children and (when `arrays` is set, i.e. they are not shared) its flag
 // and data arrays. Recursion is bounded by the depth of the trie, at most four levels.
 void free_node(multi_arr_t *node, bool arrays) {
@@ -170,6 +165,15 @@ inline void report(void *handle, End end) {
 
 namespace nus::multi {
 
+void fill_default(const multi_t *t, unsigned char *arr) {
+    // A zeroed array already holds a default of zero bytes.
+    bool zero = true;
+    for (uint32_t i = 0; i < t->desc_size && zero; ++i) zero = t->default_desc[i] == 0;
+    if (zero) return;
+    const size_t stride = size_t{1} << t->shift;
+    for (int b = 0; b < kSlots; ++b) std::memcpy(arr + b * stride, t->default_desc, t->desc_size);
+}
+
 multi_arr_t *new_node() {
     multi_arr_t *node = alloc_zeroed<multi_arr_t>(1);
     if (node != nullptr) {
@@ -201,6 +205,75 @@ unsigned char *make_data_array(multi_t *t) {
     unsigned char *arr = alloc_data_array(t);
     if (arr != nullptr) ++t->data_count;
     return arr;
+}
+
+// A block of the arena; the memory carved from it follows the header.
+struct ArenaBlock {
+    ArenaBlock *next;
+    size_t used;
+    size_t size;
+    size_t grown; // the size of the next ordinary block (the header stays 16-byte aligned)
+};
+static_assert(sizeof(ArenaBlock) % 16 == 0);
+
+// Ordinary blocks grow from the first size to the last, so that a small table holds little
+// and a large one takes a few dozen allocations; a request larger than a block gets its own.
+// A reserved first block is at most kLargestReserve (a damaged file's announced counts cost
+// no more).
+constexpr size_t kFirstArenaBlock = 2048;
+constexpr size_t kLastArenaBlock = 65536;
+constexpr size_t kLargestReserve = size_t{1} << 20;
+
+ArenaBlock *new_block(size_t capacity, size_t grown) {
+    auto *block = static_cast<ArenaBlock *>(_nu_alloc_ptr(sizeof(ArenaBlock) + capacity));
+    if (block == nullptr) return nullptr;
+    std::memset(static_cast<void *>(block + 1), 0, capacity);
+    block->next = nullptr;
+    block->used = 0;
+    block->size = capacity;
+    block->grown = grown;
+    return block;
+}
+
+void arena_reserve(multi_t *t, size_t size) {
+    if (t->arena != nullptr || size == 0) return;
+    // Without memory nothing is reserved: the first request fails in its turn.
+    t->arena = new_block(std::min(size, kLargestReserve), kFirstArenaBlock);
+}
+
+void *arena_alloc(multi_t *t, size_t size) {
+    if (size > SIZE_MAX / 2) return nullptr;
+    size = (size + 15) & ~size_t{15};
+    auto *head = static_cast<ArenaBlock *>(t->arena);
+    if (head == nullptr || head->size - head->used < size) {
+        const size_t grown = head == nullptr ? kFirstArenaBlock : head->grown;
+        const size_t capacity = std::max(grown, size);
+        ArenaBlock *block = new_block(capacity, std::min(grown * 2, kLastArenaBlock));
+        if (block == nullptr) return nullptr;
+        if (head != nullptr && capacity > grown) {
+            // A large request: the current block stays in front for the small ones.
+            block->next = head->next;
+            head->next = block;
+        } else {
+            block->next = head;
+            t->arena = block;
+        }
+        head = block;
+    }
+    unsigned char *p = reinterpret_cast<unsigned char *>(head + 1) + head->used;
+    head->used += size;
+    return p;
+}
+
+// Frees every block of the arena.
+void free_arena(multi_t *t) {
+    auto *block = static_cast<ArenaBlock *>(t->arena);
+    while (block != nullptr) {
+        ArenaBlock *next = block->next;
+        _nu_free_ptr(block);
+        block = next;
+    }
+    t->arena = nullptr;
 }
 
 void discard_subtree(multi_t *t, multi_arr_t *node) {
@@ -502,9 +575,16 @@ NU_EXPORT int _nu_compress_multi(multi_t *table) {
 NU_EXPORT void _nu_free_multi(multi_t *table) {
     if (table == nullptr) return;
     const bool compressed = is_compressed(table);
-    free_node(table->root, !compressed);
+    const bool in_arena = table->arena != nullptr;
+    if (in_arena) {
+        // Everything below the root, and the shared arrays, live in the arena.
+        _nu_free_ptr(table->root);
+        free_arena(table);
+    } else {
+        free_node(table->root, !compressed);
+    }
     _nu_free_ptr(table->default_desc);
-    if (compressed) {
+    if (compressed && !in_arena) {
         for (int32_t i = 0; i < table->flag_count; ++i) _nu_free_ptr(table->flag_list[i]);
         if (table->data_list != nullptr) {
             for (int32_t i = 0; i < table->data_count; ++i) _nu_free_ptr(table->data_list[i]);

@@ -36,6 +36,8 @@ struct multi_t {
     unsigned char **flag_list;    // compressed: the distinct flag arrays
     unsigned char **data_list;    // compressed: the distinct data arrays
     int32_t *child_counts;        // compressed and read from a file: ones per flag array
+    void *arena;                  // compressed and read from a file: the blocks holding its
+                                  // nodes and arrays, freed as a whole (null otherwise)
 };
 
 // ---- internal helpers shared by the table code and its text form ---------------------------
@@ -68,6 +70,15 @@ unsigned char *make_flag_array(multi_t *t);
 unsigned char *make_offset_array(multi_t *t);
 unsigned char *make_data_array(multi_t *t);
 unsigned char *alloc_data_array(const multi_t *t);
+// Copies the default descriptor into every slot of a zeroed data array.
+void fill_default(const multi_t *t, unsigned char *arr);
+// Zeroed memory for a table read from a file, carved from blocks that the table frees
+// together (16-byte aligned); null when memory runs out.
+void *arena_alloc(multi_t *t, size_t size);
+// Makes the first block of the arena `size` bytes large (within the usual bounds), when the
+// table has none yet.
+void arena_reserve(multi_t *t, size_t size);
+void free_arena(multi_t *t);
 // Frees an uncompressed subtree and takes its arrays off the table's counts.
 void discard_subtree(multi_t *t, multi_arr_t *node);
 // Marks every byte of the root a complete character when all characters are one byte long.

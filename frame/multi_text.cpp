@@ -199,7 +199,12 @@ struct Reader {
     int32_t flag_room = 0;
     int32_t data_room = 0;
     int32_t counts_room = 0;
+    // Compressed form: the offset array of each shared flag array, made when a node first
+    // takes it (the offsets follow from the flags, so nodes with equal flags share them).
+    unsigned char **offsets = nullptr;
     nus::Chars in{stream};     // through the stream's block when it has one
+    // The library's own 16-bit reader is read inline, from memory when the block holds it.
+    const bool ub2 = read_desc == &nus::ub2_reader;
 
     bool fail(int code) {
         if (error == 0) error = code;
@@ -221,6 +226,16 @@ struct Reader {
 
     // `digits` hexadecimal digits, no white space skipped.
     bool hex(int digits, uint32_t *value) {
+        if (nus::InputBlock *block = in.block(); block != nullptr && block->end - block->pos >= digits) {
+            uint32_t v = 0;
+            for (int i = 0; i < digits; ++i) {
+                const int d = nus::kHexTables.digit[*block->pos++];
+                if (d < 0) return fail(NU_EBADFILE);
+                v = v * 16 + static_cast<uint32_t>(d);
+            }
+            *value = v;
+            return true;
+        }
         uint32_t v = 0;
         for (int i = 0; i < digits; ++i) {
             const int c = in.get();
@@ -234,9 +249,10 @@ struct Reader {
     }
 
     // One array: run records up to the terminator. `read_elements` reads n elements into a
-    // scratch area, `store` copies element j of it to position p.
-    template <typename ReadElements, typename Store>
-    bool records(ReadElements read_elements, Store store) {
+    // scratch area, `store` copies its n elements to position p, `fill` its first element to
+    // r positions from p.
+    template <typename ReadElements, typename Store, typename Fill>
+    bool records(ReadElements read_elements, Store store, Fill fill) {
         for (;;) {
             uint32_t start, n, r;
             if (!hex(2, &start) || !hex(3, &n)) return false;
@@ -251,9 +267,10 @@ struct Reader {
             if (n > kSlots || start + n * r > kSlots) return fail(NU_EBADFILE);
             if (!read_elements(static_cast<int>(n))) return false;
             nus::skip_whitespace(in);
-            for (uint32_t k = 0; k < r; ++k) {
-                const int at = static_cast<int>(start + k * n);
-                for (int j = 0; j < static_cast<int>(n); ++j) store(at + j, j);
+            if (n == 1) {
+                fill(static_cast<int>(start), static_cast<int>(r));
+            } else {
+                for (uint32_t k = 0; k < r; ++k) store(static_cast<int>(start + k * n), static_cast<int>(n));
             }
         }
     }
@@ -273,23 +290,58 @@ struct Reader {
                 }
                 return true;
             },
-            [&](int p, int j) { arr[p] = elements[j]; });
+            [&](int p, int n) { std::memcpy(arr + p, elements, static_cast<size_t>(n)); },
+            [&](int p, int r) { std::memset(arr + p, elements[0], static_cast<size_t>(r)); });
+    }
+
+    // A 16-bit descriptor as the library's reader reads it: four characters, each a
+    // hexadecimal digit or counted with its own code; false when the value does not fit.
+    static bool ub2_element(const unsigned char *p, unsigned char *slot) {
+        const uint16_t *code = nus::kHexTables.or_code;
+        const uint32_t value = ((uint32_t{code[p[0]]} * 16 + code[p[1]]) * 16 + code[p[2]]) * 16 + code[p[3]];
+        const uint16_t v = static_cast<uint16_t>(value);
+        std::memcpy(slot, &v, sizeof v);
+        return value <= 0xFFFF;
+    }
+
+    bool read_data_elements(int n) {
+        const uint32_t shift = t->shift;
+        nus::InputBlock *block = in.block();
+        if (ub2 && block != nullptr && block->end - block->pos >= 4 * n) {
+            for (int j = 0; j < n; ++j) {
+                const bool fits = ub2_element(block->pos, scratch + (size_t{unsigned(j)} << shift));
+                block->pos += 4;
+                if (!fits) return fail(NU_ENOMEM);
+            }
+            return true;
+        }
+        for (int j = 0; j < n; ++j) {
+            unsigned char *slot = scratch + (size_t{unsigned(j)} << shift);
+            if (read_desc(stream, slot, t->desc_size) != 0) return fail(NU_ENOMEM);
+        }
+        return true;
     }
 
     bool data_array(unsigned char *arr) {
         const uint32_t shift = t->shift;
         const size_t size = t->desc_size;
         return records(
-            [&](int n) {
-                for (int j = 0; j < n; ++j) {
-                    unsigned char *slot = scratch + (size_t{unsigned(j)} << shift);
-                    if (read_desc(stream, slot, t->desc_size) != 0) return fail(NU_ENOMEM);
-                }
-                return true;
+            [&](int n) { return read_data_elements(n); },
+            [&](int p, int n) {
+                // Slots are as far apart in the scratch area as in the array; the bytes
+                // between descriptors are zero in both.
+                std::memcpy(arr + (size_t{unsigned(p)} << shift), scratch,
+                            size_t{unsigned(n)} << shift);
             },
-            [&](int p, int j) {
-                std::memcpy(arr + (size_t{unsigned(p)} << shift),
-                            scratch + (size_t{unsigned(j)} << shift), size);
+            [&](int p, int r) {
+                unsigned char *to = arr + (size_t{unsigned(p)} << shift);
+                if (shift == 1) {
+                    uint16_t v;
+                    std::memcpy(&v, scratch, sizeof v);
+                    for (int k = 0; k < r; ++k) std::memcpy(to + 2 * k, &v, sizeof v);
+                } else {
+                    for (int k = 0; k < r; ++k) std::memcpy(to + (size_t{unsigned(k)} << shift), scratch, size);
+                }
             });
     }
 
@@ -316,6 +368,43 @@ struct Reader {
         for (int b = 0; b < kSlots; ++b) {
             if (flags[b] == MULTI_MORE) node->offset_arr[b] = static_cast<unsigned char>(index++);
         }
+        node->next_arr = next;
+        return true;
+    }
+
+    // The compressed form's children of `node`, which takes the shared flag array `index`:
+    // the nodes and their pointer array in one piece of the arena, the offsets shared.
+    bool shared_children(multi_arr_t *node, int32_t index, int depth) {
+        const int count = t->child_counts[index];
+        if (count == 0) return true;
+        if (depth + 2 > t->max_length || depth + 1 >= MULTI_MAX_DEPTH) return fail(NU_EBADFILE);
+        if (offsets == nullptr) {
+            offsets = static_cast<unsigned char **>(
+                arena_alloc(t, sizeof(unsigned char *) * static_cast<size_t>(t->flag_count)));
+            if (offsets == nullptr) return fail(NU_ENOMEM);
+        }
+        unsigned char *offset_arr = offsets[index];
+        if (offset_arr == nullptr) {
+            offset_arr = static_cast<unsigned char *>(arena_alloc(t, kSlots));
+            if (offset_arr == nullptr) return fail(NU_ENOMEM);
+            const unsigned char *flags = t->flag_list[index];
+            int next = 0;
+            for (int b = 0; b < kSlots; ++b) {
+                if (flags[b] == MULTI_MORE) offset_arr[b] = static_cast<unsigned char>(next++);
+            }
+            offsets[index] = offset_arr;
+        }
+        const size_t n = static_cast<size_t>(count);
+        auto *next = static_cast<multi_arr_t **>(arena_alloc(t, n * sizeof(multi_arr_t *)));
+        auto *nodes = static_cast<multi_arr_t *>(arena_alloc(t, n * sizeof(multi_arr_t)));
+        if (next == nullptr || nodes == nullptr) return fail(NU_ENOMEM);
+        for (size_t i = 0; i < n; ++i) {
+            nodes[i].flag_index = -1;
+            nodes[i].data_index = -1;
+            next[i] = &nodes[i];
+        }
+        ++t->offset_count;
+        node->offset_arr = offset_arr;
         node->next_arr = next;
         return true;
     }
@@ -357,20 +446,46 @@ struct Reader {
     }
 
     // A node record of the compressed form: indexes into the shared arrays.
+    // The usual node record from memory: four fields of one to nine digits, one space apart,
+    // and the white space that ends the last one, inside the block. False (nothing read)
+    // for anything else.
+    bool quick_record(long *fields) {
+        nus::InputBlock *block = in.block();
+        if (block == nullptr) return false;
+        const unsigned char *p = block->pos;
+        const unsigned char *const end = block->end;
+        if (end - p < 48) return false;
+        while (p < end && nus::c_isspace(*p)) ++p;
+        for (int i = 0; i < 4; ++i) {
+            if (i > 0 && (p < end && *p == ' ')) ++p;
+            const unsigned char *const first = p;
+            long v = 0;
+            while (p < end && nus::c_isdigit(*p) && p - first < 9) v = v * 10 + (*p++ - '0');
+            if (p == first || p == end || !nus::c_isspace(*p)) return false;
+            fields[i] = v;
+        }
+        block->pos = const_cast<unsigned char *>(p);
+        return true;
+    }
+
     bool shared_node(multi_arr_t *node, int depth) {
-        long has_flags, has_data, flag_index, data_index;
-        if (!flag_bit(&has_flags) || !flag_bit(&has_data) || !decimal(&flag_index) ||
-            !decimal(&data_index)) {
+        long fields[4];
+        if (quick_record(fields)) {
+            if ((fields[0] != 0 && fields[0] != 1) || (fields[1] != 0 && fields[1] != 1))
+                return fail(NU_EBADFILE);
+        } else if (!flag_bit(&fields[0]) || !flag_bit(&fields[1]) || !decimal(&fields[2]) ||
+                   !decimal(&fields[3])) {
             return false;
         }
+        const long has_flags = fields[0], has_data = fields[1], flag_index = fields[2],
+                   data_index = fields[3];
         if ((has_flags != 0 && (flag_index < 0 || flag_index >= t->flag_count)) ||
             (has_data != 0 && (data_index < 0 || data_index >= t->data_count))) {
             return fail(NU_EBADFILE);
         }
         if (has_flags != 0) {
-            const unsigned char *flags = t->flag_list[flag_index];
             const int count = t->child_counts[flag_index];
-            if (!children(node, flags, count, depth)) return false;
+            if (!shared_children(node, static_cast<int32_t>(flag_index), depth)) return false;
             node->flag_arr = t->flag_list[flag_index];
             node->flag_index = static_cast<int32_t>(flag_index);
             node->child_count = count;
@@ -435,13 +550,17 @@ struct Reader {
         t->flag_count = 0;
         t->data_count = 0;
         flag_room = data_room = counts_room = 1;
+        // The announced arrays (and the offsets of the flag arrays) fill the first block of
+        // the arena, the nodes the later ones.
+        arena_reserve(t, static_cast<size_t>(flag_total) * (2 * kSlots + sizeof(void *)) +
+                             static_cast<size_t>(data_total) * ((data_array_size(t) + 15) & ~size_t{15}));
 
         while (t->flag_count < flag_total) {
             if (!room_for(t->flag_list, t->flag_count, flag_room, flag_total) ||
                 !room_for(t->child_counts, t->flag_count, counts_room, flag_total)) {
                 return false;
             }
-            unsigned char *arr = nus::alloc_zeroed<unsigned char>(kSlots);
+            auto *arr = static_cast<unsigned char *>(arena_alloc(t, kSlots));
             if (arr == nullptr) return fail(NU_ENOMEM);
             const int32_t i = t->flag_count++;
             t->flag_list[i] = arr;
@@ -450,8 +569,9 @@ struct Reader {
         }
         while (t->data_count < data_total) {
             if (!room_for(t->data_list, t->data_count, data_room, data_total)) return false;
-            unsigned char *arr = alloc_data_array(t);
+            auto *arr = static_cast<unsigned char *>(arena_alloc(t, data_array_size(t)));
             if (arr == nullptr) return fail(NU_ENOMEM);
+            fill_default(t, arr);
             t->data_list[t->data_count++] = arr;
             if (!data_array(arr)) return false;
         }
@@ -491,6 +611,7 @@ NU_EXPORT int _nu_fscanf_multi(FILE *stream, multi_t *table, int max_length,
     nus::Scratch<unsigned char, 2048> scratch(data_array_size(table));
     if (ok && !scratch.ok()) ok = rd.fail(NU_ENOMEM);
     rd.scratch = scratch.data();
+    if (scratch.ok()) std::memset(rd.scratch, 0, data_array_size(table));
     if (ok) {
         nus::skip_whitespace(rd.in);
         if (reader(stream, table->default_desc, table->desc_size) != 0) ok = rd.fail(NU_ENOMEM);

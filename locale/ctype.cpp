@@ -53,18 +53,27 @@ void free_class_names(nus::CtypeFields &ct, int32_t count) {
 
 namespace nus {
 
-// Four hexadecimal digits into a 16-bit value, no white space skipped.
-int ub2_reader(FILE *stream, void *dest, unsigned int) {
-    Chars in(stream);
-    const uint32_t value = get_hex(in, 4);
-    const uint16_t v = static_cast<uint16_t>(value);
-    std::memcpy(dest, &v, sizeof v);
-    return value > 0xFFFF ? -1 : 0;
-}
-
 // White space, then up to eight hexadecimal digits; false when there is none.
 bool read_nu_wchar(FILE *stream, nu_wchar *wc) {
     Chars in(stream);
+    if (InputBlock *block = in.block()) {
+        // From memory when the field ends inside the block.
+        unsigned char *p = block->pos;
+        unsigned char *const end = block->end;
+        while (p < end && c_isspace(*p)) ++p;
+        nu_wchar value = 0;
+        int digits = 0;
+        for (; digits < 8 && p < end; ++digits, ++p) {
+            const int d = c_hexvalue(*p);
+            if (d < 0) break;
+            value = value * 16 + static_cast<nu_wchar>(d);
+        }
+        if (p < end || digits == 8) {
+            block->pos = p;
+            *wc = value;
+            return digits > 0;
+        }
+    }
     skip_whitespace(in);
     nu_wchar value = 0;
     int digits = 0;

@@ -6,6 +6,7 @@
 // external-function dispatchers: the stream never comes from an installed fopen.
 #include "names/names.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include <sys/stat.h>
@@ -89,38 +90,168 @@ using nus::names::c_tolower;
 using nus::names::kNameSize;
 using nus::names::kUnknownCodeset;
 
-void push_back(int c, FILE *stream) {
-    if (c != EOF) std::ungetc(c, stream);
-}
-
-// Skips white space and returns the next character, pushed back.
-int skip_space(FILE *stream) {
-    int c;
-    while (nus::c_isspace(c = std::fgetc(stream))) {
-    }
-    push_back(c, stream);
-    return c;
-}
-
 // The longest registry line the reader goes through: a line without end (a device such as
 // /dev/zero named as the registry) is damage, not a registry.
 constexpr long kMaxLineLength = 64 * 1024;
 
 enum class LineEnd { newline, end_of_file, overlong };
 
-// Reads up to and including a newline.
-LineEnd skip_line_checked(FILE *stream) {
+// Characters of the registry file one at a time, as the exported readers take them.
+struct StreamChars {
+    FILE *stream;
+    int get() { return std::fgetc(stream); }
+    void unget(int c) {
+        if (c != EOF) std::ungetc(c, stream);
+    }
+};
+
+// The same characters read in blocks: the lookups that read the whole file from a stream
+// of their own go through it, a call per block instead of one per character. The stream is
+// left unbuffered, so that a block is one read of the file, with no copy in between.
+class BlockChars {
+public:
+    explicit BlockChars(FILE *stream) : stream_(stream) { std::setvbuf(stream, nullptr, _IONBF, 0); }
+    int get() {
+        if (pos_ < len_ || more()) return static_cast<unsigned char>(buffer_[pos_++]);
+        return EOF;
+    }
+    void unget(int c) {
+        if (c != EOF && pos_ > 0) --pos_;
+    }
+    // Reads up to and including a newline, which may come after at most `limit` other
+    // characters.
+    LineEnd skip_line(long limit) {
+        long n = 0;
+        while (pos_ < len_ || more()) {
+            const size_t room = static_cast<size_t>(limit + 1 - n);
+            const size_t have = std::min(len_ - pos_, room);
+            const void *newline = std::memchr(buffer_ + pos_, '\n', have);
+            if (newline != nullptr) {
+                pos_ = static_cast<size_t>(static_cast<const char *>(newline) - buffer_) + 1;
+                return LineEnd::newline;
+            }
+            pos_ += have;
+            n += static_cast<long>(have);
+            if (n > limit) return LineEnd::overlong;
+        }
+        return LineEnd::end_of_file;
+    }
+
+    // Passes over the next line when it lies whole in the block and names a code set other
+    // than `work` (lower case): what reading its name and skipping the line would do. False,
+    // with nothing read, for any other line.
+    bool pass_other_line(const char *work) {
+        const char *p = buffer_ + pos_;
+        const char *const end = buffer_ + len_;
+        const void *found = std::memchr(p, '\n', static_cast<size_t>(end - p));
+        if (found == nullptr) return false;
+        const char *const newline = static_cast<const char *>(found);
+        while (p < newline && nus::c_isspace(static_cast<unsigned char>(*p))) ++p;
+        if (p == newline || *p == '#') return false;
+        const char *name = p;
+        const char *w = work;
+        bool same = true;
+        for (; p < newline && c_isgraph(static_cast<unsigned char>(*p)); ++p, ++w) {
+            same = same && *w != '\0' && c_tolower(static_cast<unsigned char>(*p)) == *w;
+        }
+        if (p - name >= kNameSize - 1 || (same && *w == '\0')) return false;
+        pos_ = static_cast<size_t>(newline + 1 - buffer_);
+        return true;
+    }
+
+private:
+    // Reads the next block; false at the end of the file.
+    bool more() {
+        if (ended_) return false;
+        // The last character stays in front, so that a character read can be pushed back.
+        if (len_ > 0) {
+            buffer_[0] = buffer_[len_ - 1];
+            pos_ = len_ = 1;
+        }
+        const size_t n = std::fread(buffer_ + len_, 1, sizeof buffer_ - len_, stream_);
+        if (n == 0) {
+            ended_ = true;
+            return false;
+        }
+        len_ += n;
+        return true;
+    }
+
+    FILE *stream_;
+    size_t pos_ = 0;
+    size_t len_ = 0;
+    bool ended_ = false;
+    char buffer_[8192];
+};
+
+// Skips white space and returns the next character, pushed back.
+template <typename Chars>
+int skip_space(Chars &in) {
     int c;
-    for (long n = 0; (c = std::fgetc(stream)) != EOF; ++n) {
+    while (nus::c_isspace(c = in.get())) {
+    }
+    in.unget(c);
+    return c;
+}
+
+// Reads up to and including a newline.
+LineEnd skip_line_checked(StreamChars &in) {
+    int c;
+    for (long n = 0; (c = in.get()) != EOF; ++n) {
         if (c == '\n') return LineEnd::newline;
         if (n >= kMaxLineLength) return LineEnd::overlong;
     }
     return LineEnd::end_of_file;
 }
+LineEnd skip_line_checked(BlockChars &in) { return in.skip_line(kMaxLineLength); }
 
 // Reads up to and including a newline; false when the end of the file (or of the longest
 // line) comes first.
-bool skip_line(FILE *stream) { return skip_line_checked(stream) == LineEnd::newline; }
+template <typename Chars>
+bool skip_line(Chars &in) { return skip_line_checked(in) == LineEnd::newline; }
+
+// The next code-set name, lower-cased, after white space and comment lines; 0 at the end, or
+// when the name does not fit or ends the file.
+template <typename Chars>
+int next_name(Chars &in, char *buffer, int size) {
+    int c = skip_space(in);
+    while (c == '#') {
+        if (!skip_line(in)) return 0;   // a comment running to the end of the file
+        c = skip_space(in);
+    }
+    if (c == EOF) return 0;
+    int length = 0;
+    while (c_isgraph(c = in.get())) {
+        if (length == size - 1) return 0;   // no room for the terminating zero
+        buffer[length++] = static_cast<char>(c_tolower(c));
+    }
+    buffer[length] = '\0';
+    if (c == EOF) return 0;                 // a name must not end the file
+    in.unget(c);
+    return 1;
+}
+
+// The number after a name, or the unknown code set with error 11.
+template <typename Chars>
+unsigned next_number(void *handle, Chars &in) {
+    skip_space(in);
+    int c = in.get();
+    if (!nus::c_isdigit(c)) {
+        in.unget(c);
+        nus::set_error_if(handle, NU_EBADFILE);
+        return kUnknownCodeset;
+    }
+    uint16_t number = 0;
+    do {
+        number = static_cast<uint16_t>(number * 10 + (c - '0'));   // wraps at 16 bits
+    } while (nus::c_isdigit(c = in.get()));
+    if (c == EOF) {
+        nus::set_error_if(handle, NU_EBADFILE);
+        return kUnknownCodeset;
+    }
+    in.unget(c);
+    return number;
+}
 
 // The registry file: the caller's path when it is not empty, else the data-file search. A
 // directory opens for reading but cannot be read: it counts as a file that cannot be opened.
@@ -177,13 +308,16 @@ FileLookup search_file(void *handle, const char *work, const char *path, unsigne
         return FileLookup::failed;
     }
     char name[kNameSize];
-    while (_nu_next_cs_name_from_registry(stream, name, kNameSize) != 0) {
+    BlockChars in(stream);
+    for (;;) {
+        if (in.pass_other_line(work)) continue;
+        if (next_name(in, name, kNameSize) == 0) break;
         if (std::strcmp(name, work) == 0) {
-            *number = _nu_next_cs_number_from_registry(handle, stream);
+            *number = next_number(handle, in);
             std::fclose(stream);
             return FileLookup::found;
         }
-        if (!skip_line(stream)) {
+        if (!skip_line(in)) {
             // A last line without its newline.
             std::fclose(stream);
             nus::set_error_if(handle, NU_EBADFILE);
@@ -226,21 +360,8 @@ const void *install_canned(void *handle, int code) {
 
 NU_EXPORT int _nu_next_cs_name_from_registry(FILE *stream, char *buffer, int size) {
     if (stream == nullptr || buffer == nullptr || size <= 0) return 0;
-    int c = skip_space(stream);
-    while (c == '#') {
-        if (!skip_line(stream)) return 0;   // a comment running to the end of the file
-        c = skip_space(stream);
-    }
-    if (c == EOF) return 0;
-    int length = 0;
-    while (c_isgraph(c = std::fgetc(stream))) {
-        if (length == size - 1) return 0;   // no room for the terminating zero
-        buffer[length++] = static_cast<char>(c_tolower(c));
-    }
-    buffer[length] = '\0';
-    if (c == EOF) return 0;                 // a name must not end the file
-    push_back(c, stream);
-    return 1;
+    StreamChars in{stream};
+    return next_name(in, buffer, size);
 }
 
 NU_EXPORT unsigned int _nu_next_cs_number_from_registry(void *handle, FILE *stream) {
@@ -248,23 +369,8 @@ NU_EXPORT unsigned int _nu_next_cs_number_from_registry(void *handle, FILE *stre
         nus::set_error_if(handle, NU_EBADFILE);
         return kUnknownCodeset;
     }
-    skip_space(stream);
-    int c = std::fgetc(stream);
-    if (!nus::c_isdigit(c)) {
-        push_back(c, stream);
-        nus::set_error_if(handle, NU_EBADFILE);
-        return kUnknownCodeset;
-    }
-    uint16_t number = 0;
-    do {
-        number = static_cast<uint16_t>(number * 10 + (c - '0'));   // wraps at 16 bits
-    } while (nus::c_isdigit(c = std::fgetc(stream)));
-    if (c == EOF) {
-        nus::set_error_if(handle, NU_EBADFILE);
-        return kUnknownCodeset;
-    }
-    push_back(c, stream);
-    return number;
+    StreamChars in{stream};
+    return next_number(handle, in);
 }
 
 NU_EXPORT unsigned int nu_cs_name2cs_num(void *handle, const char *name, const char *registry) {
@@ -302,7 +408,8 @@ NU_EXPORT const void *nu_cache_registry(void *handle, const char *registry) {
     nu_registry_node *head = nullptr;
     nu_registry_node **tail = &head;
     char name[kNameSize];
-    while (_nu_next_cs_name_from_registry(stream, name, kNameSize) != 0) {
+    BlockChars in(stream);
+    while (next_name(in, name, kNameSize) != 0) {
         const nus::names::RegistryMemory &memory = nus::names::registry_memory;
         auto *node = static_cast<nu_registry_node *>(memory.alloc(sizeof(nu_registry_node)));
         char *copy = node != nullptr ? static_cast<char *>(memory.alloc(kNameSize)) : nullptr;
@@ -315,7 +422,7 @@ NU_EXPORT const void *nu_cache_registry(void *handle, const char *registry) {
         std::memcpy(copy, name, std::strlen(name) + 1);
         node->name = copy;
         node->next = nullptr;
-        node->number = _nu_next_cs_number_from_registry(handle, stream);
+        node->number = next_number(handle, in);
         if (node->number == kUnknownCodeset) {
             std::fclose(stream);
             free_list(node);
@@ -324,7 +431,7 @@ NU_EXPORT const void *nu_cache_registry(void *handle, const char *registry) {
         }
         *tail = node;
         tail = &node->next;
-        const LineEnd end = skip_line_checked(stream);
+        const LineEnd end = skip_line_checked(in);
         if (end == LineEnd::overlong) {
             std::fclose(stream);
             free_list(head);
@@ -409,8 +516,9 @@ NU_EXPORT int nu_cs_num2cs_name(void *handle, unsigned int number, char *out,
         }
         char name[kNameSize];
         bool damaged = false;
-        while (_nu_next_cs_name_from_registry(stream, name, kNameSize) != 0) {
-            const unsigned n = _nu_next_cs_number_from_registry(handle, stream);
+        BlockChars in(stream);
+        while (next_name(in, name, kNameSize) != 0) {
+            const unsigned n = next_number(handle, in);
             if (n == kUnknownCodeset) {
                 damaged = true;   // NU_EBADFILE stored
                 break;
@@ -419,7 +527,7 @@ NU_EXPORT int nu_cs_num2cs_name(void *handle, unsigned int number, char *out,
                 std::fclose(stream);
                 return found(name);
             }
-            if (!skip_line(stream)) break;
+            if (!skip_line(in)) break;
         }
         std::fclose(stream);
         if (damaged) return -1;

@@ -6,7 +6,10 @@
 
 #include <clocale>
 #include <climits>
+#include <cstring>
 #include <string>
+#include <tuple>
+#include <vector>
 
 using nus_test::rest_of;
 using nus_test::text_stream;
@@ -51,6 +54,68 @@ TEST(Fields, DecimalReaderTellsDigitsFromGarbage) {
     EXPECT_EQ(read_and_rest("-", strict).first.first, false);
     EXPECT_EQ(read_and_rest("", strict).first.first, false);
     EXPECT_EQ(read_and_rest("  \n", strict).first.first, false);
+}
+
+// The loaders read through a block of lines (BlockInput): every field reader must give what
+// it gives character by character, and leave the stream where those characters leave it.
+// The texts put fields across the places where a block ends: lines longer than one fgets
+// call, NUL bytes inside lines, a last line without newline, runs of digits past every limit.
+TEST(Fields, BlockReadingAgreesWithCharacterReading) {
+    using namespace std::string_literals;
+    const std::string texts[] = {
+        "1 2 3\n-4 +5 x 6\n0041 00e9\n",
+        "12345678901234567890 123456789 1234567890 -9223372036854775809\n",
+        "10 2\0 30\n4\0\n 99"s,
+        "  \t\r\n 42",
+        std::string(4200, ' ') + "17 " + std::string(60, '9') + "\n5 abcd\n",
+        std::string(4093, '0') + "123 4\n" + std::string(5000, '1') + "\n",
+        "5\n" + std::string(4091, ' ') + "123456 7 0a1f\n" + std::string(4094, '\t') + "c3 21\n",
+        "\n\n\n\n" + std::string(50, '0') + "12 -" + std::string(41, '7') + " \n",
+    };
+    using Step = std::tuple<bool, long, uint32_t>;
+    auto steps = [](FILE *f) {
+        std::vector<Step> out;
+        nus::Chars in(f);
+        for (int i = 0; i < 24; ++i) {
+            long value = -1;
+            const bool ok = nus::read_decimal(in, &value);
+            out.emplace_back(ok, value, i % 3 == 2 ? nus::spaced_hex4(in) : 0u);
+        }
+        return out;
+    };
+    for (const std::string &text : texts) {
+        SCOPED_TRACE(text.substr(0, 40));
+        FILE *plain = text_stream(text);
+        FILE *blocked = text_stream(text);
+        const std::vector<Step> expected = steps(plain);
+        std::vector<Step> got;
+        {
+            const nus::BlockInput block(blocked);
+            got = steps(blocked);
+        }
+        EXPECT_EQ(got, expected);
+        EXPECT_EQ(std::ftell(blocked), std::ftell(plain));
+        EXPECT_EQ(rest_of(blocked), rest_of(plain));
+        std::fclose(plain);
+        std::fclose(blocked);
+    }
+    // Lines holding NUL bytes keep them, and a last line without newline is whole.
+    const std::string with_nul = "ab\0c\n\0\nlast"s;
+    FILE *f = text_stream(with_nul);
+    std::string lines;
+    {
+        const nus::BlockInput block(f);
+        char line[16];
+        for (int n = 0; n < 3; ++n) {
+            std::memset(line, '#', sizeof line);
+            ASSERT_NE(nus::stream_gets(line, sizeof line, f), nullptr);
+            const char *end = static_cast<const char *>(std::memchr(line, '\n', sizeof line));
+            lines.append(line, end != nullptr ? end + 1 - line : 4);
+        }
+        EXPECT_EQ(nus::stream_gets(line, sizeof line, f), nullptr);
+    }
+    EXPECT_EQ(lines, with_nul);
+    std::fclose(f);
 }
 
 TEST(Fields, Doubles) {

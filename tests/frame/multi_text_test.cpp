@@ -8,6 +8,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <random>
 #include <set>
 #include <string>
@@ -63,12 +64,23 @@ struct ReadResult {
     int result;
     int err;
 };
-ReadResult read(const std::string &text, int limit = 4, nu_desc_reader reader = read_u16) {
+// How a table is read: character by character with the tests' reader, or as the loaders
+// read it, through a block of lines with the library's own 16-bit reader.
+enum class Way { characters, block };
+
+ReadResult read(const std::string &text, int limit = 4, nu_desc_reader reader = read_u16,
+                Way way = Way::characters) {
     FILE *f = std::tmpfile();
     std::fwrite(text.data(), 1, text.size(), f);
     std::rewind(f);
     Table t = new_table();
-    const int result = _nu_fscanf_multi(f, t.get(), limit, reader);
+    int result;
+    if (way == Way::block) {
+        const nus::BlockInput block(f);
+        result = _nu_fscanf_multi(f, t.get(), limit, nus::ub2_reader);
+    } else {
+        result = _nu_fscanf_multi(f, t.get(), limit, reader);
+    }
     std::fclose(f);
     const int err = _nu_multi_err(t.get());
     return {std::move(t), result, err};
@@ -235,6 +247,9 @@ TEST(MultiText, RandomTablesRoundTrip) {
             ReadResult r = read(text);
             ASSERT_EQ(r.result, 0) << r.err << "\n" << text;
             EXPECT_EQ(write(r.table.get()), text);
+            ReadResult blocked = read(text, 4, nullptr, Way::block);
+            ASSERT_EQ(blocked.result, 0) << blocked.err;
+            EXPECT_EQ(write(blocked.table.get()), text);
             EXPECT_EQ(_nu_multi_min_length(r.table.get()), _nu_multi_min_length(t.get()));
             for (const auto &[s, count] : probes) {
                 ASSERT_EQ(answer(r.table.get(), s, count), answer(t.get(), s, count));
@@ -333,10 +348,16 @@ TEST(MultiBadInput, TruncatedAnywhere) {
         for (size_t length = 0; length < text.size(); ++length) {
             CountingAllocator counter;
             {
-                ReadResult r = read(text.substr(0, length));
+                const std::string cut = text.substr(0, length);
+                ReadResult r = read(cut);
                 const bool complete = length + optional_tail >= text.size();
-                EXPECT_EQ(r.result, complete ? 0 : -1) << length << "\n" << text.substr(0, length);
+                EXPECT_EQ(r.result, complete ? 0 : -1) << length << "\n" << cut;
                 EXPECT_EQ(r.err, complete ? 0 : NU_EBADFILE) << length;
+                // Through a block, the library's reader fails where it fails read alone.
+                ReadResult plain = read(cut, 4, nus::ub2_reader);
+                ReadResult blocked = read(cut, 4, nullptr, Way::block);
+                EXPECT_EQ(std::make_pair(blocked.result, blocked.err),
+                          std::make_pair(plain.result, plain.err)) << length;
             }
             EXPECT_EQ(counter.live, 0) << length;
         }
@@ -346,15 +367,21 @@ TEST(MultiBadInput, TruncatedAnywhere) {
 // Every allocation of reading is refused in turn: the read fails with NU_ENOMEM and the
 // partial table frees completely; lookups on it stay safe.
 TEST(MultiBadInput, RefusedMemoryWhileReading) {
-    for (const std::string &text : {kUncompressed, kCompressed}) {
+    for (const std::string &text : {kUncompressed, kCompressed})
+    for (Way way : {Way::characters, Way::block}) {
         for (long n = 1;; ++n) {
             CountingAllocator counter;
             int result;
             {
                 Table t = new_table();
-                counter.fail_from(counter.allocations + n);
                 FILE *f = nus_test::text_stream(text);
-                result = _nu_fscanf_multi(f, t.get(), 4, read_u16);
+                {
+                    // The block itself is allocated before the refusals start.
+                    std::optional<nus::BlockInput> block;
+                    if (way == Way::block) block.emplace(f);
+                    counter.fail_from(counter.allocations + n);
+                    result = _nu_fscanf_multi(f, t.get(), 4, way == Way::block ? nus::ub2_reader : read_u16);
+                }
                 std::fclose(f);
                 counter.fail_from(0);
                 if (result != 0) {

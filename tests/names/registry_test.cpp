@@ -349,6 +349,10 @@ TEST_F(Registry, InstalledRegistry) {
     EXPECT_EQ(seen.size(), lines);
     nu_free_registry_cache();   // the lookups below read the file
 
+    // Every entry, wherever it lies in the file, is found as the cache has it.
+    for (const auto &[name, number] : seen)
+        EXPECT_EQ(lookup(name.c_str()), std::make_pair(number, -1)) << name;
+
     for (const nu_registry_entry *e = nus_canned_registry; e->name != nullptr; ++e)
         EXPECT_EQ(lookup(e->name), std::make_pair(e->number, -1)) << e->name;
     const std::map<std::string, unsigned> charmaps = {
