@@ -11,7 +11,7 @@
 
 #include <algorithm>
 #include <bit>
-#include <emmintrin.h>
+#include <cstring>
 
 namespace {
 
@@ -920,34 +920,30 @@ namespace {
 constexpr int kUndecodable = 2;
 
 // Whether the bytes from p to the terminator of a null-terminated string are whole characters
-// of the handle's code set, where bytes below 128 are one-byte characters. Sixteen bytes are
-// looked at at once: those from p where they lie in one page, else the aligned block that
-// holds p, which never crosses a page. Either may take bytes after the terminator (or, the
-// block, before p): they are masked off, and the address checker is told that the read is
-// meant. A byte of 128 or more before the terminator is decoded with what follows it.
-[[gnu::target("sse2"), gnu::no_sanitize_address, gnu::always_inline]] inline bool
-rest_decodes_to_terminator(const multi_t *table, const unsigned char *root, const unsigned char *p) {
+// of the handle's code set, where bytes below 128 are one-byte characters. One comparison per
+// byte finds both the terminator and a byte of 128 or more, four bytes a round; no byte after
+// the terminator is read.
+[[gnu::always_inline]] inline bool rest_decodes_to_terminator(const multi_t *table,
+                                                              const unsigned char *root,
+                                                              const unsigned char *p) {
+    auto plain = [](unsigned char b) { return static_cast<unsigned char>(b - 1) < 0x7F; };
     for (;;) {
-        const auto in_page = static_cast<unsigned>(reinterpret_cast<uintptr_t>(p) & 4095u);
-        unsigned zeros, high, step = 16;
-        if (in_page <= 4096u - 16u) [[likely]] {
-            const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
-            zeros = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_setzero_si128())));
-            high = static_cast<unsigned>(_mm_movemask_epi8(block));
-        } else {
-            const unsigned skip = in_page & 15u;
-            const __m128i block = _mm_load_si128(reinterpret_cast<const __m128i *>(p - skip));
-            zeros = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_setzero_si128()))) >> skip;
-            high = static_cast<unsigned>(_mm_movemask_epi8(block)) >> skip;
-            step = 16 - skip;
+        for (;; p += 4) {
+            if (!plain(p[0])) break;
+            if (!plain(p[1])) {
+                p += 1;
+                break;
+            }
+            if (!plain(p[2])) {
+                p += 2;
+                break;
+            }
+            if (!plain(p[3])) {
+                p += 3;
+                break;
+            }
         }
-        high &= zeros ^ (zeros - 1u);   // the bytes up to the terminator (all without one)
-        if (high == 0) {
-            if (zeros != 0) return true;
-            p += step;
-            continue;
-        }
-        p += __builtin_ctz(high);
+        if (*p == 0) return true;
         if (root[*p] == MULTI_LAST) {
             ++p;
             continue;
@@ -958,13 +954,6 @@ rest_decodes_to_terminator(const multi_t *table, const unsigned char *root, cons
         if (w.status != 0) return false;
         p += w.length;
     }
-}
-
-// The rests of two null-terminated strings, from p1 and p2: whether both decode.
-[[gnu::target("sse2"), gnu::no_sanitize_address]] bool
-rests_decode_to_terminators(const multi_t *table, const unsigned char *root, const unsigned char *p1,
-                            const unsigned char *p2) {
-    return rest_decodes_to_terminator(table, root, p1) && rest_decodes_to_terminator(table, root, p2);
 }
 
 // The bytes a character at p may take: up to end in a counted string; in a null-terminated
@@ -1073,7 +1062,8 @@ int quick_multibyte(const nu_locale_rec *h, const unsigned char *s1, const unsig
         if (w1 != w2) break;
     }
     if (Counted ? !rest_decodes(table, root, s1, p1, e1) || !rest_decodes(table, root, s2, p2, e2)
-                : !rests_decode_to_terminators(table, root, p1, p2))
+                : !rest_decodes_to_terminator(table, root, p1) ||
+                      !rest_decodes_to_terminator(table, root, p2))
         return kUndecodable;
     return w1 < w2 ? -1 : 1;
 }
