@@ -919,43 +919,6 @@ namespace {
 
 constexpr int kUndecodable = 2;
 
-// Whether the bytes from p to the terminator of a null-terminated string are whole characters
-// of the handle's code set, where bytes below 128 are one-byte characters. One comparison per
-// byte finds both the terminator and a byte of 128 or more, four bytes a round; no byte after
-// the terminator is read.
-[[gnu::always_inline]] inline bool rest_decodes_to_terminator(const multi_t *table,
-                                                              const unsigned char *root,
-                                                              const unsigned char *p) {
-    auto plain = [](unsigned char b) { return static_cast<unsigned char>(b - 1) < 0x7F; };
-    for (;;) {
-        for (;; p += 4) {
-            if (!plain(p[0])) break;
-            if (!plain(p[1])) {
-                p += 1;
-                break;
-            }
-            if (!plain(p[2])) {
-                p += 2;
-                break;
-            }
-            if (!plain(p[3])) {
-                p += 3;
-                break;
-            }
-        }
-        if (*p == 0) return true;
-        if (root[*p] == MULTI_LAST) {
-            ++p;
-            continue;
-        }
-        long budget = 1;
-        while (budget < MULTI_MAX_DEPTH && p[budget] != 0) ++budget;
-        const nus::Walk w = nus::walk(table, p, budget);
-        if (w.status != 0) return false;
-        p += w.length;
-    }
-}
-
 // The bytes a character at p may take: up to end in a counted string; in a null-terminated
 // one (Counted false), the bytes before the terminator, counted no further than the longest
 // character, so that the terminator is never passed.
@@ -1061,9 +1024,13 @@ int quick_multibyte(const nu_locale_rec *h, const unsigned char *s1, const unsig
         if (w2 == 0) return 0;
         if (w1 != w2) break;
     }
-    if (Counted ? !rest_decodes(table, root, s1, p1, e1) || !rest_decodes(table, root, s2, p2, e2)
-                : !rest_decodes_to_terminator(table, root, p1) ||
-                      !rest_decodes_to_terminator(table, root, p2))
+    // The rest of a null-terminated string is measured by the C library first (nothing here
+    // reads past its terminator), then checked as a counted one.
+    if (!Counted) {
+        e1 = p1 + std::strlen(reinterpret_cast<const char *>(p1));
+        e2 = p2 + std::strlen(reinterpret_cast<const char *>(p2));
+    }
+    if (!rest_decodes(table, root, s1, p1, e1) || !rest_decodes(table, root, s2, p2, e2))
         return kUndecodable;
     return w1 < w2 ? -1 : 1;
 }
