@@ -3,6 +3,8 @@
 #include "time/category.h"
 #include "time/timefmt.h"
 
+#include <algorithm>
+
 namespace nus::tm {
 
 namespace {
@@ -208,7 +210,10 @@ const EraSpan *era_spans(nu_locale_rec *h) {
             out[1] = 11;
             out[2] = 31;
         } else {
-            out[0] = year - 1900;
+            // Years of a file's segments may be any number: far ones keep their order, short
+            // of the open ends.
+            out[0] = static_cast<int32_t>(
+                std::clamp<int64_t>(int64_t{year} - 1900, INT32_MIN + 1, INT32_MAX - 1));
             out[1] = month - 1;
             out[2] = day;
         }
