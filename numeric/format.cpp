@@ -4,6 +4,7 @@
 // and the wide-to-multibyte output step that the other formatters and parsers share.
 #include "numeric/numeric.h"
 
+#include <algorithm>
 #include <cctype>
 #include <climits>
 #include <clocale>
@@ -118,16 +119,18 @@ Sign sign_of(nu_locale_rec *h, bool negative, unsigned flags) {
     return s;
 }
 
-// Writes chars without counting them, never past the output (the infinity and NaN texts).
+// Writes chars without counting them, never past the output (the infinity and NaN texts);
+// padding stops where the output does, however wide the field.
 void put_uncounted(nu_wchar **cursor, nu_wchar *end, const char *text, int pad, bool pad_after) {
     auto put = [&](nu_wchar c) {
         if (*cursor < end) *(*cursor)++ = c;
     };
-    if (!pad_after)
-        for (int i = 0; i < pad; ++i) put(' ');
+    auto fill = [&] {
+        for (long k = std::min<long>(pad, end - *cursor); k > 0; --k) *(*cursor)++ = ' ';
+    };
+    if (!pad_after) fill();
     for (const char *t = text; *t != 0; ++t) put(static_cast<unsigned char>(*t));
-    if (pad_after)
-        for (int i = 0; i < pad; ++i) put(' ');
+    if (pad_after) fill();
 }
 
 } // namespace
