@@ -253,6 +253,12 @@ public:
         if (era_ == kUnknown) era_ = find_era(h_, v_.year, v_.month, v_.mday);
         return era_;
     }
+    // The local date's year counted in era `era` (as era() found it).
+    int64_t era_year(int era) {
+        const EraSpan &span = era_spans(h_)[era];
+        return int64_t{h_->time.eras[era].offset} +
+               (int64_t{v_.year} - span.start[0]) * span.absolute_direction;
+    }
     const nu_time_rec &local() const { return v_; }
     const nu_time_rec &gregorian() const { return g_; }
     bool local_calendar() const { return h_->time.calendar > 1; }
@@ -416,7 +422,7 @@ public:
             case kYday: value = v.yday + 1; break;
             case kEraName:
             case kEraYear:
-                if (era_step(step, v) < 0) return -1;
+                if (era_step(step) < 0) return -1;
                 continue;
             }
             if (!plain_number(value, step.digits, step.spaced)) return -1;
@@ -426,15 +432,13 @@ public:
 
     // %EC or %Ey of a compiled format: the era's name, or its year as a plain number; as the
     // conversion says without an era (or with a year beyond the plain range).
-    int era_step(const FormatStep &step, const nu_time_rec &v) {
+    int era_step(const FormatStep &step) {
         const int era = value_.era();
         if (era == -2) return -1;
         if (era >= 0 && step.field == kEraName)
             return out_.text(h_->time.eras[era].name, kAsIs) ? 0 : -1;
         if (era >= 0) {
-            const EraSpan &span = era_spans(h_)[era];
-            const int64_t year = h_->time.eras[era].offset +
-                                 (int64_t{v.year} - span.start[0]) * span.absolute_direction;
+            const int64_t year = value_.era_year(era);
             if (year >= 0 && year <= 99999)
                 return plain_number(static_cast<int>(year), step.digits, false) ? 0 : -1;
         }
@@ -604,11 +608,7 @@ public:
             if (mod == 'E') {
                 const int era = value_.era();
                 if (era == -2) return -1;
-                if (era >= 0) {
-                    const EraSpan &span = era_spans(h_)[era];
-                    const int64_t delta = int64_t{v.year} - span.start[0];
-                    return number(t.eras[era].offset + delta * span.absolute_direction, 2, s);
-                }
+                if (era >= 0) return number(value_.era_year(era), 2, s);
             }
             return number((v.year % 100 + 100) % 100, 2, s);
         }
