@@ -930,8 +930,11 @@ int exact_era(const TimeFields &t, const unsigned char *&in, const int32_t *pick
 const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text, Found &v) {
     const auto *in = reinterpret_cast<const unsigned char *>(text);
     const TimeFields &t = h->time;
-    auto skip = [&] {
+    auto blanks = [&] {
         while (*in <= ' ' && (*in == ' ' || (*in >= '\t' && *in <= '\r'))) ++in;
+    };
+    auto skip = [&] {   // and what follows is ASCII
+        blanks();
         return *in < 0x80;
     };
     for (const ParseStep *step = p.step, *last = p.step + p.steps; step < last; ++step) {
@@ -970,7 +973,7 @@ const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text
             v.pm = am > 0 ? 0 : 1;
             in += am + pm;
         } else if (step->kind == ParseStep::kConversion && step->conv.c == 'C') {   // %EC
-            while (*in <= ' ' && (*in == ' ' || (*in >= '\t' && *in <= '\r'))) ++in;
+            blanks();
             const int era = exact_era(t, in, reinterpret_cast<const int32_t *>(
                                                  reinterpret_cast<const unsigned char *>(&p) + p.eras));
             if (era < 0) return nullptr;
