@@ -33,6 +33,9 @@ int find_era(nu_locale_rec *h, int32_t year, int32_t month, int32_t mday) {
     if (h->time.era_count <= 0 || h->time.eras == nullptr) return -1;
     const EraSpan *spans = era_spans(h);
     if (spans == nullptr) return -2;
+    if (month >= 0 && month <= 11 && mday >= 1 && mday <= 31)
+        return era_of(spans, h->time.era_count, year, month, mday);
+    // A date no calendar has: its fields compared one by one.
     const int32_t d[3] = {year, month, mday};
     auto not_after = [](const int32_t *a, const int32_t *b) {
         return a[0] < b[0] || (a[0] == b[0] && (a[1] < b[1] || (a[1] == b[1] && a[2] <= b[2])));

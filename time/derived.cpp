@@ -10,11 +10,23 @@ namespace nus::tm {
 namespace {
 
 struct Derived {
-    EraSpan *spans;   // era_cache_count of them, or null
+    DerivedHead head;   // the era spans
     NameTable *names[kTimeCaches];
     ProgramHeader *programs[kProgramKinds][kProgramSlots];
     int32_t next[kProgramKinds];
+    int32_t found[kProgramKinds];   // the slot found last: a caller mostly repeats its format
 };
+
+// Whether a kept multibyte program's key is the format (a string of bytes). Compared as the
+// strings they are: a shorter format stops at its terminator (a key holds no zero byte), so
+// nothing past it is read.
+inline bool same_format(const ProgramHeader *p, const unsigned char *f) {
+    if (p == nullptr || p->wide != 0) return false;
+    const unsigned char *k = p->key, *end = k + p->key_bytes;
+    for (; k < end; ++k, ++f)
+        if (*k != *f) return false;
+    return *f == 0;
+}
 
 // The handle's block, made when first asked for; null (nothing stored) when it cannot be had.
 Derived *derived(nu_locale_rec *h) {
@@ -151,22 +163,16 @@ const ProgramHeader *find_program(nu_locale_rec *h, ProgramKind kind, const void
 }
 
 const ProgramHeader *find_program(nu_locale_rec *h, ProgramKind kind, const char *format) {
-    const auto *d = static_cast<const Derived *>(h->time.era_cache);
+    auto *d = static_cast<Derived *>(h->time.era_cache);
     if (d == nullptr) return nullptr;
     const auto *f = reinterpret_cast<const unsigned char *>(format);
-    for (const ProgramHeader *p : d->programs[kind]) {
-        if (p == nullptr || p->wide != 0) continue;
-        // Compared as the strings they are: a shorter format stops at its terminator (a key
-        // holds no zero byte), so nothing past it is read.
-        const unsigned char *k = p->key;
-        const uint32_t n = p->key_bytes;
-        uint32_t i = 0;
-        for (; i + 4 <= n; i += 4)
-            if (k[i] != f[i] || k[i + 1] != f[i + 1] || k[i + 2] != f[i + 2] || k[i + 3] != f[i + 3])
-                break;
-        while (i < n && k[i] == f[i]) ++i;
-        if (i == n && f[i] == 0) return p;
-    }
+    ProgramHeader *const *slots = d->programs[kind];
+    if (same_format(slots[d->found[kind]], f)) return slots[d->found[kind]];
+    for (int i = 0; i < kProgramSlots; ++i)
+        if (same_format(slots[i], f)) {
+            d->found[kind] = i;
+            return slots[i];
+        }
     return nullptr;
 }
 
@@ -190,9 +196,9 @@ const EraSpan *era_spans(nu_locale_rec *h) {
         set_error(h, NU_ENOMEM);
         return nullptr;
     }
-    if (d->spans != nullptr && t.era_cache_count == t.era_count) return d->spans;
-    _nu_free_ptr(d->spans);
-    d->spans = nullptr;
+    if (d->head.spans != nullptr && t.era_cache_count == t.era_count) return d->head.spans;
+    _nu_free_ptr(d->head.spans);
+    d->head.spans = nullptr;
     t.era_cache_count = 0;
     auto *spans = alloc_array<EraSpan>(static_cast<size_t>(t.era_count));
     if (spans == nullptr) {
@@ -230,8 +236,13 @@ const EraSpan *era_spans(nu_locale_rec *h) {
         // is "+", or when they are reversed and it is "-".
         const bool ordered = not_after(s.start, s.stop);
         s.absolute_direction = (ordered == (e.direction >= 0)) ? 1 : -1;
+        s.name_bytes = static_cast<int32_t>(std::strlen(mb(e.name)));
+        const int64_t a = date_key(s.start[0], s.start[1], s.start[2]);
+        const int64_t b = date_key(s.stop[0], s.stop[1], s.stop[2]);
+        s.first = a < b ? a : b;
+        s.last = a < b ? b : a;
     }
-    d->spans = spans;
+    d->head.spans = spans;
     t.era_cache_count = t.era_count;
     return spans;
 }
@@ -243,7 +254,7 @@ namespace nus {
 void release_time_derived(void *block) {
     auto *d = static_cast<tm::Derived *>(block);
     if (d == nullptr) return;
-    _nu_free_ptr(d->spans);
+    _nu_free_ptr(d->head.spans);
     for (tm::NameTable *t : d->names) _nu_free_ptr(t);
     for (auto &kind : d->programs)
         for (tm::ProgramHeader *p : kind) _nu_free_ptr(p);

@@ -106,9 +106,9 @@ inline void copy_short(unsigned char *to, const unsigned char *from, long k) {
 // at all, and never past the room.
 class ByteOut {
 public:
-    ByteOut(nu_locale_rec *h, char *out, long size)
-        : h_(h), out_(reinterpret_cast<unsigned char *>(out)), size_(size),
-          term_(term_length(h)),
+    ByteOut(nu_locale_rec *h, char *out, long size) : ByteOut(h, out, size, term_length(h)) {}
+    ByteOut(nu_locale_rec *h, char *out, long size, int term)
+        : h_(h), out_(reinterpret_cast<unsigned char *>(out)), size_(size), term_(term),
           ascii_(h->single_byte || (h->ascii_direct && term_ == 1)),
           split_(h->companion_flag[cat_index(NU_CTYPE)] == 0) {}
     bool put(nu_wchar c) {
@@ -224,12 +224,30 @@ private:
 class Value {
 public:
     enum : unsigned { kTime = 1, kDate = 2, kWday = 4, kYday = 8, kFraction = 16 };
-    Value(nu_locale_rec *h, const nu_time_rec *g) : h_(h), g_(*g), v_(*g) {}
+    Value(nu_locale_rec *h, const nu_time_rec *g) : h_(h), g_(*g) {
+        if (local_calendar()) local_ = g_;   // its time of day until the date is converted
+    }
 
     // Checks (once) the fields behind `mask`; false with the error stored.
-    bool need(unsigned mask) {
+    [[gnu::always_inline]] bool need(unsigned mask) {
         const unsigned todo = mask & ~checked_;
         if (todo == 0) return true;
+        if (todo == kDate && !local_calendar()) {   // the common case, without calls
+            const unsigned month = static_cast<unsigned>(g_.month);
+            const int year = g_.year + 1900;
+            if (year >= 1 && year <= 9999 && month <= 11 && g_.mday >= 1 &&
+                (g_.mday <= kMonthLength[month] ||
+                 (month == 1 && g_.mday == 29 && gregorian_leap(year)))) {
+                g_.month_name = g_.month;   // a Gregorian month carries its own name
+                checked_ |= kDate;
+                return true;
+            }
+        }
+        return check(todo, mask);
+    }
+
+private:
+    [[gnu::noinline]] bool check(unsigned todo, unsigned mask) {
         int code = 0;
         if ((todo & kFraction) != 0 && (g_.fraction < 0 || g_.fraction > 999999))
             code = NU_EFRACTION;
@@ -239,48 +257,66 @@ public:
             if (code == 0) code = to_local();
             if (code == 0) checked_ |= kDate;
         }
-        if (code == 0 && (todo & kWday) != 0 && (v_.wday < 0 || v_.wday > 6)) code = NU_EWDAY;
+        const nu_time_rec &v = local();
+        if (code == 0 && (todo & kWday) != 0 && (v.wday < 0 || v.wday > 6)) code = NU_EWDAY;
         // A Hebrew leap year has 385 days.
-        if (code == 0 && (todo & kYday) != 0 && (v_.yday < 0 || v_.yday > (local_calendar() ? 384 : 365)))
+        if (code == 0 && (todo & kYday) != 0 && (v.yday < 0 || v.yday > (local_calendar() ? 384 : 365)))
             code = NU_EYDAY;
         if (code != 0) return fail(h_, code) == 0;
         checked_ |= mask;
         return true;
     }
+
+public:
     // The era of the local date (checked before), found once: its index, -1 for none, -2 when
     // the era table could not be had (NU_ENOMEM stored).
     int era() {
-        if (era_ == kUnknown) era_ = find_era(h_, v_.year, v_.month, v_.mday);
+        if (era_ == kUnknown) {
+            if (h_->time.era_count <= 0 || h_->time.eras == nullptr) return era_ = -1;
+            spans_ = known_era_spans(h_);
+            era_ = spans_ == nullptr ? -2 : era_of(spans_, h_->time.era_count, local().year, local().month, local().mday);
+        }
         return era_;
     }
-    // The local date's year counted in era `era` (as era() found it).
-    int64_t era_year(int era) {
-        const EraSpan &span = era_spans(h_)[era];
+    // The era `era` as era() found it, and the local date's year counted in it.
+    const EraSpan &era_span(int era) const { return spans_[era]; }
+    int64_t era_year(int era) const {
+        const EraSpan &span = spans_[era];
         return int64_t{h_->time.eras[era].offset} +
-               (int64_t{v_.year} - span.start[0]) * span.absolute_direction;
+               (int64_t{local().year} - span.start[0]) * span.absolute_direction;
     }
-    const nu_time_rec &local() const { return v_; }
+    // (Known to be local or not from the start: a caller may hold the reference before the
+    // conversion fills it.)
+    const nu_time_rec &local() const { return local_calendar() ? local_ : g_; }
     const nu_time_rec &gregorian() const { return g_; }
     bool local_calendar() const { return h_->time.calendar > 1; }
 
 private:
+    static constexpr int kMonthLength[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
     int to_local() {
         if (!local_calendar()) {
-            v_.month_name = v_.month;   // a Gregorian month carries its own name
+            g_.month_name = g_.month;   // a Gregorian month carries its own name
             return 0;
         }
         nu_time_rec out{};
         if (nu_cal_gregorian_to_local(h_, &g_, &out) != 0) return NU_EYEAR;
-        v_ = out;
+        local_ = out;
         return 0;
     }
     nu_locale_rec *h_;
     nu_time_rec g_;
-    nu_time_rec v_;
+    nu_time_rec local_;   // the value in a local calendar
+    const EraSpan *spans_ = nullptr;
     unsigned checked_ = 0;
     static constexpr int kUnknown = -3;
     int era_ = kUnknown;
 };
+
+// "00" to "99".
+constexpr char kDigitPairs[201] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
 
 // ---- the engine -----------------------------------------------------------------------------
 
@@ -436,7 +472,8 @@ public:
         const int era = value_.era();
         if (era == -2) return -1;
         if (era >= 0 && step.field == kEraName)
-            return out_.text(h_->time.eras[era].name, kAsIs) ? 0 : -1;
+            return out_.bytes(reinterpret_cast<const unsigned char *>(mb(h_->time.eras[era].name)),
+                              value_.era_span(era).name_bytes) ? 0 : -1;
         if (era >= 0) {
             const int64_t year = value_.era_year(era);
             if (year >= 0 && year <= 99999)
@@ -448,8 +485,9 @@ public:
     // A number of at least `digits` digits (0 to 99999), zeros or spaces in front.
     bool plain_number(int value, int digits, bool spaced) {
         if (digits == 2 && value >= 0 && value < 100) {
-            char pair[2] = {static_cast<char>(value < 10 ? (spaced ? ' ' : '0') : '0' + value / 10),
-                            static_cast<char>('0' + value % 10)};
+            char pair[2];
+            std::memcpy(pair, kDigitPairs + 2 * value, 2);
+            if (spaced && value < 10) pair[0] = ' ';
             return out_.ascii(pair, 2);
         }
         char buf[8];
@@ -870,11 +908,13 @@ private:
 
 // The compiled form of a multibyte format, made on first use; null when the format is
 // interpreted instead.
+// (Programs are kept only for a handle whose CTYPE has a one-byte terminator; they go with
+// that CTYPE.)
 const FormatProgram *program_for(nu_locale_rec *h, const char *format) {
-    if (h->companion_flag[cat_index(NU_CTYPE)] != 0 || term_length(h) > 1)
-        return nullptr;
+    if (h->companion_flag[cat_index(NU_CTYPE)] != 0) return nullptr;
     if (const ProgramHeader *p = find_program(h, kFormatProgram, format))
         return reinterpret_cast<const FormatProgram *>(p);
+    if (term_length(h) > 1) return nullptr;
     const size_t key_bytes = std::strlen(format);
     if (key_bytes > kMaxProgramKey) return nullptr;
     const int32_t error = h->error;
@@ -901,7 +941,7 @@ NU_EXPORT int nu_mbsftime(nu_locale_t h, char *out, int size, const char *format
     if (nus::no_handle(h) || nus::missing(h, format, t)) return -1;
     if (size < 0) return fail(h, NU_EBADVAL);
     if (const FormatProgram *p = program_for(h, format)) {
-        ByteOut o(h, size == 0 ? nullptr : out, size);
+        ByteOut o(h, size == 0 ? nullptr : out, size, 1);
         Value value(h, t);
         Engine<ByteOut> engine(h, o, value);
         if (engine.run_program(*p) == 0) {

@@ -613,7 +613,7 @@ int assemble(nu_locale_rec *h, Found &v, nu_time_rec *out) {
     int year = v.year;
     if (v.want_era && v.era < 0 && v.era_year >= 0) {
         // An era year without the era's name: the first era that holds the date.
-        const EraSpan *spans = era_spans(h);
+        const EraSpan *spans = known_era_spans(h);
         if (spans == nullptr) return fail(h, NU_ENOMEM);
         const int month = v.month_name >= 0 ? v.month_name : v.month;
         for (int i = 0; i < h->time.era_count && v.era < 0; ++i) {
@@ -626,7 +626,7 @@ int assemble(nu_locale_rec *h, Found &v, nu_time_rec *out) {
         if (v.era < 0) return fail(h, NU_EPERA);
     }
     if (v.want_era && v.era >= 0) {
-        const EraSpan *spans = era_spans(h);
+        const EraSpan *spans = known_era_spans(h);
         if (spans == nullptr) return fail(h, NU_ENOMEM);
         const EraSegment &e = h->time.eras[v.era];
         const int era_year = v.era_year >= 0 ? v.era_year : e.offset;
@@ -918,7 +918,10 @@ int exact_era(const TimeFields &t, const unsigned char *&in, const int32_t *pick
         const auto *name = reinterpret_cast<const unsigned char *>(t.eras[i].name.mb);
         if (name[0] != in[0]) continue;
         int k = 1;
-        while (name[k] != 0 && name[k] == in[k]) ++k;   // a mismatch stops at the terminator
+        // A mismatch stops at the input's terminator; two bytes at a time while both are
+        // in the name (the first, equal to a byte of the name, is no terminator).
+        while (name[k] != 0 && name[k + 1] != 0 && name[k] == in[k] && name[k + 1] == in[k + 1]) k += 2;
+        while (name[k] != 0 && name[k] == in[k]) ++k;
         if (name[k] == 0) {
             in += k;
             return pick[i];

@@ -68,12 +68,46 @@ struct EraSpan {
     int32_t start[3];
     int32_t stop[3];
     int32_t absolute_direction;
+    int32_t name_bytes;   // of the era's multibyte name
+    // The first and the last day of the segment as date_key orders them.
+    int64_t first, last;
 };
+
+// A date (year - 1900, month from 0, day) as one number in the order of dates. A month or day
+// out of range is taken as one just beyond the range: it keeps its order against every valid
+// date, which is all an era's limits are compared with.
+constexpr int64_t date_key(int32_t year, int32_t month, int32_t mday) {
+    const int32_t m = month < -1 ? -1 : month > 12 ? 12 : month;
+    const int32_t d = mday < 0 ? 0 : mday > 32 ? 32 : mday;
+    return int64_t{year} * 512 + (m + 1) * 32 + d;
+}
+
+// The first era of `spans` that holds a valid date, or -1.
+inline int era_of(const EraSpan *spans, int count, int32_t year, int32_t month, int32_t mday) {
+    const int64_t key = date_key(year, month, mday);
+    for (int i = 0; i < count; ++i)
+        if (spans[i].first <= key && key <= spans[i].last) return i;
+    return -1;
+}
 
 // The handle's eras in that form, made on first use in the per-handle era cache (one block
 // from the library allocator, freed with the handle's TIME category). Null without eras, or
 // with NU_ENOMEM stored when the block cannot be had.
 const EraSpan *era_spans(nu_locale_rec *h);
+
+// The beginning of the per-handle block below: the era spans (era_cache_count of them) or null.
+struct DerivedHead {
+    EraSpan *spans;
+};
+
+// era_spans without a call once they are made.
+inline const EraSpan *known_era_spans(nu_locale_rec *h) {
+    const auto *d = static_cast<const DerivedHead *>(h->time.era_cache);
+    if (d != nullptr && d->spans != nullptr && h->time.era_cache_count == h->time.era_count &&
+        h->time.eras != nullptr)
+        return d->spans;
+    return era_spans(h);
+}
 
 // The index of the era a date (year - 1900, month from 0, day) falls in; -1 when none does,
 // -2 when the era cache cannot be made (NU_ENOMEM stored).
