@@ -772,14 +772,15 @@ public:
             const nu_wchar c = step.conv.c;
             if (step.kind == ParseStep::kNumber) {
                 if (step.conv.mod != 0 && !(step.conv.mod == 'E' && step.field.e_ok)) p->bytes = 0;
-                if (step.conv.mod != 0 || !(c == 'd' || c == 'e' || c == 'H' || c == 'k' ||
-                                            c == 'I' || c == 'l' || c == 'm' || c == 'M' ||
-                                            c == 'S' || c == 'Y'))
+                // The era's year counts as plain where the era's name is read too.
+                const bool era_year = c == 'y' && step.conv.mod == 'E' && era_names && p->eras != 0;
+                if (!era_year && (step.conv.mod != 0 ||
+                                  !(c == 'd' || c == 'e' || c == 'H' || c == 'k' || c == 'I' ||
+                                    c == 'l' || c == 'm' || c == 'M' || c == 'S' || c == 'Y')))
                     p->plain = 0;
             } else if (step.kind == ParseStep::kConversion) {
                 const bool am_pm = (c == 'p' || c == 'P') && step.conv.mod == 0 && ampm;
                 const bool era = c == 'C' && step.conv.mod == 'E' && p->eras != 0;
-                p->plain &= !era;
                 if (!am_pm && !era && (step.conv.mod != 0 || (c != 'n' && c != 't'))) p->bytes = 0;
             }
             if (step.kind == ParseStep::kNumber && i + 1 < steps_ &&
@@ -824,6 +825,9 @@ private:
             Parser reader(h_, a);
             if (reader.run(kEraName, 0) != 0 || *reader.position() != 0) return false;
             pick[i] = reader.found().era;
+            // A name met before is found there first: the reader passes over it.
+            for (int j = 0; j < i; ++j)
+                if (std::strcmp(t.eras[j].name.mb, bytes) == 0) pick[i] = -1;
         }
         return true;
     }
@@ -916,12 +920,9 @@ int ascii_name(const unsigned char *in, const char *name) {
 int exact_era(const TimeFields &t, const unsigned char *&in, const int32_t *pick) {
     for (int i = 0; i < t.era_count; ++i) {
         const auto *name = reinterpret_cast<const unsigned char *>(t.eras[i].name.mb);
-        if (name[0] != in[0]) continue;
+        if (name[0] != in[0] || pick[i] < 0) continue;
         int k = 1;
-        // A mismatch stops at the input's terminator; two bytes at a time while both are
-        // in the name (the first, equal to a byte of the name, is no terminator).
-        while (name[k] != 0 && name[k + 1] != 0 && name[k] == in[k] && name[k + 1] == in[k + 1]) k += 2;
-        while (name[k] != 0 && name[k] == in[k]) ++k;
+        while (name[k] != 0 && name[k] == in[k]) ++k;   // a mismatch stops at the terminator
         if (name[k] == 0) {
             in += k;
             return pick[i];
@@ -992,7 +993,17 @@ const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text
 // What assemble makes of the fields of a plain program (read_bytes read them), straight into
 // the caller's value: false with the error stored when the date does not exist.
 bool deliver_plain(nu_locale_rec *h, const Found &v, nu_time_rec *t) {
-    const int year = v.year;
+    int year = v.year;
+    if (v.want_era && v.era >= 0) {   // the era's name was read: the year counts in it
+        const EraSpan *spans = known_era_spans(h);
+        if (spans == nullptr) return fail(h, NU_ENOMEM), false;
+        const EraSegment &e = h->time.eras[v.era];
+        const int era_year = v.era_year >= 0 ? v.era_year : e.offset;
+        const int64_t y = int64_t{spans[v.era].start[0]} +
+                          int64_t{era_year - e.offset} * spans[v.era].absolute_direction + 1900;
+        if (y < 1 || y > 9999) return fail(h, NU_EYEAR), false;
+        year = static_cast<int>(y);
+    }
     if (year < 1 || year > 9999) return fail(h, NU_EYEAR), false;
     if (v.mday > month_length(v.month, year)) return fail(h, NU_EMDAY), false;
     const DayFacts facts = gregorian_day_facts(year, v.month, v.mday);
