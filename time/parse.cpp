@@ -950,10 +950,17 @@ const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text
                 if (d >= 10) return nullptr;
             }
             const NumberField &field = step->field;
-            int value = static_cast<int>(d), n = 1;
+            int value = static_cast<int>(d);
             ++in;
-            for (; n < field.digits && (d = *in - static_cast<unsigned>('0')) < 10; ++n, ++in)
-                value = value * 10 + static_cast<int>(d);
+            if (field.digits == 2) {   // most fields: the second digit without a loop
+                if ((d = *in - static_cast<unsigned>('0')) < 10) {
+                    value = value * 10 + static_cast<int>(d);
+                    ++in;
+                }
+            } else {
+                for (int n = 1; n < field.digits && (d = *in - static_cast<unsigned>('0')) < 10; ++n, ++in)
+                    value = value * 10 + static_cast<int>(d);
+            }
             if (value < field.low || value > field.high) return nullptr;
             store_number(v, step->conv.c, step->conv.mod, t, value);
             if (step->then_length != 0) {   // the literal text of the next step
