@@ -312,6 +312,8 @@ private:
     int era_ = kUnknown;
 };
 
+constexpr int kMonthDays[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+
 // "00" to "99".
 constexpr char kDigitPairs[201] =
     "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
@@ -349,7 +351,9 @@ struct Conv {
 // width or modifier): which field, its digits, zeros or spaces in front.
 enum Field : int32_t {
     kNotPlain, kMday, kHour, kHour12, kMinute, kSecond, kMonth, kYear2, kYear, kYday,
-    kEraName, kEraYear   // %EC and %Ey: the era's name and year where the date has an era
+    kEraName, kEraYear,   // %EC and %Ey: the era's name and year where the date has an era
+    kDayName, kDayAbbr, kMonthName, kMonthAbbr, kAmPm,   // %A %a %B %b %p, as the locale has them
+    kNothing   // %Z and %z: a time value carries no time zone
 };
 
 struct FormatStep {
@@ -364,6 +368,7 @@ struct FormatStep {
 struct FormatProgram {
     ProgramHeader header;
     uint32_t need;     // what the plain numbers need of the value (Value's bits)
+    int32_t lean;      // every step is literal text or a plain field, of a Gregorian value
     int32_t steps;
     FormatStep step[1];
 };
@@ -459,6 +464,15 @@ public:
             case kEraName:
             case kEraYear:
                 if (era_step(step) < 0) return -1;
+                continue;
+            case kDayName:
+            case kDayAbbr:
+            case kMonthName:
+            case kMonthAbbr:
+            case kAmPm:
+                if (execute(step.conv, step.depth) < 0) return -1;
+                continue;
+            case kNothing:
                 continue;
             }
             if (!plain_number(value, step.digits, step.spaced)) return -1;
@@ -799,8 +813,10 @@ public:
         std::memcpy(block + head + key_bytes, pool_bytes_, pool_);
         p->steps = steps_;
         p->need = need_;
+        p->lean = ascii_ && h_->time.calendar <= 1;
         for (int i = 0; i < steps_; ++i) {
             p->step[i] = step_[i];
+            if (step_[i].literal == 0 && step_[i].field == kNotPlain) p->lean = 0;
             if (step_[i].literal != 0) p->step[i].at += static_cast<int32_t>(head + key_bytes);
         }
         return p;
@@ -841,6 +857,23 @@ private:
             return;
         }
         if (cv.s.modifier != 0) return;
+        struct Name {
+            nu_wchar c;
+            Field field;
+            unsigned need;
+        };
+        static constexpr Name kNames[] = {
+            {'A', kDayName, Value::kWday},   {'a', kDayAbbr, Value::kWday},
+            {'B', kMonthName, Value::kDate}, {'b', kMonthAbbr, Value::kDate},
+            {'h', kMonthAbbr, Value::kDate}, {'p', kAmPm, Value::kTime},
+            {'Z', kNothing, 0},              {'z', kNothing, 0},
+        };
+        for (const Name &n : kNames)
+            if (n.c == cv.c) {
+                step.field = n.field;
+                need_ |= n.need;
+                return;
+            }
         struct Plain {
             nu_wchar c;
             Field field;
@@ -908,6 +941,118 @@ private:
 
 // The compiled form of a multibyte format, made on first use; null when the format is
 // interpreted instead.
+// A lean program written straight into the caller's buffer: the byte count, or -1 when
+// anything is out of the ordinary (a field out of range, no room, no era for the date), which
+// the engine then meets again and reports.
+int write_lean(nu_locale_rec *h, char *out, int size, const FormatProgram &p, const nu_time_rec *t) {
+    const nu_time_rec v = *t;   // the output might overlap the value
+    const unsigned need = p.need;
+    if ((need & Value::kTime) != 0 &&
+        (static_cast<uint32_t>(v.fraction) > 999999 || static_cast<uint32_t>(v.second) > 60 ||
+         static_cast<uint32_t>(v.minute) > 59 || static_cast<uint32_t>(v.hour) > 23))
+        return -1;
+    if ((need & (Value::kDate | Value::kWday | Value::kYday)) != 0) {
+        const unsigned month = static_cast<unsigned>(v.month);
+        const int year = v.year + 1900;
+        if (year < 1 || year > 9999 || month > 11 || v.mday < 1 ||
+            v.mday > (month == 1 && gregorian_leap(year) ? 29 : kMonthDays[month]))
+            return -1;
+        if ((need & Value::kWday) != 0 && static_cast<uint32_t>(v.wday) > 6) return -1;
+        if ((need & Value::kYday) != 0 && static_cast<uint32_t>(v.yday) > 365) return -1;
+    }
+    const TimeFields &tf = h->time;
+    auto *o = reinterpret_cast<unsigned char *>(out);
+    const bool counting = o == nullptr || size == 0;
+    const long room = counting ? LONG_MAX : long{size} - 1;
+    const auto *base = reinterpret_cast<const unsigned char *>(&p);
+    int era = -3;
+    const EraSpan *spans = nullptr;
+    long n = 0;
+    for (int32_t i = 0; i < p.steps; ++i) {
+        const FormatStep &step = p.step[i];
+        const unsigned char *b;
+        long k;
+        unsigned char digits[8];
+        auto number = [&](int value, int at_least, bool spaced) {
+            if (at_least == 2 && value >= 0 && value < 100) {
+                std::memcpy(digits, kDigitPairs + 2 * value, 2);
+                if (spaced && value < 10) digits[0] = ' ';
+                b = digits;
+                k = 2;
+                return;
+            }
+            unsigned char *end = digits + sizeof digits, *d = end;
+            unsigned u = static_cast<unsigned>(value);
+            do {
+                *--d = static_cast<unsigned char>('0' + u % 10);
+                u /= 10;
+            } while (u != 0 && d > digits);
+            while (end - d < at_least && d > digits) *--d = spaced ? ' ' : '0';
+            b = d;
+            k = end - d;
+        };
+        auto text = [&](const CatString &name) {
+            b = reinterpret_cast<const unsigned char *>(mb(name));
+            k = static_cast<long>(std::strlen(reinterpret_cast<const char *>(b)));
+        };
+        if (step.literal != 0) {
+            b = base + step.at;
+            k = step.literal;
+        } else {
+            switch (step.field) {
+            case kNotPlain: return -1;
+            case kMday: number(v.mday, step.digits, step.spaced); break;
+            case kHour: number(v.hour, step.digits, step.spaced); break;
+            case kHour12:
+                number(v.hour > 12 ? v.hour - 12 : v.hour == 0 ? 12 : v.hour, step.digits, step.spaced);
+                break;
+            case kMinute: number(v.minute, step.digits, step.spaced); break;
+            case kSecond: number(v.second, step.digits, step.spaced); break;
+            case kMonth: number(v.month + 1, step.digits, step.spaced); break;
+            case kYear2: number((v.year % 100 + 100) % 100, step.digits, step.spaced); break;
+            case kYear: number(v.year + 1900, step.digits, step.spaced); break;
+            case kYday: number(v.yday + 1, step.digits, step.spaced); break;
+            case kEraName:
+            case kEraYear:
+                if (era == -3) {
+                    if (tf.era_count <= 0 || tf.eras == nullptr) return -1;
+                    spans = known_era_spans(h);
+                    if (spans == nullptr) return -1;
+                    era = era_of(spans, tf.era_count, v.year, v.month, v.mday);
+                }
+                if (era < 0) return -1;
+                if (step.field == kEraName) {
+                    b = reinterpret_cast<const unsigned char *>(mb(tf.eras[era].name));
+                    k = spans[era].name_bytes;
+                } else {
+                    const int64_t year = int64_t{tf.eras[era].offset} +
+                                         (int64_t{v.year} - spans[era].start[0]) * spans[era].absolute_direction;
+                    if (year < 0 || year > 99999) return -1;
+                    number(static_cast<int>(year), step.digits, false);
+                }
+                break;
+            case kDayName: text(tf.day[v.wday]); break;
+            case kDayAbbr: text(tf.abday[v.wday]); break;
+            case kMonthName:
+            case kMonthAbbr: {
+                const int count = tf.month_count > 0 ? tf.month_count : 12;
+                if (v.month >= count || v.month >= kMonthSlots) return -1;
+                text((step.field == kMonthName ? tf.mon : tf.abmon)[v.month]);
+                break;
+            }
+            case kAmPm: text(v.hour > 11 ? tf.pm : tf.am); break;
+            case kNothing: continue;
+            default: return -1;
+            }
+        }
+        if (k > room - n) return -1;
+        if (!counting) copy_short(o + n, b, k);
+        n += k;
+    }
+    if (!counting) o[n] = 0;
+    return n <= INT_MAX ? static_cast<int>(n) : -1;
+}
+
 // (Programs are kept only for a handle whose CTYPE has a one-byte terminator; they go with
 // that CTYPE.)
 const FormatProgram *program_for(nu_locale_rec *h, const char *format) {
@@ -941,6 +1086,10 @@ NU_EXPORT int nu_mbsftime(nu_locale_t h, char *out, int size, const char *format
     if (nus::no_handle(h) || nus::missing(h, format, t)) return -1;
     if (size < 0) return fail(h, NU_EBADVAL);
     if (const FormatProgram *p = program_for(h, format)) {
+        if (p->lean != 0) {
+            const int n = write_lean(h, out, size, *p, t);
+            if (n >= 0) return n;
+        }
         ByteOut o(h, size == 0 ? nullptr : out, size, 1);
         Value value(h, t);
         Engine<ByteOut> engine(h, o, value);

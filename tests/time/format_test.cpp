@@ -103,7 +103,7 @@ TEST_F(TimeFormat, MalformedFormatsAndFieldsOutOfRange) {
 TEST_F(TimeFormat, SizesFromZeroUpwardNeverWritePastTheSize) {
     std::mt19937 rng(11);
     for (nu_locale_t h : {en(), ja(), sjis()}) {
-        for (const char *f : {"%c", "%Ec", "%A %B %Oy", "x%%y", ""}) {
+        for (const char *f : {"%c", "%Ec", "%EC%Ey", "%A %B %Oy", "x%%y", ""}) {
             const nu_time_rec t = random_time(rng);
             const int needed = nu_mbsftime(h, nullptr, 0, f, &t);
             char full[256];
