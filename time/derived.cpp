@@ -10,23 +10,11 @@ namespace nus::tm {
 namespace {
 
 struct Derived {
-    DerivedHead head;   // the era spans
+    DerivedHead head;   // the era spans and the programs used last
     NameTable *names[kTimeCaches];
     ProgramHeader *programs[kProgramKinds][kProgramSlots];
     int32_t next[kProgramKinds];
-    int32_t found[kProgramKinds];   // the slot found last: a caller mostly repeats its format
 };
-
-// Whether a kept multibyte program's key is the format (a string of bytes). Compared as the
-// strings they are: a shorter format stops at its terminator (a key holds no zero byte), so
-// nothing past it is read.
-inline bool same_format(const ProgramHeader *p, const unsigned char *f) {
-    if (p == nullptr || p->wide != 0) return false;
-    const unsigned char *k = p->key, *end = k + p->key_bytes;
-    for (; k < end; ++k, ++f)
-        if (*k != *f) return false;
-    return *f == 0;
-}
 
 // The handle's block, made when first asked for; null (nothing stored) when it cannot be had.
 Derived *derived(nu_locale_rec *h) {
@@ -166,13 +154,8 @@ const ProgramHeader *find_program(nu_locale_rec *h, ProgramKind kind, const char
     auto *d = static_cast<Derived *>(h->time.era_cache);
     if (d == nullptr) return nullptr;
     const auto *f = reinterpret_cast<const unsigned char *>(format);
-    ProgramHeader *const *slots = d->programs[kind];
-    if (same_format(slots[d->found[kind]], f)) return slots[d->found[kind]];
-    for (int i = 0; i < kProgramSlots; ++i)
-        if (same_format(slots[i], f)) {
-            d->found[kind] = i;
-            return slots[i];
-        }
+    for (const ProgramHeader *p : d->programs[kind])
+        if (same_format(p, f)) return d->head.last[kind] = p;
     return nullptr;
 }
 
@@ -185,6 +168,7 @@ void keep_program(nu_locale_rec *h, ProgramKind kind, ProgramHeader *program) {
     ProgramHeader *&slot = d->programs[kind][d->next[kind]];
     _nu_free_ptr(slot);
     slot = program;
+    d->head.last[kind] = program;
     d->next[kind] = (d->next[kind] + 1) % kProgramSlots;
 }
 

@@ -1053,12 +1053,8 @@ int write_lean(nu_locale_rec *h, char *out, int size, const FormatProgram &p, co
     return n <= INT_MAX ? static_cast<int>(n) : -1;
 }
 
-// (Programs are kept only for a handle whose CTYPE has a one-byte terminator; they go with
-// that CTYPE.)
-const FormatProgram *program_for(nu_locale_rec *h, const char *format) {
-    if (h->companion_flag[cat_index(NU_CTYPE)] != 0) return nullptr;
-    if (const ProgramHeader *p = find_program(h, kFormatProgram, format))
-        return reinterpret_cast<const FormatProgram *>(p);
+// Compiles a format met for the first time, and keeps it; null when it is interpreted.
+[[gnu::noinline]] const FormatProgram *compile_format(nu_locale_rec *h, const char *format) {
     if (term_length(h) > 1) return nullptr;
     const size_t key_bytes = std::strlen(format);
     if (key_bytes > kMaxProgramKey) return nullptr;
@@ -1069,6 +1065,36 @@ const FormatProgram *program_for(nu_locale_rec *h, const char *format) {
     h->error = error;   // the interpreter reports what compiling met
     if (p != nullptr) keep_program(h, kFormatProgram, &p->header);
     return p;
+}
+
+// (Programs are kept only for a handle whose CTYPE has a one-byte terminator; they go with
+// that CTYPE.)
+[[gnu::always_inline]] inline const FormatProgram *program_for(nu_locale_rec *h, const char *format) {
+    if (h->companion_flag[cat_index(NU_CTYPE)] != 0) return nullptr;
+    if (const ProgramHeader *p = find_format_program(h, kFormatProgram, format))
+        return reinterpret_cast<const FormatProgram *>(p);
+    return compile_format(h, format);
+}
+
+// The multibyte formatter but for lean programs: the compiled format through the engine, or
+// the format interpreted.
+[[gnu::noinline]] int format_bytes(nu_locale_rec *h, char *out, int size, const char *format,
+                                   const nu_time_rec *t, const FormatProgram *p) {
+    if (p != nullptr) {
+        ByteOut o(h, size == 0 ? nullptr : out, size, 1);
+        Value value(h, t);
+        Engine<ByteOut> engine(h, o, value);
+        if (engine.run_program(*p) == 0) {
+            o.finish();
+            if (o.count() <= INT_MAX) return static_cast<int>(o.count());
+        }
+        // Whatever went wrong, the interpreter meets it again below and reports it.
+    }
+    const Widened<64> wide_format(h, format);
+    if (wide_format.no_memory()) return fail(h, NU_ENOMEM);
+    if (wide_format.get() == nullptr) return -1;
+    ByteOut o(h, size == 0 ? nullptr : out, size);
+    return ::format(h, o, wide_format.get(), t);
 }
 
 } // namespace
@@ -1085,23 +1111,10 @@ NU_EXPORT int nu_mbsftime(nu_locale_t h, char *out, int size, const char *format
                           const nu_time_rec *t) {
     if (nus::no_handle(h) || nus::missing(h, format, t)) return -1;
     if (size < 0) return fail(h, NU_EBADVAL);
-    if (const FormatProgram *p = program_for(h, format)) {
-        if (p->lean != 0) {
-            const int n = write_lean(h, out, size, *p, t);
-            if (n >= 0) return n;
-        }
-        ByteOut o(h, size == 0 ? nullptr : out, size, 1);
-        Value value(h, t);
-        Engine<ByteOut> engine(h, o, value);
-        if (engine.run_program(*p) == 0) {
-            o.finish();
-            if (o.count() <= INT_MAX) return static_cast<int>(o.count());
-        }
-        // Whatever went wrong, the interpreter meets it again below and reports it.
+    const FormatProgram *p = program_for(h, format);
+    if (p != nullptr && p->lean != 0) {
+        const int n = write_lean(h, out, size, *p, t);
+        if (n >= 0) return n;
     }
-    const Widened<64> wide_format(h, format);
-    if (wide_format.no_memory()) return fail(h, NU_ENOMEM);
-    if (wide_format.get() == nullptr) return -1;
-    ByteOut o(h, size == 0 ? nullptr : out, size);
-    return ::format(h, o, wide_format.get(), t);
+    return format_bytes(h, out, size, format, t, p);
 }

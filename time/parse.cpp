@@ -1058,13 +1058,44 @@ NU_EXPORT nu_wchar *nu_wcsptime(nu_locale_t h, const nu_wchar *text, const nu_wc
     return const_cast<nu_wchar *>(parse(h, text, program, format, t));
 }
 
+namespace {
+
+// The multibyte parser by the wide reader: the text widened, read by the compiled format (or
+// the format compiled now, or interpreted).
+[[gnu::noinline]] char *parse_widened(nu_locale_rec *h, const char *text, const char *format,
+                                      nu_time_rec *t, const ParseProgram *program, bool keyed) {
+    const Widened<128> wide_text(h, text);
+    if (wide_text.no_memory()) {
+        nus::set_error(h, NU_ENOMEM);
+        return nullptr;
+    }
+    if (wide_text.get() == nullptr) return nullptr;
+    const nu_wchar *end = nullptr;
+    if (program != nullptr) {
+        end = parse(h, wide_text.get(), program, nullptr, t);
+    } else {
+        const Widened<64> wide_format(h, format);
+        if (wide_format.no_memory()) {
+            nus::set_error(h, NU_ENOMEM);
+            return nullptr;
+        }
+        if (wide_format.get() == nullptr) return nullptr;
+        program = keyed ? program_for(h, format, std::strlen(format), false, wide_format.get()) : nullptr;
+        end = parse(h, wide_text.get(), program, wide_format.get(), t);
+    }
+    if (end == nullptr) return nullptr;
+    return const_cast<char *>(text) + wide_text.offset(end - wide_text.get());
+}
+
+} // namespace
+
 NU_EXPORT char *nu_mbsptime(nu_locale_t h, const char *text, const char *format,
                             nu_time_rec *t) {
     if (nus::no_handle(h) || nus::missing(h, text, format, t)) return nullptr;
     // The format's bytes name its compiled form where a terminator is one byte.
     const bool keyed = term_length(h) == 1;
     const ParseProgram *program =
-        keyed ? reinterpret_cast<const ParseProgram *>(find_program(h, kParseProgram, format)) : nullptr;
+        keyed ? reinterpret_cast<const ParseProgram *>(find_format_program(h, kParseProgram, format)) : nullptr;
     if (program != nullptr && program->bytes != 0) {
         Found v;
         const char *end = read_bytes(h, *program, text, v);
@@ -1090,25 +1121,5 @@ NU_EXPORT char *nu_mbsptime(nu_locale_t h, const char *text, const char *format,
             return const_cast<char *>(end);
         }
     }
-    const Widened<128> wide_text(h, text);
-    if (wide_text.no_memory()) {
-        nus::set_error(h, NU_ENOMEM);
-        return nullptr;
-    }
-    if (wide_text.get() == nullptr) return nullptr;
-    const nu_wchar *end = nullptr;
-    if (program != nullptr) {
-        end = parse(h, wide_text.get(), program, nullptr, t);
-    } else {
-        const Widened<64> wide_format(h, format);
-        if (wide_format.no_memory()) {
-            nus::set_error(h, NU_ENOMEM);
-            return nullptr;
-        }
-        if (wide_format.get() == nullptr) return nullptr;
-        program = keyed ? program_for(h, format, std::strlen(format), false, wide_format.get()) : nullptr;
-        end = parse(h, wide_text.get(), program, wide_format.get(), t);
-    }
-    if (end == nullptr) return nullptr;
-    return const_cast<char *>(text) + wide_text.offset(end - wide_text.get());
+    return parse_widened(h, text, format, t, program, keyed);
 }

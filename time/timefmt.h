@@ -95,20 +95,6 @@ inline int era_of(const EraSpan *spans, int count, int32_t year, int32_t month, 
 // with NU_ENOMEM stored when the block cannot be had.
 const EraSpan *era_spans(nu_locale_rec *h);
 
-// The beginning of the per-handle block below: the era spans (era_cache_count of them) or null.
-struct DerivedHead {
-    EraSpan *spans;
-};
-
-// era_spans without a call once they are made.
-inline const EraSpan *known_era_spans(nu_locale_rec *h) {
-    const auto *d = static_cast<const DerivedHead *>(h->time.era_cache);
-    if (d != nullptr && d->spans != nullptr && h->time.era_cache_count == h->time.era_count &&
-        h->time.eras != nullptr)
-        return d->spans;
-    return era_spans(h);
-}
-
 // The index of the era a date (year - 1900, month from 0, day) falls in; -1 when none does,
 // -2 when the era cache cannot be made (NU_ENOMEM stored).
 int find_era(nu_locale_rec *h, int32_t year, int32_t month, int32_t mday);
@@ -191,6 +177,39 @@ const ProgramHeader *find_program(nu_locale_rec *h, ProgramKind kind, const char
 // Keeps a compiled program (taking it over; freed at once when there is nowhere to keep it),
 // in place of the least recently made one.
 void keep_program(nu_locale_rec *h, ProgramKind kind, ProgramHeader *program);
+
+// The beginning of the per-handle block: the era spans (era_cache_count of them) or null, and
+// the program of each kind found or kept last.
+struct DerivedHead {
+    EraSpan *spans;
+    const ProgramHeader *last[kProgramKinds];
+};
+
+// era_spans without a call once they are made.
+inline const EraSpan *known_era_spans(nu_locale_rec *h) {
+    const auto *d = static_cast<const DerivedHead *>(h->time.era_cache);
+    if (d != nullptr && d->spans != nullptr && h->time.era_cache_count == h->time.era_count &&
+        h->time.eras != nullptr)
+        return d->spans;
+    return era_spans(h);
+}
+
+// find_program of a multibyte format, the program used last tried first without a call.
+// Compared as the strings they are: a shorter format stops at its terminator (a key holds no
+// zero byte), so nothing past it is read.
+inline bool same_format(const ProgramHeader *p, const unsigned char *f) {
+    if (p == nullptr || p->wide != 0) return false;
+    const unsigned char *k = p->key, *end = k + p->key_bytes;
+    for (; k < end; ++k, ++f)
+        if (*k != *f) return false;
+    return *f == 0;
+}
+inline const ProgramHeader *find_format_program(nu_locale_rec *h, ProgramKind kind, const char *format) {
+    const auto *d = static_cast<const DerivedHead *>(h->time.era_cache);
+    if (d == nullptr) return nullptr;
+    if (same_format(d->last[kind], reinterpret_cast<const unsigned char *>(format))) return d->last[kind];
+    return find_program(h, kind, format);
+}
 
 // Days from the first day of the first ISO week of a year to day yday of the year whose
 // weekday is wday; yday may be as small as -366.
