@@ -199,10 +199,14 @@ inline const EraSpan *known_era_spans(nu_locale_rec *h) {
 // zero byte), so nothing past it is read.
 inline bool same_format(const ProgramHeader *p, const unsigned char *f) {
     if (p == nullptr || p->wide != 0) return false;
-    const unsigned char *k = p->key, *end = k + p->key_bytes;
-    for (; k < end; ++k, ++f)
-        if (*k != *f) return false;
-    return *f == 0;
+    const unsigned char *k = p->key;
+    const uint32_t n = p->key_bytes;
+    uint32_t i = 0;
+    // Two bytes a step: the second is read only once the first, equal to a byte of the key,
+    // is known to be no terminator.
+    for (; i + 2 <= n; i += 2)
+        if (f[i] != k[i] || f[i + 1] != k[i + 1]) return false;
+    return (i == n || f[i] == k[i]) && f[n] == 0;
 }
 inline const ProgramHeader *find_format_program(nu_locale_rec *h, ProgramKind kind, const char *format) {
     const auto *d = static_cast<const DerivedHead *>(h->time.era_cache);
