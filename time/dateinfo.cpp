@@ -34,7 +34,7 @@ int find_era(nu_locale_rec *h, int32_t year, int32_t month, int32_t mday) {
     const EraSpan *spans = era_spans(h);
     if (spans == nullptr) return -2;
     if (month >= 0 && month <= 11 && mday >= 1 && mday <= 31)
-        return era_of(spans, h->time.era_count, year, month, mday);
+        return era_of_date(h, spans, year, month, mday);
     // A date no calendar has: its fields compared one by one.
     const int32_t d[3] = {year, month, mday};
     auto not_after = [](const int32_t *a, const int32_t *b) {

@@ -226,6 +226,17 @@ const EraSpan *era_spans(nu_locale_rec *h) {
         s.first = a < b ? a : b;
         s.last = a < b ? b : a;
     }
+    // The era of each year that lies whole in one: the first era that holds a date changes
+    // only where a segment begins or the day after one ends.
+    for (int y = 0; y < kEraYears; ++y) {
+        const int64_t first = date_key(y, 0, 1), last = date_key(y, 11, 31);
+        bool same = true;
+        for (int i = 0; i < t.era_count && same; ++i)
+            same = !(spans[i].first > first && spans[i].first <= last) &&
+                   !(spans[i].last >= first && spans[i].last < last);
+        const int era = same ? era_of(spans, t.era_count, y, 0, 1) : kEraChanges;
+        d->head.era_of_year[y] = static_cast<int16_t>(era <= INT16_MAX ? era : kEraChanges);
+    }
     d->head.spans = spans;
     t.era_cache_count = t.era_count;
     return spans;

@@ -274,7 +274,7 @@ public:
         if (era_ == kUnknown) {
             if (h_->time.era_count <= 0 || h_->time.eras == nullptr) return era_ = -1;
             spans_ = known_era_spans(h_);
-            era_ = spans_ == nullptr ? -2 : era_of(spans_, h_->time.era_count, local().year, local().month, local().mday);
+            era_ = spans_ == nullptr ? -2 : era_of_date(h_, spans_, local().year, local().month, local().mday);
         }
         return era_;
     }
@@ -1018,7 +1018,7 @@ int write_lean(nu_locale_rec *h, char *out, int size, const FormatProgram &p, co
                     if (tf.era_count <= 0 || tf.eras == nullptr) return -1;
                     spans = known_era_spans(h);
                     if (spans == nullptr) return -1;
-                    era = era_of(spans, tf.era_count, v.year, v.month, v.mday);
+                    era = era_of_date(h, spans, v.year, v.month, v.mday);
                 }
                 if (era < 0) return -1;
                 if (step.field == kEraName) {

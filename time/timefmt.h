@@ -180,9 +180,14 @@ void keep_program(nu_locale_rec *h, ProgramKind kind, ProgramHeader *program);
 
 // The beginning of the per-handle block: the era spans (era_cache_count of them) or null, and
 // the program of each kind found or kept last.
+inline constexpr int kEraYears = 256;   // the years 1900 to 2155
+inline constexpr int16_t kEraChanges = -2;
 struct DerivedHead {
     EraSpan *spans;
     const ProgramHeader *last[kProgramKinds];
+    // With the spans: for each year (counted from 1900) the era of every date in it, -1 for
+    // none, or kEraChanges when that is not the same all year.
+    int16_t era_of_year[kEraYears];
 };
 
 // era_spans without a call once they are made.
@@ -192,6 +197,17 @@ inline const EraSpan *known_era_spans(nu_locale_rec *h) {
         h->time.eras != nullptr)
         return d->spans;
     return era_spans(h);
+}
+
+// The era of a valid date (year - 1900, month from 0, day), with the spans known_era_spans
+// gave: -1 for none.
+inline int era_of_date(nu_locale_rec *h, const EraSpan *spans, int32_t year, int32_t month,
+                       int32_t mday) {
+    if (static_cast<uint32_t>(year) < kEraYears) {
+        const int era = static_cast<const DerivedHead *>(h->time.era_cache)->era_of_year[year];
+        if (era != kEraChanges) return era;
+    }
+    return era_of(spans, h->time.era_count, year, month, mday);
 }
 
 // find_program of a multibyte format, the program used last tried first without a call.

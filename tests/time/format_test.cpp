@@ -3,6 +3,8 @@
 // upward with nothing written past the size, the conversions of our own (%f, no zone), and
 // the date information.
 #include "chars/chars.h"
+#include "time/category.h"
+#include "time/timefmt.h"
 #include "time/time_fixture.h"
 
 namespace {
@@ -233,6 +235,52 @@ TEST_F(TimeFormat, EveryParseFailureHasItsCode) {
     // Week and weekday name the date.
     EXPECT_EQ(parse_error(en(), "2024 09 Tue", "%Y %W %a"), 0);
     EXPECT_EQ(ymd(parsed), (Ymd{2024, 1, 27}));
+}
+
+// The era of a date, found through one number per date and a table of whole years, against
+// the segments' fields compared one by one (the first segment that holds the date), for random
+// overlapping segments in either order, with open ends and months and days out of range.
+TEST_F(TimeFormat, EraOfRandomSegments) {
+    nu_locale_t h = en();
+    nus::free_era_cache(h);
+    const nus::TimeFields saved = h->time;
+    std::mt19937 rng(5);
+    auto field = [&](int32_t low, int32_t span) { return low + static_cast<int32_t>(rng() % span); };
+    for (int round = 0; round < 200; ++round) {
+        nus::EraSegment seg[6] = {};
+        int32_t ends[6][2][3];   // as dates compare: year - 1900, month from 0, day
+        const int count = field(1, 6);
+        for (int i = 0; i < count; ++i)
+            for (int e = 0; e < 2; ++e) {
+                const int k = field(0, 12);
+                const int32_t year = k == 0 ? nus::kEraOpenBefore : k == 1 ? nus::kEraOpenAfter : field(1880, 300);
+                const int32_t month = field(0, 14), day = field(0, 33);
+                (e == 0 ? seg[i].start_year : seg[i].end_year) = year;
+                (e == 0 ? seg[i].start_month : seg[i].end_month) = month;
+                (e == 0 ? seg[i].start_day : seg[i].end_day) = day;
+                int32_t *d = ends[i][e];
+                if (year == nus::kEraOpenBefore) d[0] = INT32_MIN, d[1] = 0, d[2] = 1;
+                else if (year == nus::kEraOpenAfter) d[0] = INT32_MAX, d[1] = 11, d[2] = 31;
+                else d[0] = year - 1900, d[1] = month - 1, d[2] = day;
+            }
+        h->time.eras = seg;
+        h->time.era_count = count;
+        auto not_after = [](const int32_t *a, const int32_t *b) {
+            return a[0] < b[0] || (a[0] == b[0] && (a[1] < b[1] || (a[1] == b[1] && a[2] <= b[2])));
+        };
+        for (int k = 0; k < 500; ++k) {
+            const int32_t date[3] = {field(-30, 300), field(0, 12), field(1, 28)};
+            int expected = -1;
+            for (int i = 0; i < count && expected < 0; ++i)
+                if ((not_after(ends[i][0], date) && not_after(date, ends[i][1])) ||
+                    (not_after(ends[i][1], date) && not_after(date, ends[i][0])))
+                    expected = i;
+            ASSERT_EQ(nus::tm::find_era(h, date[0], date[1], date[2]), expected)
+                << "round " << round << " date " << date[0] << "/" << date[1] << "/" << date[2];
+        }
+        nus::free_era_cache(h);
+    }
+    h->time = saved;
 }
 
 TEST_F(TimeFormat, DateInformation) {
