@@ -981,7 +981,7 @@ uint16_t lone_weight(const nu_locale_rec *h, const multi_t *table, const unsigne
 // null-terminated ones (Counted false) at their zero byte, found on the way: the rest of a
 // string is measured only once a pair of characters has decided.
 template <bool Counted>
-int quick_multibyte(const nu_locale_rec *h, const unsigned char *s1, const unsigned char *e1,
+[[gnu::always_inline]] inline int quick_multibyte(const nu_locale_rec *h, const unsigned char *s1, const unsigned char *e1,
                     const unsigned char *s2, const unsigned char *e2) {
     const unsigned char *p1 = s1, *p2 = s2;
     const multi_t *table = h->ctype.class_table;
