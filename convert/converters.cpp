@@ -252,6 +252,72 @@ template <bool Except>
     o[n - 1] = static_cast<unsigned char>(bytes >> (8 * (n - 1)));
 }
 
+// A single-byte source with two-byte high bytes (CvBlock::two_byte_highs), 64 bytes at a
+// time while at least 80 remain and the room holds twice that: each 16-byte block stored
+// where its output starts (the number of high bytes before it found by counting bits), then,
+// in order, each high byte's pair written and the 16 bytes after it stored after the pair.
+// A store may run ahead of its block's output with bytes that a later store replaces, by up
+// to 16 bytes past the last block's output. Those are the output places of the next 16
+// characters, which the text has, every byte of which converts and which the room left
+// (at least 32) holds: the conversion goes on over them, so that nothing after the output
+// changes. The output must not overlap the text.
+[[gnu::always_inline]] inline void expand_highs(const CvBlock *block, Position &p) {
+#if defined(__SSE2__)
+    const unsigned char *s = p.s;
+    unsigned char *o = p.o;
+    int left = p.left;
+    int space = p.space;
+    if (left < 80 || space < 160) return;
+    const uint16_t *pairs = block->high_pairs;
+    do {
+        const __m128i v0 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s));
+        const __m128i v1 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + 16));
+        const __m128i v2 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + 32));
+        const __m128i v3 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + 48));
+        uint64_t highs = static_cast<uint32_t>(_mm_movemask_epi8(v0)) |
+                         static_cast<uint32_t>(_mm_movemask_epi8(v1)) << 16;
+        highs |= uint64_t{static_cast<uint32_t>(_mm_movemask_epi8(v2)) |
+                          static_cast<uint32_t>(_mm_movemask_epi8(v3)) << 16}
+                 << 32;
+        // The high bytes of each 16-bit quarter, then those of each quarter and the ones
+        // before it.
+        uint64_t c = highs - ((highs >> 1) & 0x5555555555555555ull);
+        c = (c & 0x3333333333333333ull) + ((c >> 2) & 0x3333333333333333ull);
+        c = (c + (c >> 4)) & 0x0F0F0F0F0F0F0F0Full;
+        c = (c + (c >> 8)) & 0x00FF00FF00FF00FFull;
+        c *= 0x0001000100010001ull;
+        const unsigned before1 = static_cast<unsigned>(c) & 0xFFu;
+        const unsigned before2 = static_cast<unsigned>(c >> 16) & 0xFFu;
+        const unsigned before3 = static_cast<unsigned>(c >> 32) & 0xFFu;
+        const unsigned all = static_cast<unsigned>(c >> 48) & 0xFFu;
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(o), v0);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(o + 16 + before1), v1);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(o + 32 + before2), v2);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(o + 48 + before3), v3);
+        unsigned char *at = o;   // where byte 0 of the text goes, given the pairs so far
+        for (; highs != 0; highs &= highs - 1) {
+            const unsigned i = static_cast<unsigned>(std::countr_zero(highs));
+            std::memcpy(at + i, &pairs[s[i] - 0x80], 2);
+            const __m128i after = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + i + 1));
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(at + i + 2), after);
+            ++at;
+        }
+        s += 64;
+        o += 64 + all;
+        left -= 64;
+        space -= static_cast<int>(64 + all);
+    } while (left >= 80 && space >= 160);
+    p.substituted |= kCvValid;
+    p.s = s;
+    p.left = left;
+    p.o = o;
+    p.space = space;
+#else
+    (void)block;
+    (void)p;
+#endif
+}
+
 // Converts as far as valid characters go, from the first-byte records (a descriptor opened by
 // the library has them). A character writes at most four bytes, so it stops while the room is
 // below four rather than checking the room for each; an invalid or cut-off character is left
@@ -390,6 +456,11 @@ int convert_loop(nu_cv_rec *cv, const Converter &c, unsigned char **in, int *inl
                false};
     int result = 0;
     if (p.o == nullptr) root = nullptr;   // counting only: the general loop
+    if (root != nullptr && root->two_byte_highs && counted &&
+        (reinterpret_cast<uintptr_t>(p.o) >= reinterpret_cast<uintptr_t>(p.s) + p.left ||
+         reinterpret_cast<uintptr_t>(p.s) >= reinterpret_cast<uintptr_t>(p.o) + p.space)) {
+        expand_highs(root, p);
+    }
     while (p.left > 0) {
         if (root != nullptr) {
             fast_run(root->root, root, root->utf8_three, cv->table, counted, p);
