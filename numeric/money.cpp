@@ -121,7 +121,7 @@ int mon_mask(int *mask, int cs_precedes, int sign_posn, int sep_by_space) {
         sep_by_space >= 0 && sep_by_space <= 2) {
         const Row &row = kTable[sign_posn * 3 + sep_by_space];
         const int *elements = cs_precedes != 0 ? row.precedes : row.follows;
-        for (int i = 0; i < kMaskSize; ++i) mask[i] = elements[i];
+        std::memcpy(mask, elements, sizeof(int) * kMaskSize);
     }
     return mask[0] == 0 ? -1 : 0;
 }
@@ -232,37 +232,33 @@ int get_grp_cnt(nu_locale_rec *h, int digits) {
     return count;
 }
 
-int add_mon_grp(nu_locale_rec *h, nu_wchar *value, int digits, int separators, int precision) {
-    (void)precision;
+int put_mon_grouped(nu_locale_rec *h, nu_wchar *out, const char *digits, int count,
+                    int separators) {
     const Grouping &g = h->lc.mon_grouping;
     const nu_wchar *sep = wide(h->lc.mon_thousands_sep);
     const int sep_length = wlen(sep);
-    if (g.count < 1 || sep_length == 0 || separators <= 0) return 0;
-    // Group by group from the right end of the integer digits, by the rule of get_grp_cnt; a
-    // separator goes only between two digits, so a group completed by the first digit gets
-    // none.
-    int index = 0, size = g.sizes[0], covered = 0, n = 0;
-    while (size >= 1 && n < separators && covered + size <= digits - 1) {
-        covered += size;
-        ++n;
-        if (index < g.count - 1) size = g.sizes[++index];
+    // Group by group from the right, by the rule of get_grp_cnt; a separator goes only
+    // between two digits, so a group completed by the first digit gets none.
+    int n = 0, covered = 0;
+    if (g.count >= 1 && sep_length > 0) {
+        for (int index = 0, size = g.sizes[0];
+             size >= 1 && n < separators && covered + size <= count - 1;) {
+            covered += size;
+            ++n;
+            if (index < g.count - 1) size = g.sizes[++index];
+        }
     }
-    if (n == 0) return 0;
-    const int shift = n * sep_length;
-    const int tail = wlen(value + digits);
-    for (int i = digits + tail; i >= digits; --i) value[i + shift] = value[i];
-    // The digits from the right, each moved once, a separator after each of the n groups.
-    nu_wchar *to = value + digits + shift;
-    const nu_wchar *from = value + digits;
-    index = 0;
-    size = g.sizes[0];
-    for (int k = 0; k < n; ++k) {
-        for (int i = 0; i < size; ++i) *--to = *--from;
-        for (int i = sep_length - 1; i >= 0; --i) *--to = sep[i];
-        if (index < g.count - 1) size = g.sizes[++index];
+    // The digits before the first separator, then each separator and its group (group k
+    // from the right has size k of the list, or its last).
+    nu_wchar *o = out;
+    int i = 0;
+    for (const int head = count - covered; i < head; ++i) *o++ = static_cast<unsigned char>(digits[i]);
+    for (int k = n; k >= 1; --k) {
+        for (int j = 0; j < sep_length; ++j) *o++ = sep[j];
+        const int size = g.sizes[k - 1 < g.count - 1 ? k - 1 : g.count - 1];
+        for (const int end = i + size; i < end; ++i) *o++ = static_cast<unsigned char>(digits[i]);
     }
-    while (from > value) *--to = *--from;
-    return shift;
+    return static_cast<int>(o - out);
 }
 
 void round_dval(char *fraction, char *integer, int precision) {
@@ -406,13 +402,12 @@ int format_amount(nu_locale_rec *h, const MonSpec &spec, nu_wchar conversion, do
     Scratch<nu_wchar, 512> value_buffer(static_cast<size_t>(value_room));
     if (!value_buffer.ok()) return fail(h, NU_ENOMEM);
     nu_wchar *value = value_buffer.data();
-    // The integer digits (after any fill), the decimal point, then the fraction.
-    nu_wchar *v = value;
-    for (int i = 0; i < digits; ++i) *v++ = static_cast<unsigned char>(integer[i]);
+    // The integer digits with their separators (after any fill), the decimal point, then
+    // the fraction.
+    nu_wchar *v = value + put_mon_grouped(h, value, integer, digits, separators);
     for (int i = 0; i < point_length; ++i) *v++ = point_text[i];
     *v = 0;
-    int value_length = digits + point_length;
-    if (spec.group) value_length += add_mon_grp(h, value, digits, separators, precision);
+    int value_length = static_cast<int>(v - value);
     if (spec.has_left_precision) {
         // A separator of several characters counts as one here.
         const int length = value_length;

@@ -66,7 +66,8 @@ public:
         nu_wchar *w = buffer_.data();
         if (h->to_wide == _nu_is_mbstowcs) {
             // The single-byte decoder, inline: each byte is its character.
-            for (int i = 0; i < chars_; ++i) w[i] = static_cast<unsigned char>(mb[i]);
+            for (const char *p = mb; *p != 0; ++p) *w++ = static_cast<unsigned char>(*p);
+            w = buffer_.data();
         } else if (to_wide(h, w, mb, chars_ + 1) < 0) {
             return;
         }
@@ -157,8 +158,10 @@ int max_dsp_before_val(nu_locale_rec *h, const int *mask, const char *symbol, co
                        const nu_wchar *value);
 int max_dsp_after_val(nu_locale_rec *h, const int *mask, const char *symbol, const char *sign);
 int get_grp_cnt(nu_locale_rec *h, int digits);
-// The characters inserted.
-int add_mon_grp(nu_locale_rec *h, nu_wchar *value, int digits, int separators, int precision);
+// Writes the `count` digits with the monetary separators, at most `separators` of them:
+// the characters written.
+int put_mon_grouped(nu_locale_rec *h, nu_wchar *out, const char *digits, int count,
+                    int separators);
 void round_dval(char *fraction, char *integer, int precision);
 void get_lval_rval(const char *text, char *integer, char *fraction, int precision);
 int mon_maskmatch(nu_locale_rec *h, const int *mask, unsigned flags, const char *sign,
