@@ -64,7 +64,7 @@ public:
           buffer_(chars_ >= 0 ? static_cast<size_t>(chars_) + 1 : 1) {
         if (chars_ < 0 || !buffer_.ok()) return;
         nu_wchar *w = buffer_.data();
-        if (h->to_wide == _nu_is_mbstowcs) {
+        if (h->single_byte && h->to_wide == _nu_is_mbstowcs) {
             // The single-byte decoder, inline: each byte is its character.
             for (const char *p = mb; *p != 0; ++p) *w++ = static_cast<unsigned char>(*p);
             w = buffer_.data();
