@@ -162,7 +162,7 @@ int max_dsp_after_val(nu_locale_rec *h, const int *mask, const char *symbol, con
 }
 
 int format_money(nu_locale_rec *h, nu_wchar *out, const int *mask, int before, int after,
-                 const char *symbol, const char *sign, const nu_wchar *value) {
+                 const char *symbol, const char *sign, const nu_wchar *value, int value_length) {
     // Columns are counted only for an alignment (a left precision).
     const bool aligned = before != -1 || after != -1;
     const int full_width = aligned ? nu_ctype(h, "full_width") : 0;
@@ -202,7 +202,8 @@ int format_money(nu_locale_rec *h, nu_wchar *out, const int *mask, int before, i
                 o += pad;
                 cols_before = before;
             }
-            for (const nu_wchar *v = value; *v != 0; ++v) *o++ = *v;
+            std::memcpy(o, value, static_cast<size_t>(value_length) * sizeof(nu_wchar));
+            o += value_length;
             value_done = true;
             break;
         case kClose:
@@ -457,13 +458,15 @@ int format_amount(nu_locale_rec *h, const MonSpec &spec, nu_wchar conversion, do
     const long field_room = value_length + 16 + before + after + chars_of(symbol) + chars_of(sign);
     // Without a width, a field that surely fits is formatted in place.
     if (spec.width <= 0 && *count + field_room <= size) {
-        *count += format_money(h, out + *count, mask, before, after, symbol, sign, value);
+        *count += format_money(h, out + *count, mask, before, after, symbol, sign, value,
+                               value_length);
         return 0;
     }
     Scratch<nu_wchar, 1024> field_buffer(static_cast<size_t>(field_room));
     if (!field_buffer.ok()) return fail(h, NU_ENOMEM);
     nu_wchar *field = field_buffer.data();
-    const int field_length = format_money(h, field, mask, before, after, symbol, sign, value);
+    const int field_length =
+        format_money(h, field, mask, before, after, symbol, sign, value, value_length);
     // The field's columns matter only for a field width.
     const int field_cols = spec.width > 0 ? nu_wcswidth(h, field, field_length) : 0;
     const long padding = spec.width > field_cols && field_cols >= 0 ? spec.width - field_cols : 0;

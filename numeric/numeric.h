@@ -151,9 +151,10 @@ int format_string(nu_locale_rec *h, const nu_wchar *s, int *count, int size, nu_
 
 inline constexpr int kMaskSize = 6;
 int mon_mask(int *mask, int cs_precedes, int sign_posn, int sep_by_space);
-// The characters written, the terminator aside.
+// The field of a value of value_length characters: the characters written, the terminator
+// aside.
 int format_money(nu_locale_rec *h, nu_wchar *out, const int *mask, int before, int after,
-                 const char *symbol, const char *sign, const nu_wchar *value);
+                 const char *symbol, const char *sign, const nu_wchar *value, int value_length);
 int max_dsp_before_val(nu_locale_rec *h, const int *mask, const char *symbol, const char *sign,
                        const nu_wchar *value);
 int max_dsp_after_val(nu_locale_rec *h, const int *mask, const char *symbol, const char *sign);
