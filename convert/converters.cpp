@@ -274,33 +274,58 @@ template <bool Except>
         const __m128i v1 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + 16));
         const __m128i v2 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + 32));
         const __m128i v3 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + 48));
-        uint64_t highs = static_cast<uint32_t>(_mm_movemask_epi8(v0)) |
-                         static_cast<uint32_t>(_mm_movemask_epi8(v1)) << 16;
-        highs |= uint64_t{static_cast<uint32_t>(_mm_movemask_epi8(v2)) |
-                          static_cast<uint32_t>(_mm_movemask_epi8(v3)) << 16}
-                 << 32;
-        // The high bytes of each 16-bit quarter, then those of each quarter and the ones
+        const uint32_t low = static_cast<uint32_t>(_mm_movemask_epi8(v0)) |
+                             static_cast<uint32_t>(_mm_movemask_epi8(v1)) << 16;
+        const uint32_t high = static_cast<uint32_t>(_mm_movemask_epi8(v2)) |
+                              static_cast<uint32_t>(_mm_movemask_epi8(v3)) << 16;
+        // The high bytes of each 16-byte block, then those of each block and the ones
         // before it.
-        uint64_t c = highs - ((highs >> 1) & 0x5555555555555555ull);
-        c = (c & 0x3333333333333333ull) + ((c >> 2) & 0x3333333333333333ull);
-        c = (c + (c >> 4)) & 0x0F0F0F0F0F0F0F0Full;
-        c = (c + (c >> 8)) & 0x00FF00FF00FF00FFull;
-        c *= 0x0001000100010001ull;
-        const unsigned before1 = static_cast<unsigned>(c) & 0xFFu;
-        const unsigned before2 = static_cast<unsigned>(c >> 16) & 0xFFu;
-        const unsigned before3 = static_cast<unsigned>(c >> 32) & 0xFFu;
-        const unsigned all = static_cast<unsigned>(c >> 48) & 0xFFu;
+        auto block_counts = [](auto bits) {
+            using Word = decltype(bits);
+            constexpr Word k55 = static_cast<Word>(0x5555555555555555ull);
+            constexpr Word k33 = static_cast<Word>(0x3333333333333333ull);
+            constexpr Word k0F = static_cast<Word>(0x0F0F0F0F0F0F0F0Full);
+            constexpr Word k00FF = static_cast<Word>(0x00FF00FF00FF00FFull);
+            Word c = bits - ((bits >> 1) & k55);
+            c = (c & k33) + ((c >> 2) & k33);
+            c = (c + (c >> 4)) & k0F;
+            return (c + (c >> 8)) & k00FF;
+        };
+        unsigned before1, before2, before3, all;
+        if constexpr (sizeof(void *) == 8) {
+            const uint64_t c = block_counts(uint64_t{high} << 32 | low) * 0x0001000100010001ull;
+            before1 = static_cast<unsigned>(c) & 0xFFu;
+            before2 = static_cast<unsigned>(c >> 16) & 0xFFu;
+            before3 = static_cast<unsigned>(c >> 32) & 0xFFu;
+            all = static_cast<unsigned>(c >> 48) & 0xFFu;
+        } else {
+            const uint32_t c = block_counts(low) * 0x00010001u;
+            const uint32_t d = block_counts(high) * 0x00010001u;
+            before1 = c & 0xFFu;
+            before2 = (c >> 16) & 0xFFu;
+            before3 = before2 + (d & 0xFFu);
+            all = before2 + ((d >> 16) & 0xFFu);
+        }
         _mm_storeu_si128(reinterpret_cast<__m128i *>(o), v0);
         _mm_storeu_si128(reinterpret_cast<__m128i *>(o + 16 + before1), v1);
         _mm_storeu_si128(reinterpret_cast<__m128i *>(o + 32 + before2), v2);
         _mm_storeu_si128(reinterpret_cast<__m128i *>(o + 48 + before3), v3);
         unsigned char *at = o;   // where byte 0 of the text goes, given the pairs so far
-        for (; highs != 0; highs &= highs - 1) {
-            const unsigned i = static_cast<unsigned>(std::countr_zero(highs));
-            std::memcpy(at + i, &pairs[s[i] - 0x80], 2);
-            const __m128i after = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + i + 1));
-            _mm_storeu_si128(reinterpret_cast<__m128i *>(at + i + 2), after);
-            ++at;
+        auto pairs_of = [&](auto bits, const unsigned char *from) {
+            for (; bits != 0; bits &= bits - 1) {
+                const unsigned i = static_cast<unsigned>(std::countr_zero(bits));
+                std::memcpy(at + (from - s) + i, &pairs[from[i] - 0x80], 2);
+                const __m128i after = _mm_loadu_si128(reinterpret_cast<const __m128i *>(from + i + 1));
+                _mm_storeu_si128(reinterpret_cast<__m128i *>(at + (from - s) + i + 2), after);
+                ++at;
+            }
+        };
+        // In the order of the text: a later store replaces what an earlier one put too far.
+        if constexpr (sizeof(void *) == 8) {
+            pairs_of(uint64_t{high} << 32 | low, s);
+        } else {
+            pairs_of(low, s);
+            pairs_of(high, s + 32);
         }
         s += 64;
         o += 64 + all;
