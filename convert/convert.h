@@ -58,6 +58,11 @@ struct CvBlock {
     // 16 payload bits (see utf8_three_index), its two target bytes (first byte low), zero
     // where the table walk decides. Null for other conversions.
     const uint16_t *utf8_three;
+    // True for a single-byte source whose bytes 00-7F convert plainly to themselves and
+    // 80-FF plainly to two bytes each (8859-1 to UTF-8 and its kind); then high_pairs holds,
+    // by byte - 0x80, those two bytes, the first one low.
+    bool two_byte_highs;
+    uint16_t high_pairs[128];
 };
 // The index of E0-EF, 80-BF, 80-BF in utf8_three.
 inline unsigned utf8_three_index(unsigned b0, unsigned b1, unsigned b2) {

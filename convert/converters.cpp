@@ -252,6 +252,97 @@ template <bool Except>
     o[n - 1] = static_cast<unsigned char>(bytes >> (8 * (n - 1)));
 }
 
+// A single-byte source with two-byte high bytes (CvBlock::two_byte_highs), 64 bytes at a
+// time while at least 80 remain and the room holds twice that: each 16-byte block stored
+// where its output starts (the number of high bytes before it found by counting bits), then,
+// in order, each high byte's pair written and the 16 bytes after it stored after the pair.
+// A store may run ahead of its block's output with bytes that a later store replaces, by up
+// to 16 bytes past the last block's output. Those are the output places of the next 16
+// characters, which the text has, every byte of which converts and which the room left
+// (at least 32) holds: the conversion goes on over them, so that nothing after the output
+// changes. The output must not overlap the text.
+[[gnu::always_inline]] inline void expand_highs(const CvBlock *block, Position &p) {
+#if defined(__SSE2__)
+    const unsigned char *s = p.s;
+    unsigned char *o = p.o;
+    int left = p.left;
+    int space = p.space;
+    if (left < 80 || space < 160) return;
+    const uint16_t *pairs = block->high_pairs;
+    do {
+        const __m128i v0 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s));
+        const __m128i v1 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + 16));
+        const __m128i v2 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + 32));
+        const __m128i v3 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + 48));
+        const uint32_t low = static_cast<uint32_t>(_mm_movemask_epi8(v0)) |
+                             static_cast<uint32_t>(_mm_movemask_epi8(v1)) << 16;
+        const uint32_t high = static_cast<uint32_t>(_mm_movemask_epi8(v2)) |
+                              static_cast<uint32_t>(_mm_movemask_epi8(v3)) << 16;
+        // The high bytes of each 16-byte block, then those of each block and the ones
+        // before it.
+        auto block_counts = [](auto bits) {
+            using Word = decltype(bits);
+            constexpr Word k55 = static_cast<Word>(0x5555555555555555ull);
+            constexpr Word k33 = static_cast<Word>(0x3333333333333333ull);
+            constexpr Word k0F = static_cast<Word>(0x0F0F0F0F0F0F0F0Full);
+            constexpr Word k00FF = static_cast<Word>(0x00FF00FF00FF00FFull);
+            Word c = bits - ((bits >> 1) & k55);
+            c = (c & k33) + ((c >> 2) & k33);
+            c = (c + (c >> 4)) & k0F;
+            return (c + (c >> 8)) & k00FF;
+        };
+        unsigned before1, before2, before3, all;
+        if constexpr (sizeof(void *) == 8) {
+            const uint64_t c = block_counts(uint64_t{high} << 32 | low) * 0x0001000100010001ull;
+            before1 = static_cast<unsigned>(c) & 0xFFu;
+            before2 = static_cast<unsigned>(c >> 16) & 0xFFu;
+            before3 = static_cast<unsigned>(c >> 32) & 0xFFu;
+            all = static_cast<unsigned>(c >> 48) & 0xFFu;
+        } else {
+            const uint32_t c = block_counts(low) * 0x00010001u;
+            const uint32_t d = block_counts(high) * 0x00010001u;
+            before1 = c & 0xFFu;
+            before2 = (c >> 16) & 0xFFu;
+            before3 = before2 + (d & 0xFFu);
+            all = before2 + ((d >> 16) & 0xFFu);
+        }
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(o), v0);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(o + 16 + before1), v1);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(o + 32 + before2), v2);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(o + 48 + before3), v3);
+        unsigned char *at = o;   // where byte 0 of the text goes, given the pairs so far
+        auto pairs_of = [&](auto bits, const unsigned char *from) {
+            for (; bits != 0; bits &= bits - 1) {
+                const unsigned i = static_cast<unsigned>(std::countr_zero(bits));
+                std::memcpy(at + (from - s) + i, &pairs[from[i] - 0x80], 2);
+                const __m128i after = _mm_loadu_si128(reinterpret_cast<const __m128i *>(from + i + 1));
+                _mm_storeu_si128(reinterpret_cast<__m128i *>(at + (from - s) + i + 2), after);
+                ++at;
+            }
+        };
+        // In the order of the text: a later store replaces what an earlier one put too far.
+        if constexpr (sizeof(void *) == 8) {
+            pairs_of(uint64_t{high} << 32 | low, s);
+        } else {
+            pairs_of(low, s);
+            pairs_of(high, s + 32);
+        }
+        s += 64;
+        o += 64 + all;
+        left -= 64;
+        space -= static_cast<int>(64 + all);
+    } while (left >= 80 && space >= 160);
+    p.substituted |= kCvValid;
+    p.s = s;
+    p.left = left;
+    p.o = o;
+    p.space = space;
+#else
+    (void)block;
+    (void)p;
+#endif
+}
+
 // Converts as far as valid characters go, from the first-byte records (a descriptor opened by
 // the library has them). A character writes at most four bytes, so it stops while the room is
 // below four rather than checking the room for each; an invalid or cut-off character is left
@@ -390,6 +481,11 @@ int convert_loop(nu_cv_rec *cv, const Converter &c, unsigned char **in, int *inl
                false};
     int result = 0;
     if (p.o == nullptr) root = nullptr;   // counting only: the general loop
+    if (root != nullptr && root->two_byte_highs && counted &&
+        (reinterpret_cast<uintptr_t>(p.o) >= reinterpret_cast<uintptr_t>(p.s) + p.left ||
+         reinterpret_cast<uintptr_t>(p.s) >= reinterpret_cast<uintptr_t>(p.o) + p.space)) {
+        expand_highs(root, p);
+    }
     while (p.left > 0) {
         if (root != nullptr) {
             fast_run(root->root, root, root->utf8_three, cv->table, counted, p);

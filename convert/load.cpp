@@ -332,6 +332,12 @@ void build_fast_root(CvBlock *block) {
     }
     if (except == 1) block->ascii_except[1] = block->ascii_except[0];
     block->ascii_identity = except <= 2;
+    block->two_byte_highs = except == 0;
+    for (unsigned b = 0x80; b < 0x100; ++b) {
+        const FastEntry &e = block->root[b];
+        if (e.kind != kFastChar || e.rec[0] != (kCvValid | 2)) block->two_byte_highs = false;
+        block->high_pairs[b - 0x80] = static_cast<uint16_t>(e.rec[1] | (unsigned{e.rec[2]} << 8));
+    }
     build_utf8_three(block);
     block->rec.unused3 = kFastRootMark;
 }

@@ -2,7 +2,9 @@
 // cases where the system formatter and strtod would give the same result more slowly.
 #include "numeric/numeric.h"
 
+#include <array>
 #include <cmath>
+#include <cstring>
 
 namespace {
 
@@ -31,6 +33,7 @@ constexpr double kExactPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                   1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                   1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 
+#if !defined(__SIZEOF_INT128__)
 // A 128-bit unsigned value in two halves (the 32-bit target has no native one).
 struct U128 {
     uint64_t hi, lo;
@@ -61,6 +64,7 @@ int compare_remainder_with_half(const U128 &x, int k) {
     if (rlo != half_lo) return rlo < half_lo ? -1 : 1;
     return 0;
 }
+#endif
 
 } // namespace
 
@@ -69,47 +73,79 @@ namespace nus::num {
 bool fixed_digits(double value, int precision, char *out, int room) {
     if (!(value >= 0) || !std::isfinite(value) || precision < 0 || precision > 17) return false;
     // The scaled value must fit in 64 bits.
-    if (value >= 1.8e19 / static_cast<double>(kPow10[precision])) return false;
+    static constexpr auto kLimit = [] {
+        std::array<double, 18> limit{};
+        for (size_t i = 0; i < limit.size(); ++i) limit[i] = 1.8e19 / static_cast<double>(kPow10[i]);
+        return limit;
+    }();
+    if (value >= kLimit[static_cast<size_t>(precision)]) return false;
+    uint64_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    const int biased = static_cast<int>(bits >> 52);   // the sign bit is clear
+    // value = mantissa * 2^e exactly; a subnormal value is below any digit shown.
+    const uint64_t mantissa = (bits & 0xFFFFFFFFFFFFFull) | (biased != 0 ? uint64_t{1} << 52 : 0);
+    const int e = (biased != 0 ? biased : 1) - 1075;
     uint64_t q;
-    if (value == 0) {
-        q = 0;
+#if defined(__SIZEOF_INT128__)
+    using u128 = unsigned __int128;
+    const u128 product = static_cast<u128>(mantissa) * kPow10[precision];
+    if (e >= 0) {
+        if (e >= 64 || (product >> (64 - e)) != 0) return false;
+        q = static_cast<uint64_t>(product) << e;
+    } else if (const int k = -e; k >= 128) {
+        q = 0;   // below half a unit of the last digit
     } else {
-        int exponent;
-        const double fraction = std::frexp(value, &exponent);
-        const auto mantissa = static_cast<uint64_t>(std::ldexp(fraction, 53));
-        const int e = exponent - 53;   // value = mantissa * 2^e exactly
-        const U128 product = multiply(mantissa, kPow10[precision]);
-        if (e >= 0) {
-            if (product.hi != 0 || e >= 64 || (e > 0 && (product.lo >> (64 - e)) != 0)) return false;
-            q = product.lo << e;
-        } else {
-            const int k = -e;
-            if (k >= 128) {
-                q = 0;   // below half a unit of the last digit
-            } else {
-                q = k >= 64 ? product.hi >> (k - 64)
-                            : (product.lo >> k) | (k == 0 ? 0 : product.hi << (64 - k));
-                if (k < 64 && (product.hi >> k) != 0) return false;
-                const int c = compare_remainder_with_half(product, k);
-                if (c > 0 || (c == 0 && (q & 1) != 0)) ++q;
-            }
-        }
+        const u128 whole = product >> k;
+        if ((whole >> 64) != 0) return false;
+        q = static_cast<uint64_t>(whole);
+        const u128 rest = product - (whole << k), half = u128{1} << (k - 1);
+        if (rest > half || (rest == half && (q & 1) != 0)) ++q;
     }
+#else
+    const U128 product = multiply(mantissa, kPow10[precision]);
+    if (e >= 0) {
+        if (product.hi != 0 || e >= 64 || (e > 0 && (product.lo >> (64 - e)) != 0)) return false;
+        q = product.lo << e;
+    } else if (const int k = -e; k >= 128) {
+        q = 0;   // below half a unit of the last digit
+    } else {
+        q = k >= 64 ? product.hi >> (k - 64)
+                    : (product.lo >> k) | (k == 0 ? 0 : product.hi << (64 - k));
+        if (k < 64 && (product.hi >> k) != 0) return false;
+        const int c = compare_remainder_with_half(product, k);
+        if (c > 0 || (c == 0 && (q & 1) != 0)) ++q;
+    }
+#endif
+    // The digits from the last, two at a time, then zeros up to one before the point.
+    static constexpr char kTwoDigits[] =
+        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+        "8081828384858687888990919293949596979899";
     char digits[24];
-    int n = 0;
-    do {
-        digits[n++] = static_cast<char>('0' + q % 10);
-        q /= 10;
-    } while (q != 0);
-    while (n <= precision) digits[n++] = '0';
+    char *d = digits + sizeof digits;
+    while (q >= 100) {
+        const auto pair = static_cast<unsigned>(q % 100);
+        q /= 100;
+        d -= 2;
+        std::memcpy(d, kTwoDigits + 2 * pair, 2);
+    }
+    if (q >= 10) {
+        d -= 2;
+        std::memcpy(d, kTwoDigits + 2 * q, 2);
+    } else {
+        *--d = static_cast<char>('0' + q);
+    }
+    int n = static_cast<int>(digits + sizeof digits - d);
+    for (; n <= precision; ++n) *--d = '0';
     const int length = n + (precision > 0 ? 1 : 0);
     if (length + 1 > room) return false;
-    int o = 0;
-    for (int i = n - 1; i >= 0; --i) {
-        out[o++] = digits[i];
-        if (i == precision && precision > 0) out[o++] = '.';
+    const int whole = n - precision;
+    for (int i = 0; i < whole; ++i) out[i] = d[i];
+    if (precision > 0) {
+        out[whole] = '.';
+        for (int i = 0; i < precision; ++i) out[whole + 1 + i] = d[whole + i];
     }
-    out[o] = 0;
+    out[length] = 0;
     return true;
 }
 

@@ -805,13 +805,14 @@ namespace {
 int get_mbstring(nu_locale_rec *h, char *out, const nu_wchar *ws, int size) {
     long bytes = 0;
     if (h->single_byte) {
-        const int m = 1;   // the terminator of a single-byte code set
+        // One byte a character and one for the terminator.
+        const long most = static_cast<long>(size) - 1;
         for (; *ws != 0; ++ws) {
-            if (m + bytes + 1 > size) return fail(h, NU_E2BIG);
+            if (bytes >= most) return fail(h, NU_E2BIG);
             out[bytes++] = static_cast<char>(*ws);
         }
-        if (m + bytes > size) return fail(h, NU_E2BIG);
-        for (int i = 0; i < m; ++i) out[bytes + i] = 0;
+        if (bytes + 1 > size) return fail(h, NU_E2BIG);
+        out[bytes] = 0;
         return static_cast<int>(bytes);
     }
     const int m = nu_mb_loc_min(h) > 0 ? nu_mb_loc_min(h) : 1;

@@ -121,7 +121,7 @@ int mon_mask(int *mask, int cs_precedes, int sign_posn, int sep_by_space) {
         sep_by_space >= 0 && sep_by_space <= 2) {
         const Row &row = kTable[sign_posn * 3 + sep_by_space];
         const int *elements = cs_precedes != 0 ? row.precedes : row.follows;
-        for (int i = 0; i < kMaskSize; ++i) mask[i] = elements[i];
+        std::memcpy(mask, elements, sizeof(int) * kMaskSize);
     }
     return mask[0] == 0 ? -1 : 0;
 }
@@ -161,8 +161,8 @@ int max_dsp_after_val(nu_locale_rec *h, const int *mask, const char *symbol, con
     return sum;
 }
 
-void format_money(nu_locale_rec *h, nu_wchar *out, const int *mask, int before, int after,
-                  const char *symbol, const char *sign, const nu_wchar *value) {
+int format_money(nu_locale_rec *h, nu_wchar *out, const int *mask, int before, int after,
+                 const char *symbol, const char *sign, const nu_wchar *value, int value_length) {
     // Columns are counted only for an alignment (a left precision).
     const bool aligned = before != -1 || after != -1;
     const int full_width = aligned ? nu_ctype(h, "full_width") : 0;
@@ -202,7 +202,8 @@ void format_money(nu_locale_rec *h, nu_wchar *out, const int *mask, int before, 
                 o += pad;
                 cols_before = before;
             }
-            for (const nu_wchar *v = value; *v != 0; ++v) *o++ = *v;
+            std::memcpy(o, value, static_cast<size_t>(value_length) * sizeof(nu_wchar));
+            o += value_length;
             value_done = true;
             break;
         case kClose:
@@ -215,6 +216,7 @@ void format_money(nu_locale_rec *h, nu_wchar *out, const int *mask, int before, 
     if (after != -1)
         for (; cols_after < after; ++cols_after) *o++ = ' ';
     *o = 0;
+    return static_cast<int>(o - out);
 }
 
 int get_grp_cnt(nu_locale_rec *h, int digits) {
@@ -222,54 +224,42 @@ int get_grp_cnt(nu_locale_rec *h, int digits) {
     if (g.count < 1) return 0;
     // A group completed by the last digit counts as well (the fill of a left precision
     // relies on it): kept for compatibility.
-    int index = 0, size = g.sizes[0], run = 0, count = 0;
-    for (int i = 0; i < digits && size >= 1; ++i) {
-        if (++run == size) {
-            ++count;
-            run = 0;
-            if (index < g.count - 1) size = g.sizes[++index];
-        }
+    int index = 0, size = g.sizes[0], covered = 0, count = 0;
+    while (size >= 1 && covered + size <= digits) {
+        covered += size;
+        ++count;
+        if (index < g.count - 1) size = g.sizes[++index];
     }
     return count;
 }
 
-void add_mon_grp(nu_locale_rec *h, nu_wchar *value, int digits, int separators, int precision) {
-    (void)precision;
+int put_mon_grouped(nu_locale_rec *h, nu_wchar *out, const char *digits, int count,
+                    int separators) {
     const Grouping &g = h->lc.mon_grouping;
     const nu_wchar *sep = wide(h->lc.mon_thousands_sep);
     const int sep_length = wlen(sep);
-    if (g.count < 1 || sep_length == 0 || separators <= 0) return;
-    // From the right end of the integer digits, by the rule of get_grp_cnt; a separator goes
-    // only between two digits, so a group completed by the first digit gets none.
-    auto walk = [&](auto &&at_separator) {
-        int index = 0, size = g.sizes[0], run = 0, n = 0;
-        for (int i = digits - 1; i >= 1 && size >= 1 && n < separators; --i) {
-            if (++run == size) {
-                at_separator(i);
-                ++n;
-                run = 0;
-                if (index < g.count - 1) size = g.sizes[++index];
-            }
-        }
-        return n;
-    };
-    const int n = walk([](int) {});
-    if (n == 0) return;
-    const int shift = n * sep_length;
-    const int tail = wlen(value + digits);
-    for (int i = digits + tail; i >= digits; --i) value[i + shift] = value[i];
-    // The digits from the right, each moved once, the separators where the walk put them.
-    int to = digits + shift;
-    int index = 0, size = g.sizes[0], run = 0, placed = 0;
-    for (int i = digits - 1; i >= 0; --i) {
-        value[--to] = value[i];
-        if (placed < n && i >= 1 && ++run == size) {
-            for (int k = sep_length - 1; k >= 0; --k) value[--to] = sep[k];
-            ++placed;
-            run = 0;
+    // Group by group from the right, by the rule of get_grp_cnt; a separator goes only
+    // between two digits, so a group completed by the first digit gets none.
+    int n = 0, covered = 0;
+    if (g.count >= 1 && sep_length > 0) {
+        for (int index = 0, size = g.sizes[0];
+             size >= 1 && n < separators && covered + size <= count - 1;) {
+            covered += size;
+            ++n;
             if (index < g.count - 1) size = g.sizes[++index];
         }
     }
+    // The digits before the first separator, then each separator and its group (group k
+    // from the right has size k of the list, or its last).
+    nu_wchar *o = out;
+    int i = 0;
+    for (const int head = count - covered; i < head; ++i) *o++ = static_cast<unsigned char>(digits[i]);
+    for (int k = n; k >= 1; --k) {
+        for (int j = 0; j < sep_length; ++j) *o++ = sep[j];
+        const int size = g.sizes[k - 1 < g.count - 1 ? k - 1 : g.count - 1];
+        for (const int end = i + size; i < end; ++i) *o++ = static_cast<unsigned char>(digits[i]);
+    }
+    return static_cast<int>(o - out);
 }
 
 void round_dval(char *fraction, char *integer, int precision) {
@@ -413,15 +403,15 @@ int format_amount(nu_locale_rec *h, const MonSpec &spec, nu_wchar conversion, do
     Scratch<nu_wchar, 512> value_buffer(static_cast<size_t>(value_room));
     if (!value_buffer.ok()) return fail(h, NU_ENOMEM);
     nu_wchar *value = value_buffer.data();
-    // The integer digits (after any fill), the decimal point, then the fraction.
-    nu_wchar *v = value;
-    for (int i = 0; i < digits; ++i) *v++ = static_cast<unsigned char>(integer[i]);
+    // The integer digits with their separators (after any fill), the decimal point, then
+    // the fraction.
+    nu_wchar *v = value + put_mon_grouped(h, value, integer, digits, separators);
     for (int i = 0; i < point_length; ++i) *v++ = point_text[i];
     *v = 0;
-    if (spec.group) add_mon_grp(h, value, digits, separators, precision);
+    int value_length = static_cast<int>(v - value);
     if (spec.has_left_precision) {
         // A separator of several characters counts as one here.
-        const int length = wlen(value);
+        const int length = value_length;
         const int actual_seps = sep_length > 0 ? (length - digits - point_length) / sep_length : 0;
         const int fill = (spec.group ? get_grp_cnt(h, spec.left_precision) : 0) +
                          spec.left_precision - (digits + actual_seps + point_length) +
@@ -429,11 +419,13 @@ int format_amount(nu_locale_rec *h, const MonSpec &spec, nu_wchar conversion, do
         if (fill > 0) {
             std::memmove(value + fill, value, (static_cast<size_t>(length) + 1) * sizeof(nu_wchar));
             for (int i = 0; i < fill; ++i) value[i] = spec.fill;
+            value_length += fill;
         }
     }
-    v = value + wlen(value);
+    v = value + value_length;
     for (int i = 0; i < precision; ++i) *v++ = static_cast<unsigned char>(fraction[i]);
     *v = 0;
+    value_length += precision;
 
     const char *symbol = !spec.symbol ? nullptr
                          : conversion == 'i' ? mb(lc.int_curr_symbol) : mb(lc.currency_symbol);
@@ -463,18 +455,18 @@ int format_amount(nu_locale_rec *h, const MonSpec &spec, nu_wchar conversion, do
         const int n = s != nullptr ? mb_chars(h, s) : 0;
         return n > 0 ? n : 0;
     };
-    const long field_room = wlen(value) + 16 + before + after + chars_of(symbol) + chars_of(sign);
+    const long field_room = value_length + 16 + before + after + chars_of(symbol) + chars_of(sign);
     // Without a width, a field that surely fits is formatted in place.
     if (spec.width <= 0 && *count + field_room <= size) {
-        format_money(h, out + *count, mask, before, after, symbol, sign, value);
-        *count += wlen(out + *count);
+        *count += format_money(h, out + *count, mask, before, after, symbol, sign, value,
+                               value_length);
         return 0;
     }
     Scratch<nu_wchar, 1024> field_buffer(static_cast<size_t>(field_room));
     if (!field_buffer.ok()) return fail(h, NU_ENOMEM);
     nu_wchar *field = field_buffer.data();
-    format_money(h, field, mask, before, after, symbol, sign, value);
-    const int field_length = wlen(field);
+    const int field_length =
+        format_money(h, field, mask, before, after, symbol, sign, value, value_length);
     // The field's columns matter only for a field width.
     const int field_cols = spec.width > 0 ? nu_wcswidth(h, field, field_length) : 0;
     const long padding = spec.width > field_cols && field_cols >= 0 ? spec.width - field_cols : 0;

@@ -64,7 +64,13 @@ public:
           buffer_(chars_ >= 0 ? static_cast<size_t>(chars_) + 1 : 1) {
         if (chars_ < 0 || !buffer_.ok()) return;
         nu_wchar *w = buffer_.data();
-        if (to_wide(h, w, mb, chars_ + 1) < 0) return;
+        if (h->single_byte && h->to_wide == _nu_is_mbstowcs) {
+            // The single-byte decoder, inline: each byte is its character.
+            for (const char *p = mb; *p != 0; ++p) *w++ = static_cast<unsigned char>(*p);
+            w = buffer_.data();
+        } else if (to_wide(h, w, mb, chars_ + 1) < 0) {
+            return;
+        }
         w[chars_] = 0;
         text_ = w;
     }
@@ -145,13 +151,18 @@ int format_string(nu_locale_rec *h, const nu_wchar *s, int *count, int size, nu_
 
 inline constexpr int kMaskSize = 6;
 int mon_mask(int *mask, int cs_precedes, int sign_posn, int sep_by_space);
-void format_money(nu_locale_rec *h, nu_wchar *out, const int *mask, int before, int after,
-                  const char *symbol, const char *sign, const nu_wchar *value);
+// The field of a value of value_length characters: the characters written, the terminator
+// aside.
+int format_money(nu_locale_rec *h, nu_wchar *out, const int *mask, int before, int after,
+                 const char *symbol, const char *sign, const nu_wchar *value, int value_length);
 int max_dsp_before_val(nu_locale_rec *h, const int *mask, const char *symbol, const char *sign,
                        const nu_wchar *value);
 int max_dsp_after_val(nu_locale_rec *h, const int *mask, const char *symbol, const char *sign);
 int get_grp_cnt(nu_locale_rec *h, int digits);
-void add_mon_grp(nu_locale_rec *h, nu_wchar *value, int digits, int separators, int precision);
+// Writes the `count` digits with the monetary separators, at most `separators` of them:
+// the characters written.
+int put_mon_grouped(nu_locale_rec *h, nu_wchar *out, const char *digits, int count,
+                    int separators);
 void round_dval(char *fraction, char *integer, int precision);
 void get_lval_rval(const char *text, char *integer, char *fraction, int precision);
 int mon_maskmatch(nu_locale_rec *h, const int *mask, unsigned flags, const char *sign,

@@ -87,6 +87,36 @@ TEST(MoneyFormat, MaskTable) {
     EXPECT_EQ(row(1, 2147483647, 2147483647), "-");
 }
 
+// Grouping lists of several sizes, a last size that repeats and sizes of 0 or less that end
+// the grouping, against the rule digit by digit: from the right, a separator after each
+// complete group that has a digit to its left. The count of complete groups (the last digit
+// may complete one) sizes the fill of a left precision.
+TEST(MoneyFormat, GroupingListsDigitByDigit) {
+    NUS_FIXTURE(h);
+    const std::vector<std::vector<int>> lists = {{3, 2}, {2, 3, 1}, {1, 4}, {4, 0, 2}, {2, -1}, {3}, {0}};
+    for (const std::vector<int> &list : lists) {
+        set_monetary(h, "", "$", ".", "'", list, "", "-", {2, 2, 1, 0, 1, 0, 1, 1});
+        std::string digits;
+        for (int n = 1; n <= 13; ++n) {
+            digits += static_cast<char>('1' + n % 9);
+            std::string grouped;
+            int complete = 0, size = list[0], run = 0;
+            size_t index = 0;
+            for (size_t k = digits.size(); k-- > 0;) {
+                grouped.insert(grouped.begin(), digits[k]);
+                if (size >= 1 && ++run == size) {
+                    ++complete;
+                    if (k >= 1) grouped.insert(grouped.begin(), '\'');
+                    run = 0;
+                    if (index + 1 < list.size()) size = list[++index];
+                }
+            }
+            EXPECT_EQ(money(h, "%n", std::stod(digits)), "$" + grouped + ".00") << list[0] << " " << n;
+            EXPECT_EQ(nus::num::get_grp_cnt(h, n), complete) << list[0] << " " << n;
+        }
+    }
+}
+
 TEST(MoneyFormat, RoundingOnTheText) {
     char integer[16], fraction[16];
     nus::num::get_lval_rval("-0.125000", integer, fraction, 2);
