@@ -369,7 +369,31 @@ NU_EXPORT int nu_towcslower(nu_locale_t h, nu_wchar *out, const nu_wchar *in) {
 
 namespace nus {
 
+// The class mask of each one-byte character: its root entry when the byte is a whole
+// character there, else 0 (a lookup of the one byte in the class table).
+static void fill_byte_classes(const multi_t *table, uint16_t *classes) {
+    const multi_arr_t *root = table->root;
+    const unsigned char *flags = root != nullptr ? root->flag_arr : nullptr;
+    for (int b = 0; b < 256; ++b) {
+        if (flags == nullptr || flags[b] != MULTI_LAST) {
+            classes[b] = 0;
+            continue;
+        }
+        const unsigned char *desc = root->data_arr != nullptr
+                                        ? root->data_arr + (size_t{static_cast<unsigned>(b)} << table->shift)
+                                        : table->default_desc;
+        classes[b] = table_value(desc);
+    }
+}
+
 int build_single_byte_tables(nu_locale_rec *h) {
+    // Tables already there are brought up to date in place: the case tables would be copied
+    // from themselves, the class table is read again from the CTYPE now loaded. A load comes
+    // here once per category it initialises, and this needs no memory.
+    if (h->sb_upper != nullptr && h->sb_lower != nullptr && h->sb_class != nullptr) {
+        fill_byte_classes(h->ctype.class_table, h->sb_class);
+        return 0;
+    }
     auto *upper = alloc_array<unsigned char>(256);
     auto *lower = alloc_array<unsigned char>(256);
     auto *classes = alloc_zeroed<uint16_t>(256);
@@ -385,13 +409,8 @@ int build_single_byte_tables(nu_locale_rec *h) {
                                           : static_cast<unsigned char>(_nu_im_towupper(h, static_cast<nu_wchar>(b)));
         lower[b] = h->sb_lower != nullptr ? h->sb_lower[b]
                                           : static_cast<unsigned char>(_nu_im_towlower(h, static_cast<nu_wchar>(b)));
-        const unsigned char byte = static_cast<unsigned char>(b);
-        int32_t scratch_error = 0;
-        int length = 0;
-        const void *desc = _nu_retrieve_text_multi_limit(&byte, h->ctype.class_table, 1,
-                                                         &length, &scratch_error);
-        classes[b] = table_value(desc);
     }
+    fill_byte_classes(h->ctype.class_table, classes);
     free_single_byte_tables(h);
     h->sb_upper = upper;
     h->sb_lower = lower;
