@@ -70,7 +70,8 @@ struct SectionResume {
     char name[kResumeNameSize];   // the name the file was opened by, "" when none yet
     long after[kCategories];      // offset after each category's section, 0 when unknown
     // The header of the stream the load keeps open for its categories (lifecycle.cpp), read
-    // once: its code-set name and the offset after it. Null when unknown.
+    // once: its code-set name and the offset after it. Null when unknown; whoever opens
+    // another stream for the load clears it (a closed stream's address may come back).
     FILE *header_stream;
     long header_end;
     char header_codeset[kCodesetNameSize];
