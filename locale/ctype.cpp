@@ -374,6 +374,16 @@ namespace nus {
 static void fill_byte_values(const multi_t *table, uint16_t *classes) {
     const multi_arr_t *root = table->root;
     const unsigned char *flags = root != nullptr ? root->flag_arr : nullptr;
+    if (flags != nullptr && root->data_arr != nullptr && table->shift == 1) {
+        // The usual layout, 16-bit slots side by side: one pass without branches.
+        const unsigned char *data = root->data_arr;
+        for (int b = 0; b < 256; ++b) {
+            uint16_t value;
+            std::memcpy(&value, data + 2 * b, sizeof value);
+            classes[b] = flags[b] == MULTI_LAST ? value : 0;
+        }
+        return;
+    }
     for (int b = 0; b < 256; ++b) {
         if (flags == nullptr || flags[b] != MULTI_LAST) {
             classes[b] = 0;
