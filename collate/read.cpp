@@ -197,22 +197,60 @@ void enumerate_codepoints(Work &w, const multi_t *table, const multi_arr_t *node
 }
 
 // Hash of a row's weights over all levels.
-uint32_t row_hash(const CollateFields &c, int row) {
+uint32_t row_hash(const uint16_t *const *weights, int levels, int row) {
     uint32_t x = 2166136261u;
-    for (int l = 0; l < c.level_count; ++l) x = (x ^ c.weights[l][row]) * 16777619u;
+    for (int l = 0; l < levels; ++l) x = (x ^ weights[l][row]) * 16777619u;
     return x;
 }
 
-bool same_weights(const CollateFields &c, int a, int b) {
-    for (int l = 0; l < c.level_count; ++l)
-        if (c.weights[l][a] != c.weights[l][b]) return false;
+bool same_weights(const uint16_t *const *weights, int levels, int a, int b) {
+    for (int l = 0; l < levels; ++l)
+        if (weights[l][a] != weights[l][b]) return false;
     return true;
 }
 
-// Classifies every row (ignorable, equal to an earlier row, all one expansion), then lists
-// the characters of the ignorable rows and of the classes. The first earlier row with equal
-// weights is found through a hash of the rows seen so far, which gives the same row as a
-// search from row 0.
+// Classifies every row (ignorable, equal to an earlier row, all one expansion). The first
+// earlier row with equal weights is found through a hash of the rows seen so far, which gives
+// the same row as a search from row 0. `Levels` is the level count when it is known when
+// compiling (the loops over the levels then unroll), else 0.
+template <int Levels>
+bool classify_rows(Work &w, int *seen, uint32_t mask) {
+    const CollateFields &c = w.h->coll;
+    const int levels = Levels > 0 ? Levels : c.level_count;
+    const uint16_t *const *weights = c.weights;
+    const int rows = c.highest_row + 1;
+    for (int r = 0; r < rows; ++r) {
+        bool all_one = true, tie_bit = false;
+        for (int l = 0; l < levels; ++l) {
+            all_one = all_one && weights[l][r] == nus::kIgnorable;
+            tie_bit = tie_bit || (weights[l][r] & nus::kCodeTieBit) != 0;
+        }
+        if (all_one) {
+            w.ignorable_row[r] = true;
+            if (!w.ignorable_rows.push(r)) return false;
+            continue;
+        }
+        if (!tie_bit) {
+            uint32_t s = row_hash(weights, levels, r) & mask;
+            while (seen[s] >= 0 && !same_weights(weights, levels, seen[s], r)) s = (s + 1) & mask;
+            if (seen[s] >= 0) {
+                if (!register_class(w, r, seen[s])) return false;
+            } else {
+                seen[s] = r;
+            }
+        }
+        const uint16_t first = weights[0][r];
+        bool one_expansion = (first & nus::kExpansionBit) != 0;
+        for (int l = 1; l < levels && one_expansion; ++l) one_expansion = weights[l][r] == first;
+        if (one_expansion) {
+            if (!register_exp(w, first & nus::kWeightMask, r) || !register_class(w, r, -1))
+                return false;
+        }
+    }
+    return true;
+}
+
+// Classifies the rows, then lists the characters of the ignorable rows and of the classes.
 int derive_lists(nu_locale_rec *h) {
     CollateFields &c = h->coll;
     const int rows = c.highest_row + 1;
@@ -227,36 +265,11 @@ int derive_lists(nu_locale_rec *h) {
     for (int r = 0; r < rows; ++r) w.class_of_row[r] = -1;
     for (int s = 0; s < slots; ++s) seen.get()[s] = -1;
 
-    for (int r = 0; r < rows; ++r) {
-        bool all_one = true, tie_bit = false;
-        for (int l = 0; l < c.level_count; ++l) {
-            all_one = all_one && c.weights[l][r] == nus::kIgnorable;
-            tie_bit = tie_bit || (c.weights[l][r] & nus::kCodeTieBit) != 0;
-        }
-        if (all_one) {
-            w.ignorable_row[r] = true;
-            if (!w.ignorable_rows.push(r)) return fail(h, NU_ENOMEM);
-            continue;
-        }
-        if (!tie_bit) {
-            uint32_t s = row_hash(c, r) & static_cast<uint32_t>(slots - 1);
-            while (seen.get()[s] >= 0 && !same_weights(c, seen.get()[s], r))
-                s = (s + 1) & static_cast<uint32_t>(slots - 1);
-            if (seen.get()[s] >= 0) {
-                if (!register_class(w, r, seen.get()[s])) return fail(h, NU_ENOMEM);
-            } else {
-                seen.get()[s] = r;
-            }
-        }
-        const uint16_t first = c.weights[0][r];
-        bool one_expansion = (first & nus::kExpansionBit) != 0;
-        for (int l = 1; l < c.level_count && one_expansion; ++l)
-            one_expansion = c.weights[l][r] == first;
-        if (one_expansion) {
-            if (!register_exp(w, first & nus::kWeightMask, r) || !register_class(w, r, -1))
-                return fail(h, NU_ENOMEM);
-        }
-    }
+    const uint32_t mask = static_cast<uint32_t>(slots - 1);
+    const bool classified = c.level_count == 1   ? classify_rows<1>(w, seen.get(), mask)
+                            : c.level_count == 5 ? classify_rows<5>(w, seen.get(), mask)
+                                                 : classify_rows<0>(w, seen.get(), mask);
+    if (!classified) return fail(h, NU_ENOMEM);
     if (w.ignorable_rows.count == 0 && w.classes.count == 0) return 0;
 
     for (int i = 0; i < h->element_count; ++i)

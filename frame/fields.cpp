@@ -76,8 +76,10 @@ int refill_input(InputBlock *in) {
     return in->pos < in->end ? *in->pos++ : EOF;
 }
 
-BlockInput::BlockInput(FILE *stream) {
-    if (stream == nullptr || attached_input(stream) != nullptr || !default_file_functions())
+BlockInput::BlockInput(FILE *stream) { attach(stream); }
+
+void BlockInput::attach(FILE *stream) {
+    if (attached_ || stream == nullptr || attached_input(stream) != nullptr || !default_file_functions())
         return;
     const long offset = _nu_ext_ftell(stream);
     if (offset < 0) return;
@@ -85,6 +87,7 @@ BlockInput::BlockInput(FILE *stream) {
     // stops once it holds kFillTarget bytes, so the block needs room for one line more.
     auto *memory = alloc_array<unsigned char>(1 + kFillTarget + kLineSize);
     if (memory == nullptr) return;   // read character by character
+    block_ = {};
     block_.stream = stream;
     block_.data = memory + 1;
     block_.size = kFillTarget + kLineSize;
@@ -96,12 +99,15 @@ BlockInput::BlockInput(FILE *stream) {
     attached_ = true;
 }
 
-BlockInput::~BlockInput() {
+BlockInput::~BlockInput() { detach(true); }
+
+void BlockInput::detach(bool reposition) {
     if (!attached_) return;
     const long unread = block_.end - block_.pos;
-    if (unread > 0) _nu_ext_fseek(block_.stream, block_.offset - unread, SEEK_SET);
+    if (reposition && unread > 0) _nu_ext_fseek(block_.stream, block_.offset - unread, SEEK_SET);
     t_input = block_.outer;
     _nu_free_ptr(block_.data - 1);
+    attached_ = false;
 }
 
 char *stream_gets(char *buffer, int size, FILE *stream) {

@@ -454,14 +454,16 @@ struct Reader {
         if (block == nullptr) return false;
         const unsigned char *p = block->pos;
         const unsigned char *const end = block->end;
-        if (end - p < 48) return false;
         while (p < end && nus::c_isspace(*p)) ++p;
+        // Four fields of a separator and nine digits at most, and the byte after the last:
+        // 41 bytes, all inside the block, so that the loops need no test of the end.
+        if (end - p < 48) return false;
         for (int i = 0; i < 4; ++i) {
-            if (i > 0 && (p < end && *p == ' ')) ++p;
+            if (i > 0 && *p == ' ') ++p;
             const unsigned char *const first = p;
             long v = 0;
-            while (p < end && nus::c_isdigit(*p) && p - first < 9) v = v * 10 + (*p++ - '0');
-            if (p == first || p == end || !nus::c_isspace(*p)) return false;
+            for (unsigned d; p - first < 9 && (d = *p - unsigned{'0'}) <= 9; ++p) v = v * 10 + d;
+            if (p == first || !nus::c_isspace(*p)) return false;
             fields[i] = v;
         }
         block->pos = const_cast<unsigned char *>(p);

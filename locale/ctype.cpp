@@ -369,7 +369,41 @@ NU_EXPORT int nu_towcslower(nu_locale_t h, nu_wchar *out, const nu_wchar *in) {
 
 namespace nus {
 
+// The 16-bit value of each one-byte character: its root entry when the byte is a whole
+// character there, else 0 (a lookup of the one byte in the table).
+static void fill_byte_values(const multi_t *table, uint16_t *classes) {
+    const multi_arr_t *root = table->root;
+    const unsigned char *flags = root != nullptr ? root->flag_arr : nullptr;
+    if (flags != nullptr && root->data_arr != nullptr && table->shift == 1) {
+        // The usual layout, 16-bit slots side by side: one pass without branches.
+        const unsigned char *data = root->data_arr;
+        for (int b = 0; b < 256; ++b) {
+            uint16_t value;
+            std::memcpy(&value, data + 2 * b, sizeof value);
+            classes[b] = flags[b] == MULTI_LAST ? value : 0;
+        }
+        return;
+    }
+    for (int b = 0; b < 256; ++b) {
+        if (flags == nullptr || flags[b] != MULTI_LAST) {
+            classes[b] = 0;
+            continue;
+        }
+        const unsigned char *desc = root->data_arr != nullptr
+                                        ? root->data_arr + (size_t{static_cast<unsigned>(b)} << table->shift)
+                                        : table->default_desc;
+        classes[b] = table_value(desc);
+    }
+}
+
 int build_single_byte_tables(nu_locale_rec *h) {
+    // Tables already there are brought up to date in place: the case tables would be copied
+    // from themselves, the class table is read again from the CTYPE now loaded. A load comes
+    // here once per category it initialises, and this needs no memory.
+    if (h->sb_upper != nullptr && h->sb_lower != nullptr && h->sb_class != nullptr) {
+        fill_byte_values(h->ctype.class_table, h->sb_class);
+        return 0;
+    }
     auto *upper = alloc_array<unsigned char>(256);
     auto *lower = alloc_array<unsigned char>(256);
     auto *classes = alloc_zeroed<uint16_t>(256);
@@ -380,18 +414,24 @@ int build_single_byte_tables(nu_locale_rec *h) {
         set_error(h, NU_ENOMEM);
         return -1;
     }
+    // A case table whose characters are one byte at least maps the wide characters below 256
+    // through its root: the pair indexes are read from there at once.
+    const CtypeFields &ct = h->ctype;
+    const bool from_root = !nuu_chars(h) && ct.case_table != nullptr && ct.case_table->min_length == 1;
+    uint16_t index[256];
+    if (from_root) fill_byte_values(ct.case_table, index);
+    auto mapped = [&](int b, nu_wchar CasePair::*form, nu_wchar (*map)(nu_locale_t, nu_wchar)) {
+        const uint16_t i = from_root ? index[b] : 0;
+        if (!from_root) return static_cast<unsigned char>(map(h, static_cast<nu_wchar>(b)));
+        if (i != 0 && i <= ct.case_pair_count && ct.case_pairs[i].*form != 0)
+            return static_cast<unsigned char>(ct.case_pairs[i].*form);
+        return static_cast<unsigned char>(b);
+    };
     for (int b = 0; b < 256; ++b) {
-        upper[b] = h->sb_upper != nullptr ? h->sb_upper[b]
-                                          : static_cast<unsigned char>(_nu_im_towupper(h, static_cast<nu_wchar>(b)));
-        lower[b] = h->sb_lower != nullptr ? h->sb_lower[b]
-                                          : static_cast<unsigned char>(_nu_im_towlower(h, static_cast<nu_wchar>(b)));
-        const unsigned char byte = static_cast<unsigned char>(b);
-        int32_t scratch_error = 0;
-        int length = 0;
-        const void *desc = _nu_retrieve_text_multi_limit(&byte, h->ctype.class_table, 1,
-                                                         &length, &scratch_error);
-        classes[b] = table_value(desc);
+        upper[b] = h->sb_upper != nullptr ? h->sb_upper[b] : mapped(b, &CasePair::upper, _nu_im_towupper);
+        lower[b] = h->sb_lower != nullptr ? h->sb_lower[b] : mapped(b, &CasePair::lower, _nu_im_towlower);
     }
+    fill_byte_values(ct.class_table, classes);
     free_single_byte_tables(h);
     h->sb_upper = upper;
     h->sb_lower = lower;

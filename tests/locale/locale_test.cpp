@@ -708,6 +708,8 @@ TEST(LocaleSharing, AllocationFailuresWhenSharing) {
 
 namespace {
 int plain_fgetc(FILE *stream) { return std::fgetc(stream); }
+int g_opens = 0;
+std::string describe(nu_locale_t h);
 
 // What a load left: its result, code, names and what the categories answer.
 std::string load_print(const char *name, int category) {
@@ -722,7 +724,14 @@ std::string load_print(const char *name, int category) {
         out = names != nullptr ? names : "(null)";
         nu_destroystring(names);
     }
-    out += " " + std::to_string(*_nu_ext_errno(h)) + " " + query(h, NU_ALL);
+    out += " " + describe(h);
+    nu_lc_unload(h);
+    return out;
+}
+
+// What the categories of a handle answer.
+std::string describe(nu_locale_t h) {
+    std::string out = std::to_string(*_nu_ext_errno(h)) + " " + query(h, NU_ALL);
     for (int b = 1; b < 256; b += 7) {
         const auto wc = static_cast<nu_wchar>(b);
         out += " " + std::to_string(_nu_im_iswctype(h, wc, 0xFFFF)) + "/" +
@@ -733,8 +742,16 @@ std::string load_print(const char *name, int category) {
            " " + std::to_string(h->coll.highest_row) + " " + std::to_string(h->coll.level_count);
     unsigned char key[64] = {};
     out += " " + std::to_string(nu_full_mbsxfrm(h, key, u("b\xe9" "a"), sizeof key));
-    nu_lc_unload(h);
+    for (int item = 0; item < 80; ++item) {
+        const char *text = nu_nl_langinfo(h, item);
+        out += std::string(" ") + (text != nullptr ? text : "-");
+    }
     return out;
+}
+
+FILE *counting_fopen(const char *path, const char *mode) {
+    ++g_opens;
+    return std::fopen(path, mode);
 }
 } // namespace
 
@@ -769,6 +786,36 @@ TEST(LocaleBadInput, BlockAndCharacterReadingAgree) {
             _nu_set_ext_funcptr(NU_EXT_FGETC, nullptr);
             EXPECT_EQ(blocks, chars) << "variant " << v << " category " << category;
         }
+    }
+    nu_free_registry_cache();
+}
+
+// The categories that a load reads from one file come from one open stream: a whole locale
+// opens its file once, a list that names files in turn once per run of one name; and what is
+// loaded is what loading the categories one at a time gives, with the library's own file
+// functions (blocks of lines, shared categories) and with an installed fopen.
+TEST(LocaleLoad, OneOpenPerRunOfOneFile) {
+    Installation install;
+    int32_t scratch = 0;
+    nu_cache_registry(&scratch, nullptr);   // no registry reads among the opens
+    const char *list = "NU_CTYPE=xx_yy/0333.lco NU_COLLATE=xx_yy/0333.lco NU_NUMERIC=de_de/0333.lco "
+                       "NU_MONETARY=xx_yy/0333.lco NU_TIME=de_de/0333.lco NU_MESSAGES=de_de/0333.lco";
+    Handle alone;
+    ASSERT_EQ(nu_create_null_locale_4(&alone.h), 0);
+    for (int c = NU_CTYPE; c <= NU_MESSAGES; ++c) nu_destroystring(nu_setlocale_4(alone.h, c, list));
+    const std::string expected = describe(alone.h);
+    EXPECT_NE(expected.find("de_de"), std::string::npos);
+    for (const bool installed : {false, true}) {
+        if (installed) nu_setextfunc(nullptr, NU_EXT_FOPEN, reinterpret_cast<nu_extfunc>(&counting_fopen));
+        g_opens = 0;
+        Handle whole, mixed;
+        ASSERT_EQ(nu_lc_load(&whole.h, "xx_yy/0333.lco", nullptr, nullptr), 0);
+        EXPECT_EQ(g_opens, installed ? 1 : 0);
+        g_opens = 0;
+        ASSERT_EQ(nu_lc_load(&mixed.h, list, nullptr, nullptr), 0);
+        EXPECT_EQ(g_opens, installed ? 4 : 0);
+        EXPECT_EQ(describe(mixed.h), expected) << installed;
+        _nu_set_ext_funcptr(NU_EXT_FOPEN, nullptr);
     }
     nu_free_registry_cache();
 }
