@@ -76,10 +76,8 @@ int refill_input(InputBlock *in) {
     return in->pos < in->end ? *in->pos++ : EOF;
 }
 
-BlockInput::BlockInput(FILE *stream) { attach(stream); }
-
-void BlockInput::attach(FILE *stream) {
-    if (attached_ || stream == nullptr || attached_input(stream) != nullptr || !default_file_functions())
+BlockInput::BlockInput(FILE *stream) {
+    if (stream == nullptr || attached_input(stream) != nullptr || !default_file_functions())
         return;
     const long offset = _nu_ext_ftell(stream);
     if (offset < 0) return;
@@ -87,7 +85,6 @@ void BlockInput::attach(FILE *stream) {
     // stops once it holds kFillTarget bytes, so the block needs room for one line more.
     auto *memory = alloc_array<unsigned char>(1 + kFillTarget + kLineSize);
     if (memory == nullptr) return;   // read character by character
-    block_ = {};
     block_.stream = stream;
     block_.data = memory + 1;
     block_.size = kFillTarget + kLineSize;
@@ -99,15 +96,12 @@ void BlockInput::attach(FILE *stream) {
     attached_ = true;
 }
 
-BlockInput::~BlockInput() { detach(true); }
-
-void BlockInput::detach(bool reposition) {
+BlockInput::~BlockInput() {
     if (!attached_) return;
     const long unread = block_.end - block_.pos;
-    if (reposition && unread > 0) _nu_ext_fseek(block_.stream, block_.offset - unread, SEEK_SET);
+    if (unread > 0) _nu_ext_fseek(block_.stream, block_.offset - unread, SEEK_SET);
     t_input = block_.outer;
     _nu_free_ptr(block_.data - 1);
-    attached_ = false;
 }
 
 char *stream_gets(char *buffer, int size, FILE *stream) {

@@ -139,13 +139,6 @@ class BlockInput {
 public:
     explicit BlockInput(FILE *stream);
     ~BlockInput();
-    // A block attached later, or never: a whole-file load keeps one for its stream across
-    // the categories it reads from it.
-    BlockInput() = default;
-    void attach(FILE *stream);
-    // Detaches now. Without `reposition` the stream's position is left wherever the fills
-    // took it (for a stream about to be closed).
-    void detach(bool reposition);
     BlockInput(const BlockInput &) = delete;
     BlockInput &operator=(const BlockInput &) = delete;
 

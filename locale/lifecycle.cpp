@@ -40,67 +40,27 @@ FILE *open_locale(nu_locale_rec *h, const char *name, const char *directory) {
     return nu_open_file(h, path.data());
 }
 
-// Empties the category and reads its section from the stream. A category that another
-// handle loaded from the same unchanged file (`key`, when the file has an identity) is shared
-// with it instead.
-int read_category(nu_locale_rec *h, int category, FILE *stream, const nus::FileKey *key,
+// Empties the category and reads its section from the stream, which is closed. A category
+// that another handle loaded from the same unchanged file is shared with it instead.
+int read_category(nu_locale_rec *h, int category, FILE *stream,
                   nus::SectionResume *resume = nullptr, const char *name = nullptr) {
     nu_free_category(h, category);
     // A shared category replaces the emptied one whole: the empty tables that a reader would
     // fill are made only when the section is read.
+    nus::FileKey key{};
+    const bool keyed = nus::file_key(stream, &key);
     int result = 1;
-    const int taken = key != nullptr ? nus::take_shared(h, category, *key) : 0;
+    const int taken = keyed ? nus::take_shared(h, category, key) : 0;
     if (taken == 0) {
         nu_make_null_category(h, category);
         result = nus::read_one_category(h, category, stream, resume, name);
-        if (result == 0 && key != nullptr) nus::offer_shared(h, category, *key);
+        if (result == 0 && keyed) nus::offer_shared(h, category, key);
     } else {
         result = taken > 0 ? 0 : 1;
     }
+    _nu_ext_fclose(stream);
     return result;
 }
-
-// The locale file a load reads from. Consecutive categories of one name come from one open
-// stream: the file is found, opened, identified and buffered once, its header read once, and
-// each section searched for from where the previous one ended.
-class LoadFile {
-public:
-    LoadFile() = default;
-    LoadFile(const LoadFile &) = delete;
-    LoadFile &operator=(const LoadFile &) = delete;
-    ~LoadFile() { close(); }
-
-    // The stream of `name`, opened unless it is the one open; null with the search's code.
-    FILE *open(nu_locale_rec *h, const char *name, const char *directory,
-               nus::SectionResume *resume) {
-        if (stream_ != nullptr && std::strcmp(name_, name) == 0) return stream_;
-        close();
-        FILE *stream = open_locale(h, name, directory);
-        if (stream == nullptr) return nullptr;
-        stream_ = stream;
-        copy_name(name_, sizeof name_, name, std::strlen(name));
-        keyed_ = nus::file_key(stream, &key_);
-        block_.attach(stream);
-        resume->header_stream = nullptr;   // a new stream: its header is still to be read
-        return stream;
-    }
-    const nus::FileKey *key() const { return keyed_ ? &key_ : nullptr; }
-
-    void close() {
-        if (stream_ == nullptr) return;
-        block_.detach(false);
-        _nu_ext_fclose(stream_);
-        stream_ = nullptr;
-        name_[0] = '\0';
-    }
-
-private:
-    FILE *stream_ = nullptr;
-    char name_[kMaxSpecLength + 1] = {};
-    bool keyed_ = false;
-    nus::FileKey key_{};
-    nus::BlockInput block_;
-};
 
 int load_native_category(nu_locale_rec *h, int category, char *name_out,
                          const char *directory) {
@@ -109,17 +69,13 @@ int load_native_category(nu_locale_rec *h, int category, char *name_out,
                                         : nu_path_search(h, kDefaultLocale, "lc",
                                                          nu_lc_version());
     if (stream == nullptr) return 1;
-    nus::FileKey key{};
-    const bool keyed = nus::file_key(stream, &key);
-    const int result = read_category(h, category, stream, keyed ? &key : nullptr);
-    _nu_ext_fclose(stream);
-    return result;
+    return read_category(h, category, stream);
 }
 
 // The name for one category: from the locale specification (its keyword's item, or the whole
 // text), else from the environment.
 int load_category(nu_locale_rec *h, int category, const char *text, char *name_out,
-                  const char *directory, nus::SectionResume *resume, LoadFile &file) {
+                  const char *directory, nus::SectionResume *resume) {
     // A whole text is a name of up to a locale name's longest length (a file's path, say);
     // only the name kept for queries is cut to the handle's 32 characters.
     char name[kMaxSpecLength + 1];
@@ -149,9 +105,9 @@ int load_category(nu_locale_rec *h, int category, const char *text, char *name_o
     if (std::strcmp(name, kNative) == 0)
         return load_native_category(h, category, name_out, directory);
     copy_name(name_out, kNameSize, name, std::strlen(name));
-    FILE *stream = file.open(h, name, directory, resume);
+    FILE *stream = open_locale(h, name, directory);
     if (stream == nullptr) return 1;
-    if (read_category(h, category, stream, file.key(), resume, name) != 0) return 1;
+    if (read_category(h, category, stream, resume, name) != 0) return 1;
     // A Unicode locale may be served by the companion library.
     return nus::set_categories_nuu(h, category, name);
 }
@@ -190,11 +146,10 @@ char *set_categories(nu_locale_rec *h, int category, const char *spec, const cha
     const int first = category == NU_ALL ? NU_CTYPE : category;
     const int last = category == NU_ALL ? NU_MESSAGES : category;
     nus::SectionResume resume{};
-    LoadFile file;
     for (int c = first; c <= last; ++c) {
         char name[kNameSize];
         name[0] = '\0';
-        if (load_category(h, c, text, name, directory, &resume, file) != 0) {
+        if (load_category(h, c, text, name, directory, &resume) != 0) {
             if (h->error == 0) nus::set_error(h, NU_ELOAD);
             // The failing category was emptied: the flags and functions chosen for what it
             // held before must follow (a collation over the old CTYPE's tables would read

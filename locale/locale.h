@@ -69,12 +69,6 @@ int read_locale_file(FILE *stream, nu_locale_rec *h);
 struct SectionResume {
     char name[kResumeNameSize];   // the name the file was opened by, "" when none yet
     long after[kCategories];      // offset after each category's section, 0 when unknown
-    // The header of the stream the load keeps open for its categories (lifecycle.cpp), read
-    // once: its code-set name and the offset after it. Null when unknown; whoever opens
-    // another stream for the load clears it (a closed stream's address may come back).
-    FILE *header_stream;
-    long header_end;
-    char header_codeset[kCodesetNameSize];
 };
 int read_one_category(nu_locale_rec *h, int category, FILE *stream,
                       SectionResume *resume = nullptr, const char *name = nullptr);

@@ -194,24 +194,9 @@ int read_one_category(nu_locale_rec *h, int category, FILE *stream, SectionResum
     char scratch[kCodesetFieldSize];
     char *codeset = known ? h->codeset[cat_index(category)] : scratch;
     int error = 0;
-    // A stream kept open for the categories of one load has its header read once.
-    const bool header_known = resume != nullptr && resume->header_stream == stream;
-    if (header_known) {
-        std::memcpy(codeset, resume->header_codeset, kCodesetFieldSize);
-    } else {
-        if (resume != nullptr && stream_tell(stream) > 0 && stream_seek(stream, 0) != 0) {
-            set_error(h, NU_EBADFILE);
-            return 1;
-        }
-        if (!read_file_header(stream, codeset, &error)) {
-            set_error(h, error != 0 ? error : NU_EBADFILE);
-            return 1;
-        }
-        if (resume != nullptr) {
-            resume->header_stream = stream;
-            resume->header_end = stream_tell(stream);
-            std::memcpy(resume->header_codeset, codeset, kCodesetFieldSize);
-        }
+    if (!read_file_header(stream, codeset, &error)) {
+        set_error(h, error != 0 ? error : NU_EBADFILE);
+        return 1;
     }
     if (!known) return 0;
     if (!verify_codesets(h, category)) {
@@ -225,10 +210,10 @@ int read_one_category(nu_locale_rec *h, int category, FILE *stream, SectionResum
     long start = 0;
     if (same_file)
         for (int c = NU_CTYPE; c < category; ++c) start = std::max(start, resume->after[cat_index(c)]);
-    const long header_end = resume != nullptr ? resume->header_end : stream_tell(stream);
-    auto seek = [stream](long offset) { return stream_tell(stream) == offset || stream_seek(stream, offset) == 0; };
-    bool found = start > 0 && seek(start) && find_marker(stream, category);
-    if (!found) found = seek(header_end) && find_marker(stream, category);
+    const long header_end = start > 0 ? stream_tell(stream) : 0;
+    bool found = start > 0 && stream_seek(stream, start) == 0 && find_marker(stream, category);
+    if (!found && start > 0) found = stream_seek(stream, header_end) == 0 && find_marker(stream, category);
+    if (!found && start == 0) found = find_marker(stream, category);
     if (!found) {
         set_error(h, NU_EBADFILE);
         return 1;
@@ -236,7 +221,7 @@ int read_one_category(nu_locale_rec *h, int category, FILE *stream, SectionResum
     const int result = read_section(stream, h, category, true);
     if (result == 0 && resume != nullptr && name != nullptr && std::strlen(name) < sizeof resume->name) {
         if (!same_file) {
-            std::memset(resume->after, 0, sizeof resume->after);
+            std::memset(resume, 0, sizeof *resume);
             std::memcpy(resume->name, name, std::strlen(name) + 1);
         }
         const long end = stream_tell(stream);
