@@ -29,18 +29,19 @@ uint16_t table_value(const void *desc) {
     return value;
 }
 
-// The class-table value of a wide character, 0 when the table has none.
-uint16_t class_of(nu_locale_rec *h, nu_wchar wc) {
-    int32_t scratch = 0;
-    return table_value(
-        _nu_retrieve_wchar_multi_nl(&scratch, wc, h->ctype.class_table));
+// The 16-bit value a table holds for a wide character (its bytes found by the table's own
+// structure, as _nu_retrieve_wchar_multi_nl finds them), 0 when the table has none.
+[[gnu::always_inline]] inline uint16_t value_of(const multi_t *table, nu_wchar wc) {
+    unsigned char bytes[4];
+    const multi_arr_t *leaf = nullptr;
+    if (nus::encode_in(table, bytes, wc, &leaf) == 0) return 0;
+    return nus::leaf_value(table, nus::Walk{0, wc, 0, leaf});
 }
 
-uint16_t case_index(nu_locale_rec *h, nu_wchar wc) {
-    int32_t scratch = 0;
-    return table_value(
-        _nu_retrieve_wchar_multi_nl(&scratch, wc, h->ctype.case_table));
-}
+// The class-table value of a wide character, 0 when the table has none.
+uint16_t class_of(nu_locale_rec *h, nu_wchar wc) { return value_of(h->ctype.class_table, wc); }
+
+uint16_t case_index(nu_locale_rec *h, nu_wchar wc) { return value_of(h->ctype.case_table, wc); }
 
 void free_class_names(nus::CtypeFields &ct, int32_t count) {
     for (int32_t i = 0; i < count; ++i) {
