@@ -7,6 +7,9 @@
 #include "time/calendar.h"
 
 #include <cstdint>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace nus::tm {
 
@@ -287,6 +290,10 @@ public:
         const auto *p = reinterpret_cast<const unsigned char *>(s);
         size_t k = 0, at = 0;
         if (h->single_byte) {
+#if defined(__SSE2__)
+            for (const size_t bytes = size_ - 1; at + 16 <= bytes; at += 16, k += 16)
+                widen16(p + at, w + k, o + k, at);
+#endif
             for (; p[at] != 0; ++at, ++k) {
                 w[k] = p[at];
                 o[k] = static_cast<int32_t>(at);
@@ -294,7 +301,23 @@ public:
         } else {
             const int m = term_length(h);
             const bool direct = m == 1 && h->ascii_direct;
+#if defined(__SSE2__)
+            // With a one-byte terminator the string's length is known (the capacity): runs of
+            // sixteen ASCII bytes are widened at once.
+            const size_t bytes = m == 1 ? size_ - 1 : 0;
+#endif
             for (;;) {
+#if defined(__SSE2__)
+                if (direct && at + 16 <= bytes) {
+                    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + at));
+                    if (_mm_movemask_epi8(v) == 0) {
+                        widen16(p + at, w + k, o + k, at);
+                        k += 16;
+                        at += 16;
+                        continue;
+                    }
+                }
+#endif
                 if (direct && p[at] < 0x80) {   // an ASCII byte is its character
                     if (p[at] == 0) break;
                     w[k] = p[at];
@@ -327,6 +350,27 @@ public:
     long offset(long k) const { return at_[k]; }
 
 private:
+#if defined(__SSE2__)
+    // Sixteen bytes that are their own characters, at byte offset `at`, as characters and
+    // offsets.
+    static void widen16(const unsigned char *p, nu_wchar *w, int32_t *o, size_t at) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+        const __m128i zero = _mm_setzero_si128();
+        const __m128i lo = _mm_unpacklo_epi8(v, zero), hi = _mm_unpackhi_epi8(v, zero);
+        auto *wk = reinterpret_cast<__m128i *>(w);
+        _mm_storeu_si128(wk, _mm_unpacklo_epi16(lo, zero));
+        _mm_storeu_si128(wk + 1, _mm_unpackhi_epi16(lo, zero));
+        _mm_storeu_si128(wk + 2, _mm_unpacklo_epi16(hi, zero));
+        _mm_storeu_si128(wk + 3, _mm_unpackhi_epi16(hi, zero));
+        const __m128i base =
+            _mm_add_epi32(_mm_set1_epi32(static_cast<int32_t>(at)), _mm_setr_epi32(0, 1, 2, 3));
+        auto *ok = reinterpret_cast<__m128i *>(o);
+        _mm_storeu_si128(ok, base);
+        _mm_storeu_si128(ok + 1, _mm_add_epi32(base, _mm_set1_epi32(4)));
+        _mm_storeu_si128(ok + 2, _mm_add_epi32(base, _mm_set1_epi32(8)));
+        _mm_storeu_si128(ok + 3, _mm_add_epi32(base, _mm_set1_epi32(12)));
+    }
+#endif
     static size_t capacity(nu_locale_rec *h, const char *s) {
         if (term_length(h) == 1) return std::strlen(s) + 1;
         const int n = _nu_im_mbslen(h, reinterpret_cast<const unsigned char *>(s));
