@@ -10,8 +10,7 @@ namespace nus::tm {
 namespace {
 
 struct Derived {
-    DerivedHead head;   // the era spans and the programs used last
-    NameTable *names[kTimeCaches];
+    DerivedHead head;   // the era spans, the names of each kind, the programs used last
     ProgramHeader *programs[kProgramKinds][kProgramSlots];
     int32_t next[kProgramKinds];
 };
@@ -79,7 +78,7 @@ NameTable *name_table(nu_locale_rec *h, int kind) {
         set_error(h, NU_ENOMEM);
         return nullptr;
     }
-    if (d->names[kind] != nullptr) return d->names[kind];
+    if (d->head.names[kind] != nullptr) return d->head.names[kind];
     const TimeFields &t = h->time;
     const int count = name_count(t, kind);
     size_t chars = 0;
@@ -121,7 +120,7 @@ NameTable *name_table(nu_locale_rec *h, int kind) {
         add(table->other[hash(name.lower[0])], k);
         add(table->other[hash(name.upper[0])], k);
     }
-    d->names[kind] = table;
+    d->head.names[kind] = table;
     return table;
 }
 
@@ -250,7 +249,7 @@ void release_time_derived(void *block) {
     auto *d = static_cast<tm::Derived *>(block);
     if (d == nullptr) return;
     _nu_free_ptr(d->head.spans);
-    for (tm::NameTable *t : d->names) _nu_free_ptr(t);
+    for (tm::NameTable *t : d->head.names) _nu_free_ptr(t);
     for (auto &kind : d->programs)
         for (tm::ProgramHeader *p : kind) _nu_free_ptr(p);
     _nu_free_ptr(d);

@@ -259,7 +259,7 @@ public:
                 ++in_;
             } else if (step.kind == ParseStep::kNumber) {
                 if (read_number(step.field, step.conv) < 0) return -1;
-            } else if (convert(step.conv, step.depth) < 0) {
+            } else if (convert(step.conv, step.depth, false) < 0) {   // no number: compiled so
                 return -1;
             }
         }
@@ -284,7 +284,7 @@ private:
     // names that match as long as the one found.
     template <class IndexOf>
     int longest(int kind, IndexOf index_of, int *length, NameSet *same = nullptr) {
-        NameTable *names = name_table(h_, kind);
+        NameTable *names = known_name_table(h_, kind);
         if (names == nullptr) return -2;
         int best = -1, best_length = 0;
         int len = 0;
@@ -380,8 +380,8 @@ public:
         return 0;
     }
 
-    // Reads the text of one conversion read by scan_conversion.
-    int convert(const Conv &cv, int depth) {
+    // Reads the text of one conversion read by scan_conversion (`number`: it may be a number).
+    int convert(const Conv &cv, int depth, bool number = true) {
         const nu_wchar c = cv.c;
         const int mod = cv.mod, precision = cv.precision;
         if (precision >= 0 && c != 'f') return fail(h_, NU_EMODIFIER);
@@ -390,7 +390,7 @@ public:
             return (mod == 'E' && !e) || (mod == 'O' && !o) ? (fail(h_, NU_EMODIFIER), false)
                                                             : true;
         };
-        if (NumberField field; number_field(c, mod, t, &field)) return read_number(field, cv);
+        if (NumberField field; number && number_field(c, mod, t, &field)) return read_number(field, cv);
         switch (c) {
         case '%':
             if (!allow(false, false)) return -1;
@@ -558,7 +558,7 @@ private:
     int era_name() {
         skip_space();
         if (era_fixed_ >= 0) {
-            const NameTable *names = name_table(h_, kCacheEras);
+            const NameTable *names = known_name_table(h_, kCacheEras);
             if (names == nullptr) return -1;
             const int length = match_name(h_, names->names[era_fixed_], in_);
             if (length == 0) return fail(h_, NU_EPERA);

@@ -187,6 +187,7 @@ inline constexpr int kEraYears = 256;   // the years 1900 to 2155
 inline constexpr int16_t kEraChanges = -2;
 struct DerivedHead {
     EraSpan *spans;
+    NameTable *names[kTimeCaches];   // made by name_table
     const ProgramHeader *last[kProgramKinds];
     // With the spans: for each year (counted from 1900) the era of every date in it, -1 for
     // none, or kEraChanges when that is not the same all year.
@@ -200,6 +201,13 @@ inline const EraSpan *known_era_spans(nu_locale_rec *h) {
         h->time.eras != nullptr)
         return d->spans;
     return era_spans(h);
+}
+
+// name_table without a call once the names of the kind are made.
+inline NameTable *known_name_table(nu_locale_rec *h, int kind) {
+    const auto *d = static_cast<const DerivedHead *>(h->time.era_cache);
+    if (d != nullptr && d->names[kind] != nullptr) return d->names[kind];
+    return name_table(h, kind);
 }
 
 // The era of a valid date (year - 1900, month from 0, day), with the spans known_era_spans
