@@ -7,21 +7,6 @@
 
 namespace nus::tm {
 
-int check_time(const nu_time_rec &t) {
-    if (t.fraction < 0 || t.fraction > 999999) return NU_EFRACTION;
-    if (t.second < 0 || t.second > 60) return NU_ESECOND;   // 60: a leap second
-    if (t.minute < 0 || t.minute > 59) return NU_EMINUTE;
-    if (t.hour < 0 || t.hour > 23) return NU_EHOUR;
-    return 0;
-}
-
-int check_date(const nu_time_rec &t) {
-    if (t.year < 1 - 1900 || t.year > 9999 - 1900) return NU_EYEAR;
-    if (t.month < 0 || t.month > 11) return NU_EMONTH;
-    if (t.mday < 1 || t.mday > month_length(t.month, t.year + 1900)) return NU_EMDAY;
-    return 0;
-}
-
 int64_t epoch_days(int year, int month, int mday) {
     const int64_t y = int64_t{year} - 1;
     const int64_t days = _nu_gregorian_yearday(mday, month, year) + 365 * y + y / 4 - y / 100 +
@@ -29,18 +14,12 @@ int64_t epoch_days(int year, int month, int mday) {
     return days - 719162;           // 1970-01-01 is day 719162 counted so
 }
 
-int find_era(nu_locale_rec *h, int32_t year, int32_t month, int32_t mday) {
-    if (h->time.era_count <= 0 || h->time.eras == nullptr) return -1;
-    const EraSpan *spans = era_spans(h);
-    if (spans == nullptr) return -2;
-    if (month >= 0 && month <= 11 && mday >= 1 && mday <= 31)
-        return era_of_date(h, spans, year, month, mday);
-    // A date no calendar has: its fields compared one by one.
+int era_by_fields(const EraSpan *spans, int count, int32_t year, int32_t month, int32_t mday) {
     const int32_t d[3] = {year, month, mday};
     auto not_after = [](const int32_t *a, const int32_t *b) {
         return a[0] < b[0] || (a[0] == b[0] && (a[1] < b[1] || (a[1] == b[1] && a[2] <= b[2])));
     };
-    for (int i = 0; i < h->time.era_count; ++i) {
+    for (int i = 0; i < count; ++i) {
         const EraSpan &s = spans[i];
         if ((not_after(s.start, d) && not_after(d, s.stop)) ||
             (not_after(s.stop, d) && not_after(d, s.start)))

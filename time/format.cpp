@@ -232,16 +232,10 @@ public:
     [[gnu::always_inline]] bool need(unsigned mask) {
         const unsigned todo = mask & ~checked_;
         if (todo == 0) return true;
-        if (todo == kDate && !local_calendar()) {   // the common case, without calls
-            const unsigned month = static_cast<unsigned>(g_.month);
-            const int year = g_.year + 1900;
-            if (year >= 1 && year <= 9999 && month <= 11 && g_.mday >= 1 &&
-                (g_.mday <= kMonthLength[month] ||
-                 (month == 1 && g_.mday == 29 && gregorian_leap(year)))) {
-                g_.month_name = g_.month;   // a Gregorian month carries its own name
-                checked_ |= kDate;
-                return true;
-            }
+        if (todo == kDate && !local_calendar() && check_date(g_) == 0) {   // the common case
+            g_.month_name = g_.month;   // a Gregorian month carries its own name
+            checked_ |= kDate;
+            return true;
         }
         return check(todo, mask);
     }
@@ -271,20 +265,12 @@ public:
     // The era of the local date (checked before), found once: its index, -1 for none, -2 when
     // the era table could not be had (NU_ENOMEM stored).
     int era() {
-        if (era_ == kUnknown) {
-            if (h_->time.era_count <= 0 || h_->time.eras == nullptr) return era_ = -1;
-            spans_ = known_era_spans(h_);
-            era_ = spans_ == nullptr ? -2 : era_of_date(h_, spans_, local().year, local().month, local().mday);
-        }
+        if (era_ == kUnknown) era_ = find_era(h_, local().year, local().month, local().mday, &spans_);
         return era_;
     }
     // The era `era` as era() found it, and the local date's year counted in it.
     const EraSpan &era_span(int era) const { return spans_[era]; }
-    int64_t era_year(int era) const {
-        const EraSpan &span = spans_[era];
-        return int64_t{h_->time.eras[era].offset} +
-               (int64_t{local().year} - span.start[0]) * span.absolute_direction;
-    }
+    int64_t era_year(int era) const { return year_in_era(h_->time, spans_, era, local().year); }
     // (Known to be local or not from the start: a caller may hold the reference before the
     // conversion fills it.)
     const nu_time_rec &local() const { return local_calendar() ? local_ : g_; }
@@ -292,7 +278,6 @@ public:
     bool local_calendar() const { return h_->time.calendar > 1; }
 
 private:
-    static constexpr int kMonthLength[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
     int to_local() {
         if (!local_calendar()) {
             g_.month_name = g_.month;   // a Gregorian month carries its own name
@@ -312,13 +297,31 @@ private:
     int era_ = kUnknown;
 };
 
-constexpr int kMonthDays[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-
 // "00" to "99".
 constexpr char kDigitPairs[201] =
     "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
     "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
     "8081828384858687888990919293949596979899";
+
+// A plain number (0 to 99999) of at least `at_least` digits, zeros or spaces in front, written
+// to the end of `buf`: where it begins there.
+inline constexpr int kPlainDigits = 8;
+inline const char *plain_digits(int value, int at_least, bool spaced, char (&buf)[kPlainDigits]) {
+    char *const end = buf + kPlainDigits;
+    if (at_least == 2 && value >= 0 && value < 100) {
+        std::memcpy(end - 2, kDigitPairs + 2 * value, 2);
+        if (spaced && value < 10) end[-2] = ' ';
+        return end - 2;
+    }
+    char *b = end;
+    unsigned u = static_cast<unsigned>(value);
+    do {
+        *--b = static_cast<char>('0' + u % 10);
+        u /= 10;
+    } while (u != 0 && b > buf);
+    while (end - b < at_least && b > buf) *--b = spaced ? ' ' : '0';
+    return b;
+}
 
 // ---- the engine -----------------------------------------------------------------------------
 
@@ -498,21 +501,9 @@ public:
 
     // A number of at least `digits` digits (0 to 99999), zeros or spaces in front.
     bool plain_number(int value, int digits, bool spaced) {
-        if (digits == 2 && value >= 0 && value < 100) {
-            char pair[2];
-            std::memcpy(pair, kDigitPairs + 2 * value, 2);
-            if (spaced && value < 10) pair[0] = ' ';
-            return out_.ascii(pair, 2);
-        }
-        char buf[8];
-        char *end = buf + sizeof buf, *b = end;
-        unsigned u = static_cast<unsigned>(value);
-        do {
-            *--b = static_cast<char>('0' + u % 10);
-            u /= 10;
-        } while (u != 0 && b > buf);
-        while (end - b < digits) *--b = spaced ? ' ' : '0';
-        return out_.ascii(b, end - b);
+        char buf[kPlainDigits];
+        const char *b = plain_digits(value, digits, spaced, buf);
+        return out_.ascii(b, buf + kPlainDigits - b);
     }
 
     // Writes one conversion read by scan.
@@ -947,16 +938,9 @@ private:
 int write_lean(nu_locale_rec *h, char *out, int size, const FormatProgram &p, const nu_time_rec *t) {
     const nu_time_rec v = *t;   // the output might overlap the value
     const unsigned need = p.need;
-    if ((need & Value::kTime) != 0 &&
-        (static_cast<uint32_t>(v.fraction) > 999999 || static_cast<uint32_t>(v.second) > 60 ||
-         static_cast<uint32_t>(v.minute) > 59 || static_cast<uint32_t>(v.hour) > 23))
-        return -1;
+    if ((need & Value::kTime) != 0 && check_time(v) != 0) return -1;
     if ((need & (Value::kDate | Value::kWday | Value::kYday)) != 0) {
-        const unsigned month = static_cast<unsigned>(v.month);
-        const int year = v.year + 1900;
-        if (year < 1 || year > 9999 || month > 11 || v.mday < 1 ||
-            v.mday > (month == 1 && gregorian_leap(year) ? 29 : kMonthDays[month]))
-            return -1;
+        if (check_date(v) != 0) return -1;
         if ((need & Value::kWday) != 0 && static_cast<uint32_t>(v.wday) > 6) return -1;
         if ((need & Value::kYday) != 0 && static_cast<uint32_t>(v.yday) > 365) return -1;
     }
@@ -972,24 +956,11 @@ int write_lean(nu_locale_rec *h, char *out, int size, const FormatProgram &p, co
         const FormatStep &step = p.step[i];
         const unsigned char *b;
         long k;
-        unsigned char digits[8];
+        char digits[kPlainDigits];
         auto number = [&](int value, int at_least, bool spaced) {
-            if (at_least == 2 && value >= 0 && value < 100) {
-                std::memcpy(digits, kDigitPairs + 2 * value, 2);
-                if (spaced && value < 10) digits[0] = ' ';
-                b = digits;
-                k = 2;
-                return;
-            }
-            unsigned char *end = digits + sizeof digits, *d = end;
-            unsigned u = static_cast<unsigned>(value);
-            do {
-                *--d = static_cast<unsigned char>('0' + u % 10);
-                u /= 10;
-            } while (u != 0 && d > digits);
-            while (end - d < at_least && d > digits) *--d = spaced ? ' ' : '0';
-            b = d;
-            k = end - d;
+            const char *d = plain_digits(value, at_least, spaced, digits);
+            b = reinterpret_cast<const unsigned char *>(d);
+            k = digits + kPlainDigits - d;
         };
         auto text = [&](const CatString &name) {
             b = reinterpret_cast<const unsigned char *>(mb(name));
@@ -1014,19 +985,13 @@ int write_lean(nu_locale_rec *h, char *out, int size, const FormatProgram &p, co
             case kYday: number(v.yday + 1, step.digits, step.spaced); break;
             case kEraName:
             case kEraYear:
-                if (era == -3) {
-                    if (tf.era_count <= 0 || tf.eras == nullptr) return -1;
-                    spans = known_era_spans(h);
-                    if (spans == nullptr) return -1;
-                    era = era_of_date(h, spans, v.year, v.month, v.mday);
-                }
+                if (era == -3) era = find_era(h, v.year, v.month, v.mday, &spans);
                 if (era < 0) return -1;
                 if (step.field == kEraName) {
                     b = reinterpret_cast<const unsigned char *>(mb(tf.eras[era].name));
                     k = spans[era].name_bytes;
                 } else {
-                    const int64_t year = int64_t{tf.eras[era].offset} +
-                                         (int64_t{v.year} - spans[era].start[0]) * spans[era].absolute_direction;
+                    const int64_t year = year_in_era(tf, spans, era, v.year);
                     if (year < 0 || year > 99999) return -1;
                     number(static_cast<int>(year), step.digits, false);
                 }

@@ -617,8 +617,7 @@ int assemble(nu_locale_rec *h, Found &v, nu_time_rec *out) {
         if (spans == nullptr) return fail(h, NU_ENOMEM);
         const int month = v.month_name >= 0 ? v.month_name : v.month;
         for (int i = 0; i < h->time.era_count && v.era < 0; ++i) {
-            const int64_t y = int64_t{spans[i].start[0]} +
-                              int64_t{v.era_year - h->time.eras[i].offset} * spans[i].absolute_direction;
+            const int64_t y = full_year_of_era(h->time, spans, i, v.era_year) - 1900;
             if (y > INT_MIN / 2 && y < INT_MAX / 2 &&
                 find_era(h, static_cast<int32_t>(y), month, v.mday) == i)
                 v.era = i;
@@ -628,10 +627,8 @@ int assemble(nu_locale_rec *h, Found &v, nu_time_rec *out) {
     if (v.want_era && v.era >= 0) {
         const EraSpan *spans = known_era_spans(h);
         if (spans == nullptr) return fail(h, NU_ENOMEM);
-        const EraSegment &e = h->time.eras[v.era];
-        const int era_year = v.era_year >= 0 ? v.era_year : e.offset;
-        const int64_t y = int64_t{spans[v.era].start[0]} +
-                          int64_t{era_year - e.offset} * spans[v.era].absolute_direction + 1900;
+        const int64_t y = full_year_of_era(h->time, spans, v.era,
+                                           v.era_year >= 0 ? v.era_year : h->time.eras[v.era].offset);
         if (y < INT_MIN / 2 || y > INT_MAX / 2) return fail(h, NU_EYEAR);
         year = static_cast<int>(y);
     } else if (v.yy >= 0) {
@@ -1004,10 +1001,8 @@ bool deliver_plain(nu_locale_rec *h, const Found &v, nu_time_rec *t) {
     if (v.want_era && v.era >= 0) {   // the era's name was read: the year counts in it
         const EraSpan *spans = known_era_spans(h);
         if (spans == nullptr) return fail(h, NU_ENOMEM), false;
-        const EraSegment &e = h->time.eras[v.era];
-        const int era_year = v.era_year >= 0 ? v.era_year : e.offset;
-        const int64_t y = int64_t{spans[v.era].start[0]} +
-                          int64_t{era_year - e.offset} * spans[v.era].absolute_direction + 1900;
+        const int64_t y = full_year_of_era(h->time, spans, v.era,
+                                           v.era_year >= 0 ? v.era_year : h->time.eras[v.era].offset);
         if (y < 1 || y > 9999) return fail(h, NU_EYEAR), false;
         year = static_cast<int>(y);
     }

@@ -98,9 +98,21 @@ inline int era_of(const EraSpan *spans, int count, int32_t year, int32_t month, 
 // with NU_ENOMEM stored when the block cannot be had.
 const EraSpan *era_spans(nu_locale_rec *h);
 
-// The index of the era a date (year - 1900, month from 0, day) falls in; -1 when none does,
-// -2 when the era cache cannot be made (NU_ENOMEM stored).
-int find_era(nu_locale_rec *h, int32_t year, int32_t month, int32_t mday);
+// The first era of `spans` that holds a date no calendar has (a month or day out of range),
+// its fields compared one by one; -1 for none.
+int era_by_fields(const EraSpan *spans, int count, int32_t year, int32_t month, int32_t mday);
+
+// The year (year - 1900) of a date counted in era `era` of the spans.
+inline int64_t year_in_era(const TimeFields &t, const EraSpan *spans, int era, int32_t year) {
+    return int64_t{t.eras[era].offset} +
+           (int64_t{year} - spans[era].start[0]) * spans[era].absolute_direction;
+}
+// Its inverse: the full year of year `era_year` of era `era`.
+inline int64_t full_year_of_era(const TimeFields &t, const EraSpan *spans, int era,
+                                int64_t era_year) {
+    return int64_t{spans[era].start[0]} +
+           (era_year - t.eras[era].offset) * spans[era].absolute_direction + 1900;
+}
 
 // ---- what the formatter and parser derive from the record, kept per handle ------------------
 //
@@ -221,6 +233,19 @@ inline int era_of_date(nu_locale_rec *h, const EraSpan *spans, int32_t year, int
     return era_of(spans, h->time.era_count, year, month, mday);
 }
 
+// The index of the era a date (year - 1900, month from 0, day) falls in, with the spans in
+// *found when given; -1 when none does, -2 when the era cache cannot be made (NU_ENOMEM stored).
+inline int find_era(nu_locale_rec *h, int32_t year, int32_t month, int32_t mday,
+                    const EraSpan **found = nullptr) {
+    if (h->time.era_count <= 0 || h->time.eras == nullptr) return -1;
+    const EraSpan *spans = known_era_spans(h);
+    if (spans == nullptr) return -2;
+    if (found != nullptr) *found = spans;
+    if (month >= 0 && month <= 11 && mday >= 1 && mday <= 31)
+        return era_of_date(h, spans, year, month, mday);
+    return era_by_fields(spans, h->time.era_count, year, month, mday);
+}
+
 // find_program of a multibyte format, the program used last tried first without a call.
 // Compared as the strings they are: a shorter format stops at its terminator (a key holds no
 // zero byte), so nothing past it is read.
@@ -278,8 +303,21 @@ constexpr int month_length(int month, int year) {
 
 // Range checks of a time value's words; 0, or the error code of the first word out of range.
 // `date` also checks the day of month against the month's length.
-int check_time(const nu_time_rec &t);        // fraction, seconds, minutes, hour
-int check_date(const nu_time_rec &t);        // year 1 to 9999, month, day of month
+// fraction, seconds, minutes, hour
+inline int check_time(const nu_time_rec &t) {
+    if (t.fraction < 0 || t.fraction > 999999) return NU_EFRACTION;
+    if (t.second < 0 || t.second > 60) return NU_ESECOND;   // 60: a leap second
+    if (t.minute < 0 || t.minute > 59) return NU_EMINUTE;
+    if (t.hour < 0 || t.hour > 23) return NU_EHOUR;
+    return 0;
+}
+// year 1 to 9999, month, day of month
+inline int check_date(const nu_time_rec &t) {
+    if (t.year < 1 - 1900 || t.year > 9999 - 1900) return NU_EYEAR;
+    if (t.month < 0 || t.month > 11) return NU_EMONTH;
+    if (t.mday < 1 || t.mday > month_length(t.month, t.year + 1900)) return NU_EMDAY;
+    return 0;
+}
 
 // Days from 1970-01-01 of a valid Gregorian date (full year, month from 0, day).
 int64_t epoch_days(int year, int month, int mday);
