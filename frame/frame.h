@@ -242,6 +242,12 @@ bool skip_line(FILE *stream);
 // Character classes of the "C" locale, independent of the process locale.
 constexpr bool c_isspace(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 constexpr bool c_isdigit(int c) { return c >= '0' && c <= '9'; }
+
+// "00" to "99", for writing numbers two digits at a time.
+inline constexpr char kDigitPairs[201] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
 constexpr int c_hexvalue(int c) {
     return c >= '0' && c <= '9'   ? c - '0'
            : c >= 'a' && c <= 'f' ? c - 'a' + 10

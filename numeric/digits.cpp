@@ -117,21 +117,17 @@ bool fixed_digits(double value, int precision, char *out, int room) {
     }
 #endif
     // The digits from the last, two at a time, then zeros up to one before the point.
-    static constexpr char kTwoDigits[] =
-        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-        "8081828384858687888990919293949596979899";
     char digits[24];
     char *d = digits + sizeof digits;
     while (q >= 100) {
         const auto pair = static_cast<unsigned>(q % 100);
         q /= 100;
         d -= 2;
-        std::memcpy(d, kTwoDigits + 2 * pair, 2);
+        std::memcpy(d, nus::kDigitPairs + 2 * pair, 2);
     }
     if (q >= 10) {
         d -= 2;
-        std::memcpy(d, kTwoDigits + 2 * q, 2);
+        std::memcpy(d, nus::kDigitPairs + 2 * q, 2);
     } else {
         *--d = static_cast<char>('0' + q);
     }

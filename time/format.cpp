@@ -297,12 +297,6 @@ private:
     int era_ = kUnknown;
 };
 
-// "00" to "99".
-constexpr char kDigitPairs[201] =
-    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-    "8081828384858687888990919293949596979899";
-
 // A plain number (0 to 99999) of at least `at_least` digits, zeros or spaces in front, written
 // to the end of `buf`: where it begins there.
 inline constexpr int kPlainDigits = 8;
