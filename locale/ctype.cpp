@@ -22,13 +22,6 @@ constexpr ClassEntry kStandardClasses[] = {
     {"punct", 64},  {"graph", 128},  {"print", 256},  {"cntrl", 32},
 };
 
-// The 16-bit value a table lookup found, 0 when it found none.
-uint16_t table_value(const void *desc) {
-    uint16_t value = 0;
-    if (desc != nullptr) std::memcpy(&value, desc, sizeof value);
-    return value;
-}
-
 // The 16-bit value a table holds for a wide character (its bytes found by the table's own
 // structure, as _nu_retrieve_wchar_multi_nl finds them), 0 when the table has none.
 [[gnu::always_inline]] inline uint16_t value_of(const multi_t *table, nu_wchar wc) {
@@ -385,16 +378,10 @@ static void fill_byte_values(const multi_t *table, uint16_t *classes) {
         }
         return;
     }
-    for (int b = 0; b < 256; ++b) {
-        if (flags == nullptr || flags[b] != MULTI_LAST) {
-            classes[b] = 0;
-            continue;
-        }
-        const unsigned char *desc = root->data_arr != nullptr
-                                        ? root->data_arr + (size_t{static_cast<unsigned>(b)} << table->shift)
-                                        : table->default_desc;
-        classes[b] = table_value(desc);
-    }
+    for (int b = 0; b < 256; ++b)
+        classes[b] = flags != nullptr && flags[b] == MULTI_LAST
+                         ? leaf_value(table, Walk{1, static_cast<nu_wchar>(b), 0, root})
+                         : 0;
 }
 
 int build_single_byte_tables(nu_locale_rec *h) {
@@ -415,24 +402,12 @@ int build_single_byte_tables(nu_locale_rec *h) {
         set_error(h, NU_ENOMEM);
         return -1;
     }
-    // A case table whose characters are one byte at least maps the wide characters below 256
-    // through its root: the pair indexes are read from there at once.
-    const CtypeFields &ct = h->ctype;
-    const bool from_root = !nuu_chars(h) && ct.case_table != nullptr && ct.case_table->min_length == 1;
-    uint16_t index[256];
-    if (from_root) fill_byte_values(ct.case_table, index);
-    auto mapped = [&](int b, nu_wchar CasePair::*form, nu_wchar (*map)(nu_locale_t, nu_wchar)) {
-        const uint16_t i = from_root ? index[b] : 0;
-        if (!from_root) return static_cast<unsigned char>(map(h, static_cast<nu_wchar>(b)));
-        if (i != 0 && i <= ct.case_pair_count && ct.case_pairs[i].*form != 0)
-            return static_cast<unsigned char>(ct.case_pairs[i].*form);
-        return static_cast<unsigned char>(b);
-    };
     for (int b = 0; b < 256; ++b) {
-        upper[b] = h->sb_upper != nullptr ? h->sb_upper[b] : mapped(b, &CasePair::upper, _nu_im_towupper);
-        lower[b] = h->sb_lower != nullptr ? h->sb_lower[b] : mapped(b, &CasePair::lower, _nu_im_towlower);
+        const auto wc = static_cast<nu_wchar>(b);
+        upper[b] = h->sb_upper != nullptr ? h->sb_upper[b] : static_cast<unsigned char>(_nu_im_towupper(h, wc));
+        lower[b] = h->sb_lower != nullptr ? h->sb_lower[b] : static_cast<unsigned char>(_nu_im_towlower(h, wc));
     }
-    fill_byte_values(ct.class_table, classes);
+    fill_byte_values(h->ctype.class_table, classes);
     free_single_byte_tables(h);
     h->sb_upper = upper;
     h->sb_lower = lower;
