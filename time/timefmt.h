@@ -338,7 +338,7 @@ public:
         if (h->single_byte) {
 #if defined(__SSE2__)
             for (const size_t bytes = size_ - 1; at + 16 <= bytes; at += 16, k += 16)
-                widen16(p + at, w + k, o + k, at);
+                widen16(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p + at)), w + k, o + k, at);
 #endif
             for (; p[at] != 0; ++at, ++k) {
                 w[k] = p[at];
@@ -357,7 +357,7 @@ public:
                 if (direct && at + 16 <= bytes) {
                     const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + at));
                     if (_mm_movemask_epi8(v) == 0) {
-                        widen16(p + at, w + k, o + k, at);
+                        widen16(v, w + k, o + k, at);
                         k += 16;
                         at += 16;
                         continue;
@@ -397,10 +397,9 @@ public:
 
 private:
 #if defined(__SSE2__)
-    // Sixteen bytes that are their own characters, at byte offset `at`, as characters and
-    // offsets.
-    static void widen16(const unsigned char *p, nu_wchar *w, int32_t *o, size_t at) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+    // Sixteen bytes that are their own characters, loaded from byte offset `at`, as
+    // characters and offsets.
+    static void widen16(__m128i v, nu_wchar *w, int32_t *o, size_t at) {
         const __m128i zero = _mm_setzero_si128();
         const __m128i lo = _mm_unpacklo_epi8(v, zero), hi = _mm_unpackhi_epi8(v, zero);
         auto *wk = reinterpret_cast<__m128i *>(w);
