@@ -997,16 +997,15 @@ const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text
 // What assemble makes of the fields of a plain program (read_bytes read them), straight into
 // the caller's value: false with the error stored when the date does not exist.
 bool deliver_plain(nu_locale_rec *h, const Found &v, nu_time_rec *t) {
-    int year = v.year;
+    int64_t full_year = v.year;
     if (v.want_era && v.era >= 0) {   // the era's name was read: the year counts in it
         const EraSpan *spans = known_era_spans(h);
         if (spans == nullptr) return fail(h, NU_ENOMEM), false;
-        const int64_t y = full_year_of_era(h->time, spans, v.era,
-                                           v.era_year >= 0 ? v.era_year : h->time.eras[v.era].offset);
-        if (y < 1 || y > 9999) return fail(h, NU_EYEAR), false;
-        year = static_cast<int>(y);
+        full_year = full_year_of_era(h->time, spans, v.era,
+                                     v.era_year >= 0 ? v.era_year : h->time.eras[v.era].offset);
     }
-    if (year < 1 || year > 9999) return fail(h, NU_EYEAR), false;
+    if (full_year < 1 || full_year > 9999) return fail(h, NU_EYEAR), false;
+    const int year = static_cast<int>(full_year);
     if (v.mday > month_length(v.month, year)) return fail(h, NU_EMDAY), false;
     const DayFacts facts = gregorian_day_facts(year, v.month, v.mday);
     t->fraction = 0;
