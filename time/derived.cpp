@@ -158,17 +158,18 @@ const ProgramHeader *find_program(nu_locale_rec *h, ProgramKind kind, const char
     return nullptr;
 }
 
-void keep_program(nu_locale_rec *h, ProgramKind kind, ProgramHeader *program) {
-    Derived *d = derived(h);
+ProgramHeader *keep_program(nu_locale_rec *h, ProgramKind kind, ProgramHeader *program) {
+    Derived *d = program->key_bytes != 0 ? derived(h) : nullptr;
     if (d == nullptr) {
         _nu_free_ptr(program);
-        return;
+        return nullptr;
     }
     ProgramHeader *&slot = d->programs[kind][d->next[kind]];
     _nu_free_ptr(slot);
     slot = program;
     d->head.last[kind] = program;
     d->next[kind] = (d->next[kind] + 1) % kProgramSlots;
+    return program;
 }
 
 const EraSpan *era_spans(nu_locale_rec *h) {
@@ -219,7 +220,9 @@ const EraSpan *era_spans(nu_locale_rec *h) {
         // is "+", or when they are reversed and it is "-".
         const bool ordered = not_after(s.start, s.stop);
         s.absolute_direction = (ordered == (e.direction >= 0)) ? 1 : -1;
-        s.name_bytes = static_cast<int32_t>(std::strlen(mb(e.name)));
+        s.name = mb(e.name);
+        s.name_bytes = static_cast<int32_t>(std::strlen(s.name));
+        s.year_base = int64_t{e.offset} - int64_t{s.start[0]} * s.absolute_direction;
         const int64_t a = date_key(s.start[0], s.start[1], s.start[2]);
         const int64_t b = date_key(s.stop[0], s.stop[1], s.stop[2]);
         s.first = a < b ? a : b;

@@ -270,7 +270,7 @@ public:
     }
     // The era `era` as era() found it, and the local date's year counted in it.
     const EraSpan &era_span(int era) const { return spans_[era]; }
-    int64_t era_year(int era) const { return year_in_era(h_->time, spans_, era, local().year); }
+    int64_t era_year(int era) const { return year_in_era(spans_, era, local().year); }
     // (Known to be local or not from the start: a caller may hold the reference before the
     // conversion fills it.)
     const nu_time_rec &local() const { return local_calendar() ? local_ : g_; }
@@ -350,9 +350,11 @@ enum Field : int32_t {
     kNotPlain, kMday, kHour, kHour12, kMinute, kSecond, kMonth, kYear2, kYear, kYday,
     kEraName, kEraYear,   // %EC and %Ey: the era's name and year where the date has an era
     kDayName, kDayAbbr, kMonthName, kMonthAbbr, kAmPm,   // %A %a %B %b %p, as the locale has them
-    kNothing   // %Z and %z: a time value carries no time zone
+    kNothing,   // %Z and %z: a time value carries no time zone
+    kLiteral    // not a conversion: literal text
 };
 
+enum : int32_t { kLean = 1, kLeanEra = 2 };
 struct FormatStep {
     int32_t literal;   // bytes of literal text at `at`, or 0: the conversion
     int32_t at;        // offset of the literal bytes from the block's start
@@ -365,7 +367,8 @@ struct FormatStep {
 struct FormatProgram {
     ProgramHeader header;
     uint32_t need;     // what the plain numbers need of the value (Value's bits)
-    int32_t lean;      // every step is literal text or a plain field, of a Gregorian value
+    int32_t lean;      // kLean: every step is literal text or a plain field of a Gregorian
+                       // value; kLeanEra as well when a field is the era's name or year
     int32_t steps;
     FormatStep step[1];
 };
@@ -470,6 +473,7 @@ public:
                 if (execute(step.conv, step.depth) < 0) return -1;
                 continue;
             case kNothing:
+            case kLiteral:
                 continue;
             }
             if (!plain_number(value, step.digits, step.spaced)) return -1;
@@ -798,12 +802,18 @@ public:
         std::memcpy(block + head + key_bytes, pool_bytes_, pool_);
         p->steps = steps_;
         p->need = need_;
-        p->lean = ascii_ && h_->time.calendar <= 1;
+        bool lean = ascii_ && h_->time.calendar <= 1, era = false;
         for (int i = 0; i < steps_; ++i) {
-            p->step[i] = step_[i];
-            if (step_[i].literal == 0 && step_[i].field == kNotPlain) p->lean = 0;
-            if (step_[i].literal != 0) p->step[i].at += static_cast<int32_t>(head + key_bytes);
+            FormatStep &step = p->step[i];
+            step = step_[i];
+            if (step.literal != 0) {
+                step.at += static_cast<int32_t>(head + key_bytes);
+            } else {
+                lean = lean && step.field != kNotPlain;
+                era = era || step.field == kEraName || step.field == kEraYear;
+            }
         }
+        p->lean = lean ? kLean | (era ? kLeanEra : 0) : 0;
         return p;
     }
 
@@ -905,7 +915,7 @@ private:
         if (pool_ + static_cast<size_t>(k) > sizeof pool_bytes_) return false;
         if (steps_ == 0 || step_[steps_ - 1].literal == 0) {
             if (steps_ == kSteps) return false;
-            step_[steps_++] = FormatStep{0, static_cast<int32_t>(pool_), 0, kNotPlain, 0, false, Conv{}};
+            step_[steps_++] = FormatStep{0, static_cast<int32_t>(pool_), 0, kLiteral, 0, false, Conv{}};
         }
         std::memcpy(pool_bytes_ + pool_, b, static_cast<size_t>(k));
         pool_ += static_cast<size_t>(k);
@@ -926,90 +936,121 @@ private:
 
 // The compiled form of a multibyte format, made on first use; null when the format is
 // interpreted instead.
-// A lean program written straight into the caller's buffer: the byte count, or -1 when
-// anything is out of the ordinary (a field out of range, no room, no era for the date), which
-// the engine then meets again and reports.
-int write_lean(nu_locale_rec *h, char *out, int size, const FormatProgram &p, const nu_time_rec *t) {
-    const nu_time_rec v = *t;   // the output might overlap the value
+// A lean program written straight into the caller's buffer (not null, size positive): the
+// byte count, or -1 for anything out of the ordinary (an output overlapping the value, a field
+// out of range, too little room, a date without an era), which the engine then meets again
+// and reports.
+[[gnu::always_inline]] inline int write_lean(nu_locale_rec *h, char *out, int size,
+                                             const FormatProgram &p, const nu_time_rec *t) {
+    // The value is read as the steps go, so the output must not overlap it.
+    const auto *first = reinterpret_cast<const char *>(t);
+    if (out < first + sizeof *t && first < out + size) return -1;
     const unsigned need = p.need;
-    if ((need & Value::kTime) != 0 && check_time(v) != 0) return -1;
-    if ((need & (Value::kDate | Value::kWday | Value::kYday)) != 0) {
-        if (check_date(v) != 0) return -1;
-        if ((need & Value::kWday) != 0 && static_cast<uint32_t>(v.wday) > 6) return -1;
-        if ((need & Value::kYday) != 0 && static_cast<uint32_t>(v.yday) > 365) return -1;
+    if (need == Value::kDate) {   // the common case
+        if (check_date(*t) != 0) return -1;
+    } else {
+        if ((need & Value::kTime) != 0 && check_time(*t) != 0) return -1;
+        if ((need & (Value::kDate | Value::kWday | Value::kYday)) != 0) {
+            if (check_date(*t) != 0) return -1;
+            if ((need & Value::kWday) != 0 && static_cast<uint32_t>(t->wday) > 6) return -1;
+            if ((need & Value::kYday) != 0 && static_cast<uint32_t>(t->yday) > 365) return -1;
+        }
     }
     const TimeFields &tf = h->time;
-    auto *o = reinterpret_cast<unsigned char *>(out);
-    const bool counting = o == nullptr || size == 0;
-    const long room = counting ? LONG_MAX : long{size} - 1;
+    // The era of the date, found once for all its steps.
+    const unsigned char *era_name = nullptr;
+    long era_bytes = 0;
+    int era_year = 0;
+    if ((p.lean & kLeanEra) != 0) {
+        // The program was found in the per-handle block, which has the spans since it was
+        // compiled (they go with it).
+        const auto *d = static_cast<const DerivedHead *>(tf.era_cache);
+        const EraSpan *spans = d->spans;
+        const int32_t year = t->year;
+        int era = static_cast<uint32_t>(year) < kEraYears ? d->era_of_year[year] : kEraChanges;
+        if (era < 0) {
+            if (era != kEraChanges) return -1;
+            era = era_of(spans, tf.era_count, year, t->month, t->mday);
+            if (era < 0) return -1;
+        }
+        const EraSpan &span = spans[era];
+        const int64_t y = span.year_base + int64_t{year} * span.absolute_direction;
+        if (y < 0 || y > 99999) return -1;
+        era_name = reinterpret_cast<const unsigned char *>(span.name);
+        era_bytes = span.name_bytes;
+        era_year = static_cast<int>(y);
+    }
+    // Written at w, up to limit, where the terminator goes at the latest.
+    auto *w = reinterpret_cast<unsigned char *>(out);
+    unsigned char *const limit = w + (size - 1);
     const auto *base = reinterpret_cast<const unsigned char *>(&p);
-    int era = -3;
-    const EraSpan *spans = nullptr;
-    long n = 0;
-    for (int32_t i = 0; i < p.steps; ++i) {
-        const FormatStep &step = p.step[i];
+    for (const FormatStep *step = p.step, *end = p.step + p.steps; step != end; ++step) {
         const unsigned char *b;
         long k;
         char digits[kPlainDigits];
-        auto number = [&](int value, int at_least, bool spaced) {
-            const char *d = plain_digits(value, at_least, spaced, digits);
+        int value;
+        switch (step->field) {
+        case kLiteral:
+            b = base + step->at;
+            k = step->literal;
+            goto copy;
+        case kMday: value = t->mday; break;
+        case kHour: value = t->hour; break;
+        case kHour12: value = t->hour > 12 ? t->hour - 12 : t->hour == 0 ? 12 : t->hour; break;
+        case kMinute: value = t->minute; break;
+        case kSecond: value = t->second; break;
+        case kMonth: value = t->month + 1; break;
+        case kYear2: value = (t->year % 100 + 100) % 100; break;
+        case kYear: value = t->year + 1900; break;
+        case kYday: value = t->yday + 1; break;
+        case kEraYear: value = era_year; break;
+        case kEraName:
+            b = era_name;
+            k = era_bytes;
+            goto copy;
+        case kDayName:
+            b = reinterpret_cast<const unsigned char *>(mb(tf.day[t->wday]));
+            goto measure;
+        case kDayAbbr:
+            b = reinterpret_cast<const unsigned char *>(mb(tf.abday[t->wday]));
+            goto measure;
+        case kMonthName:
+        case kMonthAbbr: {
+            const int count = tf.month_count > 0 ? tf.month_count : 12;
+            if (t->month >= count || t->month >= kMonthSlots) return -1;
+            b = reinterpret_cast<const unsigned char *>(
+                mb((step->field == kMonthName ? tf.mon : tf.abmon)[t->month]));
+            goto measure;
+        }
+        case kAmPm:
+            b = reinterpret_cast<const unsigned char *>(mb(t->hour > 11 ? tf.pm : tf.am));
+            goto measure;
+        case kNothing: continue;
+        case kNotPlain: return -1;   // not in a lean program
+        default: __builtin_unreachable();
+        }
+        // A plain number: two digits without a call.
+        if (step->digits == 2 && static_cast<unsigned>(value) < 100) {
+            if (limit - w < 2) return -1;
+            std::memcpy(w, kDigitPairs + 2 * value, 2);
+            if (step->spaced && value < 10) *w = ' ';
+            w += 2;
+            continue;
+        } else {
+            const char *d = plain_digits(value, step->digits, step->spaced, digits);
             b = reinterpret_cast<const unsigned char *>(d);
             k = digits + kPlainDigits - d;
-        };
-        auto text = [&](const CatString &name) {
-            b = reinterpret_cast<const unsigned char *>(mb(name));
-            k = static_cast<long>(std::strlen(reinterpret_cast<const char *>(b)));
-        };
-        if (step.literal != 0) {
-            b = base + step.at;
-            k = step.literal;
-        } else {
-            switch (step.field) {
-            case kNotPlain: return -1;
-            case kMday: number(v.mday, step.digits, step.spaced); break;
-            case kHour: number(v.hour, step.digits, step.spaced); break;
-            case kHour12:
-                number(v.hour > 12 ? v.hour - 12 : v.hour == 0 ? 12 : v.hour, step.digits, step.spaced);
-                break;
-            case kMinute: number(v.minute, step.digits, step.spaced); break;
-            case kSecond: number(v.second, step.digits, step.spaced); break;
-            case kMonth: number(v.month + 1, step.digits, step.spaced); break;
-            case kYear2: number((v.year % 100 + 100) % 100, step.digits, step.spaced); break;
-            case kYear: number(v.year + 1900, step.digits, step.spaced); break;
-            case kYday: number(v.yday + 1, step.digits, step.spaced); break;
-            case kEraName:
-            case kEraYear:
-                if (era == -3) era = find_era(h, v.year, v.month, v.mday, &spans);
-                if (era < 0) return -1;
-                if (step.field == kEraName) {
-                    b = reinterpret_cast<const unsigned char *>(mb(tf.eras[era].name));
-                    k = spans[era].name_bytes;
-                } else {
-                    const int64_t year = year_in_era(tf, spans, era, v.year);
-                    if (year < 0 || year > 99999) return -1;
-                    number(static_cast<int>(year), step.digits, false);
-                }
-                break;
-            case kDayName: text(tf.day[v.wday]); break;
-            case kDayAbbr: text(tf.abday[v.wday]); break;
-            case kMonthName:
-            case kMonthAbbr: {
-                const int count = tf.month_count > 0 ? tf.month_count : 12;
-                if (v.month >= count || v.month >= kMonthSlots) return -1;
-                text((step.field == kMonthName ? tf.mon : tf.abmon)[v.month]);
-                break;
-            }
-            case kAmPm: text(v.hour > 11 ? tf.pm : tf.am); break;
-            case kNothing: continue;
-            default: return -1;
-            }
+            goto copy;
         }
-        if (k > room - n) return -1;
-        if (!counting) copy_short(o + n, b, k);
-        n += k;
+    measure:
+        k = static_cast<long>(std::strlen(reinterpret_cast<const char *>(b)));
+    copy:
+        if (k > limit - w) return -1;
+        copy_short(w, b, k);
+        w += k;
     }
-    if (!counting) o[n] = 0;
-    return n <= INT_MAX ? static_cast<int>(n) : -1;
+    *w = 0;
+    return static_cast<int>(w - reinterpret_cast<unsigned char *>(out));
 }
 
 // Compiles a format met for the first time, and keeps it; null when it is interpreted.
@@ -1021,8 +1062,13 @@ int write_lean(nu_locale_rec *h, char *out, int size, const FormatProgram &p, co
     const Widened<64> wide_format(h, format);
     FormatProgram *p = nullptr;
     if (wide_format.get() != nullptr) p = Compiler(h).compile(wide_format.get(), format, key_bytes);
-    h->error = error;   // the interpreter reports what compiling met
-    if (p != nullptr) keep_program(h, kFormatProgram, &p->header);
+    if (p == nullptr || keep_program(h, kFormatProgram, &p->header) == nullptr) {
+        h->error = error;   // the interpreter reports what compiling met
+        return nullptr;
+    }
+    // A lean program that writes eras finds the spans made: they last as long as it does.
+    if ((p->lean & kLeanEra) != 0 && era_spans(h) == nullptr) p->lean = 0;
+    h->error = error;
     return p;
 }
 
@@ -1056,6 +1102,15 @@ int write_lean(nu_locale_rec *h, char *out, int size, const FormatProgram &p, co
     return ::format(h, o, wide_format.get(), t);
 }
 
+// A lean program's output, or the engine's where the program cannot write it; out is not null
+// and size positive.
+[[gnu::noinline]] int format_lean(nu_locale_rec *h, char *out, int size, const char *format,
+                                  const nu_time_rec *t, const FormatProgram *p) {
+    const int n = write_lean(h, out, size, *p, t);
+    if (n >= 0) return n;
+    return format_bytes(h, out, size, format, t, p);
+}
+
 } // namespace
 
 NU_EXPORT int nu_wcsftime(nu_locale_t h, nu_wchar *out, int size, const nu_wchar *format,
@@ -1066,14 +1121,33 @@ NU_EXPORT int nu_wcsftime(nu_locale_t h, nu_wchar *out, int size, const nu_wchar
     return ::format(h, o, format, t);
 }
 
-NU_EXPORT int nu_mbsftime(nu_locale_t h, char *out, int size, const char *format,
-                          const nu_time_rec *t) {
+namespace {
+
+// nu_mbsftime but for the common call below.
+[[gnu::noinline]] int format_multibyte(nu_locale_rec *h, char *out, int size, const char *format,
+                                       const nu_time_rec *t) {
     if (nus::no_handle(h) || nus::missing(h, format, t)) return -1;
     if (size < 0) return fail(h, NU_EBADVAL);
     const FormatProgram *p = program_for(h, format);
-    if (p != nullptr && p->lean != 0) {
-        const int n = write_lean(h, out, size, *p, t);
-        if (n >= 0) return n;
-    }
+    if (p != nullptr && p->lean != 0 && out != nullptr && size > 0)
+        return format_lean(h, out, size, format, t, p);
     return format_bytes(h, out, size, format, t, p);
+}
+
+} // namespace
+
+NU_EXPORT int nu_mbsftime(nu_locale_t h, char *out, int size, const char *format,
+                          const nu_time_rec *t) {
+    // The common call, the format used last with a lean program, without a frame of its own.
+    if (h != nullptr && out != nullptr && format != nullptr && t != nullptr && size > 0 &&
+        h->companion_flag[cat_index(NU_CTYPE)] == 0) {
+        if (const auto *d = static_cast<const DerivedHead *>(h->time.era_cache)) {
+            const ProgramHeader *last = d->last[kFormatProgram];
+            if (same_format(last, reinterpret_cast<const unsigned char *>(format))) {
+                const auto *p = reinterpret_cast<const FormatProgram *>(last);
+                if (p->lean != 0) return format_lean(h, out, size, format, t, p);
+            }
+        }
+    }
+    return format_multibyte(h, out, size, format, t);
 }

@@ -882,7 +882,7 @@ const ParseProgram *program_for(nu_locale_rec *h, const void *key, size_t key_by
     const int32_t error = h->error;
     ParseProgram *p = Compiler(h).compile(wide_format, key, key_bytes, wide);
     h->error = error;   // the interpreter reports what compiling met
-    if (p != nullptr) keep_program(h, kParseProgram, &p->header);
+    if (p == nullptr || keep_program(h, kParseProgram, &p->header) == nullptr) return nullptr;
     return p;
 }
 

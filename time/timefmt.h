@@ -72,6 +72,8 @@ struct EraSpan {
     int32_t stop[3];
     int32_t absolute_direction;
     int32_t name_bytes;   // of the era's multibyte name
+    const char *name;     // that name (never null)
+    int64_t year_base;    // the era's year of a date in year - 1900 y: year_base + y * direction
     // The first and the last day of the segment as date_key orders them.
     int64_t first, last;
 };
@@ -103,9 +105,8 @@ const EraSpan *era_spans(nu_locale_rec *h);
 int era_by_fields(const EraSpan *spans, int count, int32_t year, int32_t month, int32_t mday);
 
 // The year (year - 1900) of a date counted in era `era` of the spans.
-inline int64_t year_in_era(const TimeFields &t, const EraSpan *spans, int era, int32_t year) {
-    return int64_t{t.eras[era].offset} +
-           (int64_t{year} - spans[era].start[0]) * spans[era].absolute_direction;
+inline int64_t year_in_era(const EraSpan *spans, int era, int32_t year) {
+    return spans[era].year_base + int64_t{year} * spans[era].absolute_direction;
 }
 // Its inverse: the full year of year `era_year` of era `era`.
 inline int64_t full_year_of_era(const TimeFields &t, const EraSpan *spans, int era,
@@ -189,9 +190,9 @@ const ProgramHeader *find_program(nu_locale_rec *h, ProgramKind kind, const void
 // The same for a format of the multibyte functions, a string of bytes whose terminator is one
 // byte (no longer than kMaxProgramKey when it was kept).
 const ProgramHeader *find_program(nu_locale_rec *h, ProgramKind kind, const char *format);
-// Keeps a compiled program (taking it over; freed at once when there is nowhere to keep it),
-// in place of the least recently made one.
-void keep_program(nu_locale_rec *h, ProgramKind kind, ProgramHeader *program);
+// Keeps a compiled program in place of the least recently made one: the program, or null when
+// there is nowhere to keep it or its key is empty (it is freed then).
+ProgramHeader *keep_program(nu_locale_rec *h, ProgramKind kind, ProgramHeader *program);
 
 // The beginning of the per-handle block: the era spans (era_cache_count of them) or null, and
 // the program of each kind found or kept last.
@@ -251,14 +252,16 @@ inline int find_era(nu_locale_rec *h, int32_t year, int32_t month, int32_t mday,
 // zero byte), so nothing past it is read.
 inline bool same_format(const ProgramHeader *p, const unsigned char *f) {
     if (p == nullptr || p->wide != 0) return false;
-    const unsigned char *k = p->key;
-    const uint32_t n = p->key_bytes;
-    uint32_t i = 0;
-    // Two bytes a step: the second is read only once the first, equal to a byte of the key,
-    // is known to be no terminator.
-    for (; i + 2 <= n; i += 2)
-        if (f[i] != k[i] || f[i + 1] != k[i + 1]) return false;
-    return (i == n || f[i] == k[i]) && f[n] == 0;
+    // Counted up to the end from below it: a byte of the format is read only once the one
+    // before it, equal to a byte of the key, is known to be no terminator.
+    const ptrdiff_t n = p->key_bytes;   // at least 1
+    const unsigned char *k = p->key + n;
+    f += n;
+    ptrdiff_t i = -n;
+    do {
+        if (f[i] != k[i]) return false;
+    } while (++i != 0);
+    return *f == 0;
 }
 inline const ProgramHeader *find_format_program(nu_locale_rec *h, ProgramKind kind, const char *format) {
     const auto *d = static_cast<const DerivedHead *>(h->time.era_cache);
@@ -296,9 +299,9 @@ constexpr IsoWeek iso_week(int year, int yday, int wday) {
 }
 
 // Length of a Gregorian month (from 0) of a full year.
+inline constexpr int kMonthLength[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 constexpr int month_length(int month, int year) {
-    constexpr int kLength[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    return month == 1 && gregorian_leap(year) ? 29 : kLength[month];
+    return month == 1 && gregorian_leap(year) ? 29 : kMonthLength[month];
 }
 
 // Range checks of a time value's words; 0, or the error code of the first word out of range.

@@ -151,6 +151,17 @@ TEST_F(TimeFormat, SizesFromZeroUpwardNeverWritePastTheSize) {
                     ASSERT_EQ(w[i], 0x7f7fu);
             }
             (void)wout;
+            // Written over the value itself, from its first word and from its middle: the
+            // text of the value as it was.
+            for (size_t at : {size_t{0}, 6 * sizeof(int32_t)}) {
+                alignas(nu_time_rec) char both[sizeof t + 256];
+                std::memcpy(both + at, &t, sizeof t);
+                const auto *in = reinterpret_cast<const nu_time_rec *>(both + at);
+                ASSERT_EQ(nu_mbsftime(h, both, sizeof both, f, in), needed) << f;
+                EXPECT_EQ(std::string(both, static_cast<size_t>(needed)),
+                          std::string(full, static_cast<size_t>(needed)))
+                    << f;
+            }
         }
     }
 }
