@@ -42,12 +42,27 @@ inline constexpr int32_t kDaysBeforeMonth[12] = {0,   31,  59,  90,  120, 151,
 struct DayFacts {
     int32_t yday, wday;
 };
+// The day of the week of 1 January of each year of the 400-year cycle, which repeats exactly
+// (146,097 days are 20,871 weeks), and the remainders by 7 of the numbers a day of the week and
+// a day of the year add up to.
+struct WeekTables {
+    uint8_t january_first[400];
+    uint8_t mod7[6 + 366];
+};
+inline constexpr WeekTables kWeekTables = [] {
+    WeekTables w{};
+    for (uint32_t i = 0; i < 400; ++i) {
+        const uint32_t y = i + 400 - 1;   // 1 January of year 1 was a Monday
+        w.january_first[i] = static_cast<uint8_t>((365 * y + y / 4 - y / 100 + y / 400 + 1) % 7);
+    }
+    for (uint32_t i = 0; i < sizeof w.mod7; ++i) w.mod7[i] = static_cast<uint8_t>(i % 7);
+    return w;
+}();
 inline DayFacts gregorian_day_facts(int32_t year, int32_t month, int32_t mday) {
     const int32_t yday =
         kDaysBeforeMonth[month] + (month > 1 && gregorian_leap(year) ? 1 : 0) + mday - 1;
-    const auto y = static_cast<uint32_t>(year - 1);   // 1 January of year 1 was a Monday
-    const uint32_t day = static_cast<uint32_t>(yday) + 365 * y + y / 4 - y / 100 + y / 400 + 1;
-    return {yday, static_cast<int32_t>(day % 7)};
+    const uint32_t first = kWeekTables.january_first[static_cast<uint32_t>(year) % 400];
+    return {yday, kWeekTables.mod7[first + static_cast<uint32_t>(yday)]};
 }
 
 // The year and day of year of a day counted from 1 January of year 1 (day 0) in the

@@ -217,11 +217,24 @@ struct ParseStep {
     int32_t then_length;
     unsigned char then_bytes[4];
 };
+// The era names a compiled format reads from the bytes: the distinct names, chained by their
+// first byte.
+struct EraName {
+    const unsigned char *name;   // the era's multibyte name (the TIME record's, which outlives
+                                 // the program)
+    int32_t length;              // its bytes, at least 1
+    int32_t pick;                // the era it stands for
+    int32_t next;                // 1 + the next name with the same first byte, or 0
+};
+struct EraIndex {
+    int32_t by_first[256];   // 1 + the first name that begins with the byte, or 0
+    EraName name[1];
+};
 struct ParseProgram {
     ProgramHeader header;
     int32_t bytes;   // only numbers, white space and literal text: read_bytes may read it
     int32_t plain;   // and the numbers are Gregorian days, months, years and times of day (with am/pm)
-    int32_t eras;    // %EC read from the bytes: offset of the era each name stands for (or 0)
+    int32_t eras;    // %EC read from the bytes: offset of the EraIndex (or 0)
     int32_t steps;
     ParseStep step[1];
 };
@@ -617,7 +630,7 @@ int assemble(nu_locale_rec *h, Found &v, nu_time_rec *out) {
         if (spans == nullptr) return fail(h, NU_ENOMEM);
         const int month = v.month_name >= 0 ? v.month_name : v.month;
         for (int i = 0; i < h->time.era_count && v.era < 0; ++i) {
-            const int64_t y = full_year_of_era(h->time, spans, i, v.era_year) - 1900;
+            const int64_t y = full_year_of_era(spans, i, v.era_year) - 1900;
             if (y > INT_MIN / 2 && y < INT_MAX / 2 &&
                 find_era(h, static_cast<int32_t>(y), month, v.mday) == i)
                 v.era = i;
@@ -627,8 +640,8 @@ int assemble(nu_locale_rec *h, Found &v, nu_time_rec *out) {
     if (v.want_era && v.era >= 0) {
         const EraSpan *spans = known_era_spans(h);
         if (spans == nullptr) return fail(h, NU_ENOMEM);
-        const int64_t y = full_year_of_era(h->time, spans, v.era,
-                                           v.era_year >= 0 ? v.era_year : h->time.eras[v.era].offset);
+        const int64_t y = full_year_of_era(
+            spans, v.era, v.era_year >= 0 ? v.era_year : h->time.eras[v.era].offset);
         if (y < INT_MIN / 2 || y > INT_MAX / 2) return fail(h, NU_EYEAR);
         year = static_cast<int>(y);
     } else if (v.yy >= 0) {
@@ -747,8 +760,9 @@ public:
             era_names |= step_[i].kind == ParseStep::kConversion && step_[i].conv.c == 'C' &&
                          step_[i].conv.mod == 'E';
         const size_t era_count = era_names ? static_cast<size_t>(h_->time.era_count) : 0;
-        const size_t picks_at = (head + key_bytes + 3) & ~size_t{3};
-        auto *block = alloc_array<unsigned char>(picks_at + era_count * sizeof(int32_t));
+        const size_t picks_at = (head + key_bytes + 7) & ~size_t{7};
+        const size_t index_bytes = era_count > 0 ? offsetof(EraIndex, name) + era_count * sizeof(EraName) : 0;
+        auto *block = alloc_array<unsigned char>(picks_at + index_bytes);
         if (block == nullptr) return nullptr;
         auto *p = reinterpret_cast<ParseProgram *>(block);
         p->header.key = block + head;
@@ -760,7 +774,7 @@ public:
                    h_->companion_flag[cat_index(NU_CTYPE)] == 0;
         p->plain = h_->time.calendar <= 1;
         p->eras = 0;
-        if (era_count > 0 && era_picks(reinterpret_cast<int32_t *>(block + picks_at)))
+        if (era_count > 0 && era_index(*reinterpret_cast<EraIndex *>(block + picks_at)))
             p->eras = static_cast<int32_t>(picks_at);
         const bool ampm = ascii_am_pm(h_->time);
         for (int i = 0; i < steps_; ++i) {
@@ -801,10 +815,12 @@ private:
     // Era names can be read from the bytes when none begins another (without regard to
     // case) unless the two are the same, and none begins with white space: an exact match
     // is then the only name the text can hold. Names written alike stand for the era the
-    // wide reader picks for them, which `pick` receives for each era.
-    bool era_picks(int32_t *pick) {
+    // wide reader picks for them; a name met before is found there first.
+    bool era_index(EraIndex &index) {
         const TimeFields &t = h_->time;
         static constexpr nu_wchar kEraName[] = {'%', 'E', 'C', 0};
+        std::fill(std::begin(index.by_first), std::end(index.by_first), 0);
+        int32_t names = 0;
         for (int i = 0; i < t.era_count; ++i) {
             const nu_wchar *a = wide(t.eras[i].name);
             const char *bytes = t.eras[i].name.mb;
@@ -819,12 +835,20 @@ private:
                 while (a[k] != 0 && b[k] != 0 && eq_fold(h_, a[k], b[k])) ++k;
                 if (a[k] == 0 || b[k] == 0) return false;   // one begins the other
             }
+            bool met = false;
+            for (int j = 0; j < i && !met; ++j) met = std::strcmp(t.eras[j].name.mb, bytes) == 0;
+            if (met) continue;
             Parser reader(h_, a);
             if (reader.run(kEraName, 0) != 0 || *reader.position() != 0) return false;
-            pick[i] = reader.found().era;
-            // A name met before is found there first: the reader passes over it.
-            for (int j = 0; j < i; ++j)
-                if (std::strcmp(t.eras[j].name.mb, bytes) == 0) pick[i] = -1;
+            const size_t length = std::strlen(bytes);
+            if (length > INT32_MAX) return false;
+            // Chained at the end of the names with its first byte, in the order of the table.
+            EraName &e = index.name[names];
+            e = EraName{reinterpret_cast<const unsigned char *>(bytes), static_cast<int32_t>(length),
+                        reader.found().era, 0};
+            int32_t *link = &index.by_first[static_cast<unsigned char>(bytes[0])];
+            while (*link != 0) link = &index.name[*link - 1].next;
+            *link = ++names;
         }
         return true;
     }
@@ -881,8 +905,14 @@ const ParseProgram *program_for(nu_locale_rec *h, const void *key, size_t key_by
     if (wide_format == nullptr) return nullptr;
     const int32_t error = h->error;
     ParseProgram *p = Compiler(h).compile(wide_format, key, key_bytes, wide);
-    h->error = error;   // the interpreter reports what compiling met
-    if (p == nullptr || keep_program(h, kParseProgram, &p->header) == nullptr) return nullptr;
+    if (p == nullptr || keep_program(h, kParseProgram, &p->header) == nullptr) {
+        h->error = error;   // the interpreter reports what compiling met
+        return nullptr;
+    }
+    // A program that reads era names from the bytes finds the spans made: they last as long
+    // as it does.
+    if (p->eras != 0 && era_spans(h) == nullptr) p->bytes = 0;
+    h->error = error;
     return p;
 }
 
@@ -912,18 +942,20 @@ int ascii_name(const unsigned char *in, const char *name) {
     return i;
 }
 
-// The era whose name's bytes stand at *in (which then passes them): the era `pick` gives for
-// it; -1 when none does.
-int exact_era(const TimeFields &t, const unsigned char *&in, const int32_t *pick) {
-    for (int i = 0; i < t.era_count; ++i) {
-        const auto *name = reinterpret_cast<const unsigned char *>(t.eras[i].name.mb);
-        if (name[0] != in[0] || pick[i] < 0) continue;
-        int k = 1;
-        while (name[k] != 0 && name[k] == in[k]) ++k;   // a mismatch stops at the terminator
-        if (name[k] == 0) {
-            in += k;
-            return pick[i];
+// The era whose name's bytes stand at *in (which then passes them); -1 when none does.
+inline int exact_era(const EraIndex &index, const unsigned char *&in) {
+    for (int32_t c = index.by_first[in[0]]; c != 0;) {
+        const EraName &e = index.name[c - 1];
+        // A mismatch stops the comparison, so nothing past the text's terminator is read.
+        const size_t length = static_cast<size_t>(e.length);
+        size_t k = 1;
+        for (; k < length; ++k)
+            if (e.name[k] != in[k]) break;
+        if (k == length) {
+            in += length;
+            return e.pick;
         }
+        c = e.next;
     }
     return -1;
 }
@@ -982,8 +1014,9 @@ const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text
             in += am + pm;
         } else if (step->kind == ParseStep::kConversion && step->conv.c == 'C') {   // %EC
             blanks();
-            const int era = exact_era(t, in, reinterpret_cast<const int32_t *>(
-                                                 reinterpret_cast<const unsigned char *>(&p) + p.eras));
+            const int era = exact_era(*reinterpret_cast<const EraIndex *>(
+                                          reinterpret_cast<const unsigned char *>(&p) + p.eras),
+                                      in);
             if (era < 0) return nullptr;
             v.era = era;
             v.want_era = true;
@@ -999,9 +1032,9 @@ const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text
 bool deliver_plain(nu_locale_rec *h, const Found &v, nu_time_rec *t) {
     int64_t full_year = v.year;
     if (v.want_era && v.era >= 0) {   // the era's name was read: the year counts in it
-        const EraSpan *spans = known_era_spans(h);
-        if (spans == nullptr) return fail(h, NU_ENOMEM), false;
-        full_year = full_year_of_era(h->time, spans, v.era,
+        // The program that read it made the spans, which last as long as it does.
+        const EraSpan *spans = static_cast<const DerivedHead *>(h->time.era_cache)->spans;
+        full_year = full_year_of_era(spans, v.era,
                                      v.era_year >= 0 ? v.era_year : h->time.eras[v.era].offset);
     }
     if (full_year < 1 || full_year > 9999) return fail(h, NU_EYEAR), false;
@@ -1083,37 +1116,65 @@ namespace {
 
 } // namespace
 
-NU_EXPORT char *nu_mbsptime(nu_locale_t h, const char *text, const char *format,
-                            nu_time_rec *t) {
+namespace {
+
+// A format compiled to be read from the bytes, the text read so; by the wide reader where
+// that cannot decide.
+[[gnu::noinline]] char *parse_bytes(nu_locale_rec *h, const char *text, const char *format,
+                                    nu_time_rec *t, const ParseProgram *program) {
+    Found v;
+    const char *end = read_bytes(h, *program, text, v);
+    // The text is read as a whole string of the code set: what follows must decode too
+    // (the wide reader widens all of it, and reports what does not).
+    if (end != nullptr && !h->single_byte) {
+        const auto *p = reinterpret_cast<const unsigned char *>(end);
+        while (*p != 0) {
+            const Walk step = walk(h->ctype.class_table, p, 4);
+            if (step.status != 0) {
+                end = nullptr;
+                break;
+            }
+            p += step.length;
+        }
+    }
+    if (end != nullptr && program->plain != 0)
+        return deliver_plain(h, v, t) ? const_cast<char *>(end) : nullptr;
+    if (end != nullptr) {
+        nu_time_rec r{};
+        if (assemble(h, v, &r) < 0) return nullptr;
+        deliver(r, t);
+        return const_cast<char *>(end);
+    }
+    return parse_widened(h, text, format, t, program, true);
+}
+
+// nu_mbsptime but for the common call below.
+[[gnu::noinline]] char *parse_multibyte(nu_locale_rec *h, const char *text, const char *format,
+                                        nu_time_rec *t) {
     if (nus::no_handle(h) || nus::missing(h, text, format, t)) return nullptr;
     // The format's bytes name its compiled form where a terminator is one byte.
     const bool keyed = term_length(h) == 1;
     const ParseProgram *program =
         keyed ? reinterpret_cast<const ParseProgram *>(find_format_program(h, kParseProgram, format)) : nullptr;
-    if (program != nullptr && program->bytes != 0) {
-        Found v;
-        const char *end = read_bytes(h, *program, text, v);
-        // The text is read as a whole string of the code set: what follows must decode too
-        // (the wide reader widens all of it, and reports what does not).
-        if (end != nullptr && !h->single_byte) {
-            const auto *p = reinterpret_cast<const unsigned char *>(end);
-            while (*p != 0) {
-                const Walk step = walk(h->ctype.class_table, p, 4);
-                if (step.status != 0) {
-                    end = nullptr;
-                    break;
-                }
-                p += step.length;
+    if (program != nullptr && program->bytes != 0) return parse_bytes(h, text, format, t, program);
+    return parse_widened(h, text, format, t, program, keyed);
+}
+
+} // namespace
+
+NU_EXPORT char *nu_mbsptime(nu_locale_t h, const char *text, const char *format,
+                            nu_time_rec *t) {
+    // The common call, the format used last read from the bytes, without a frame of its own
+    // (a program kept under a format's bytes was made for a one-byte terminator, and goes
+    // with the CTYPE it was made for).
+    if (h != nullptr && text != nullptr && format != nullptr && t != nullptr) {
+        if (const auto *d = static_cast<const DerivedHead *>(h->time.era_cache)) {
+            const ProgramHeader *last = d->last[kParseProgram];
+            if (same_format(last, reinterpret_cast<const unsigned char *>(format))) {
+                const auto *program = reinterpret_cast<const ParseProgram *>(last);
+                if (program->bytes != 0) return parse_bytes(h, text, format, t, program);
             }
         }
-        if (end != nullptr && program->plain != 0)
-            return deliver_plain(h, v, t) ? const_cast<char *>(end) : nullptr;
-        if (end != nullptr) {
-            nu_time_rec r{};
-            if (assemble(h, v, &r) < 0) return nullptr;
-            deliver(r, t);
-            return const_cast<char *>(end);
-        }
     }
-    return parse_widened(h, text, format, t, program, keyed);
+    return parse_multibyte(h, text, format, t);
 }

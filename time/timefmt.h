@@ -108,11 +108,9 @@ int era_by_fields(const EraSpan *spans, int count, int32_t year, int32_t month, 
 inline int64_t year_in_era(const EraSpan *spans, int era, int32_t year) {
     return spans[era].year_base + int64_t{year} * spans[era].absolute_direction;
 }
-// Its inverse: the full year of year `era_year` of era `era`.
-inline int64_t full_year_of_era(const TimeFields &t, const EraSpan *spans, int era,
-                                int64_t era_year) {
-    return int64_t{spans[era].start[0]} +
-           (era_year - t.eras[era].offset) * spans[era].absolute_direction + 1900;
+// Its inverse: the full year of year `era_year` of era `era` (the direction is 1 or -1).
+inline int64_t full_year_of_era(const EraSpan *spans, int era, int64_t era_year) {
+    return (era_year - spans[era].year_base) * spans[era].absolute_direction + 1900;
 }
 
 // ---- what the formatter and parser derive from the record, kept per handle ------------------
