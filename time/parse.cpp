@@ -230,11 +230,27 @@ struct EraIndex {
     int32_t by_first[256];   // 1 + the first name that begins with the byte, or 0
     EraName name[1];
 };
+// The day or month names a compiled format reads from the bytes: each distinct spelling in the
+// code set, with what the wide reader makes of it alone; chained by the first byte without
+// regard to case.
+struct ByteName {
+    int32_t at;          // offset of its bytes from the index
+    int32_t length;      // bytes, at least 1
+    int32_t next;        // 1 + the next name of the chain, or 0
+    int32_t month;       // %b: the month name's index
+    int32_t wday;        // %a: the day of week, and every day that has the name
+    uint32_t wday_set;
+};
+struct NameIndex {
+    int32_t by_first[128];   // 1 + the first name beginning with the ASCII byte, or 0
+    ByteName name[1];
+};
 struct ParseProgram {
     ProgramHeader header;
     int32_t bytes;   // only numbers, white space and literal text: read_bytes may read it
     int32_t plain;   // and the numbers are Gregorian days, months, years and times of day (with am/pm)
     int32_t eras;    // %EC read from the bytes: offset of the EraIndex (or 0)
+    int32_t names[2];   // %a %A, %b %B %h read from the bytes: offset of their NameIndex (or 0)
     int32_t steps;
     ParseStep step[1];
 };
@@ -762,7 +778,19 @@ public:
         const size_t era_count = era_names ? static_cast<size_t>(h_->time.era_count) : 0;
         const size_t picks_at = (head + key_bytes + 7) & ~size_t{7};
         const size_t index_bytes = era_count > 0 ? offsetof(EraIndex, name) + era_count * sizeof(EraName) : 0;
-        auto *block = alloc_array<unsigned char>(picks_at + index_bytes);
+        // The names of days and months the steps read, spelled in the code set.
+        size_t names_at[2] = {0, 0}, end = picks_at + index_bytes;
+        for (int kind = 0; kind < 2; ++kind) {
+            bool wanted = false;
+            for (int i = 0; i < steps_; ++i)
+                wanted |= step_[i].kind == ParseStep::kConversion && step_[i].conv.mod == 0 &&
+                          names_kind(step_[i].conv.c) == kind;
+            if (!wanted || !build_names(kind == 0 ? kCacheDays : kCacheMonths, spellings_[kind]))
+                continue;
+            names_at[kind] = (end + 7) & ~size_t{7};
+            end = names_at[kind] + spellings_[kind].bytes();
+        }
+        auto *block = alloc_array<unsigned char>(end);
         if (block == nullptr) return nullptr;
         auto *p = reinterpret_cast<ParseProgram *>(block);
         p->header.key = block + head;
@@ -776,6 +804,10 @@ public:
         p->eras = 0;
         if (era_count > 0 && era_index(*reinterpret_cast<EraIndex *>(block + picks_at)))
             p->eras = static_cast<int32_t>(picks_at);
+        for (int kind = 0; kind < 2; ++kind) {
+            p->names[kind] = static_cast<int32_t>(names_at[kind]);
+            if (names_at[kind] != 0) spellings_[kind].write(block + names_at[kind]);
+        }
         const bool ampm = ascii_am_pm(h_->time);
         for (int i = 0; i < steps_; ++i) {
             p->step[i] = step_[i];
@@ -792,7 +824,13 @@ public:
             } else if (step.kind == ParseStep::kConversion) {
                 const bool am_pm = (c == 'p' || c == 'P') && step.conv.mod == 0 && ampm;
                 const bool era = c == 'C' && step.conv.mod == 'E' && p->eras != 0;
-                if (!am_pm && !era && (step.conv.mod != 0 || (c != 'n' && c != 't'))) p->bytes = 0;
+                const int kind = names_kind(c);
+                const bool name = kind >= 0 && step.conv.mod == 0 && p->names[kind] != 0;
+                const bool zone = c == 'Z' && step.conv.mod == 0;
+                if (!am_pm && !era && !name && !zone &&
+                    (step.conv.mod != 0 || (c != 'n' && c != 't')))
+                    p->bytes = 0;
+                if (kind >= 0) p->plain = 0;   // the date decides what a name stands for
             }
             if (step.kind == ParseStep::kNumber && i + 1 < steps_ &&
                 step_[i + 1].kind == ParseStep::kLiteral) {
@@ -812,6 +850,88 @@ public:
     }
 
 private:
+    // Which names %a %A (0) or %b %B %h (1) read; -1 for other conversions.
+    static int names_kind(nu_wchar c) {
+        return c == 'a' || c == 'A' ? 0 : c == 'b' || c == 'B' || c == 'h' ? 1 : -1;
+    }
+
+    // The spellings of a kind of names as the bytes reader finds them, made on the stack.
+    struct Spellings {
+        static constexpr int kMax = 4 * kMonthSlots;
+        int32_t by_first[128];
+        ByteName name[kMax];
+        int32_t count;
+        size_t used;
+        unsigned char pool[kMax * 32];
+        size_t bytes() const { return offsetof(NameIndex, name) + count * sizeof(ByteName) + used; }
+        void write(unsigned char *to) const {
+            auto &index = *reinterpret_cast<NameIndex *>(to);
+            std::memcpy(index.by_first, by_first, sizeof by_first);
+            const size_t pool_at = offsetof(NameIndex, name) + count * sizeof(ByteName);
+            for (int i = 0; i < count; ++i) {
+                index.name[i] = name[i];
+                index.name[i].at += static_cast<int32_t>(pool_at);
+            }
+            std::memcpy(to + pool_at, pool, used);
+        }
+    };
+
+    // Day or month names can be read from the bytes when each begins with an ASCII character,
+    // the code set cases ASCII as ASCII does and no character of a name beyond ASCII has an
+    // ASCII case: a name then matches the bytes of the text exactly but for the case of ASCII
+    // letters wherever it matches the characters, unless the text has a character beyond
+    // ASCII that may fold to the name's (the reader then leaves the text to the wide reader).
+    // What each spelling stands for is what the wide reader makes of it alone: the longest
+    // name wins there as here.
+    bool build_names(int kind, Spellings &out) {
+        NameTable *table = known_name_table(h_, kind);
+        if (table == nullptr || table->every) return false;
+        for (nu_wchar c = 1; c < 0x80; ++c) {
+            const nu_wchar lower = c - 'A' < 26u ? c | 0x20 : c, upper = c - 'a' < 26u ? c & ~0x20u : c;
+            if (to_lower(h_, c) != lower || to_upper(h_, c) != upper) return false;
+        }
+        static constexpr nu_wchar kDays[] = {'%', 'a', 0}, kMonths[] = {'%', 'b', 0};
+        std::fill(std::begin(out.by_first), std::end(out.by_first), 0);
+        out.count = 0;
+        out.used = 0;
+        for (int k = 0; k < table->count; ++k) {
+            const Name &n = table->names[k];
+            if (n.length == 0) continue;
+            if (n.text[0] >= 0x80) return false;
+            unsigned char bytes[sizeof out.pool / Spellings::kMax];
+            size_t length = 0;
+            for (int i = 0; i < n.length; ++i) {
+                // No character beyond ASCII has an ASCII case.
+                if (n.text[i] >= 0x80 && (n.lower[i] < 0x80 || n.upper[i] < 0x80)) return false;
+                if (length + 4 > sizeof bytes) return false;
+                const int b = encode(h_, bytes + length, n.text[i]);
+                if (b <= 0) return false;
+                length += static_cast<size_t>(b);
+            }
+            bool met = false;
+            for (int i = 0; i < out.count && !met; ++i)
+                met = static_cast<size_t>(out.name[i].length) == length &&
+                      std::memcmp(out.pool + out.name[i].at, bytes, length) == 0;
+            if (met) continue;
+            Parser reader(h_, n.text);
+            if (reader.run(kind == kCacheDays ? kDays : kMonths, 0) != 0 ||
+                reader.position() != n.text + n.length || out.count == Spellings::kMax)
+                return false;
+            const Found &f = reader.found();
+            out.name[out.count] = ByteName{static_cast<int32_t>(out.used), static_cast<int32_t>(length),
+                                           0, f.month_name, f.wday, f.wday_set};
+            std::memcpy(out.pool + out.used, bytes, length);
+            out.used += length;
+            // Appended to the chain of its first byte, which both cases of a letter begin.
+            const unsigned first = bytes[0];
+            int32_t *link = &out.by_first[first];
+            while (*link != 0) link = &out.name[*link - 1].next;
+            *link = ++out.count;
+            if ((first | 0x20) - 'a' < 26u) out.by_first[first ^ 0x20] = out.by_first[first];
+        }
+        return out.count > 0;
+    }
+
     // Era names can be read from the bytes when none begins another (without regard to
     // case) unless the two are the same, and none begins with white space: an exact match
     // is then the only name the text can hold. Names written alike stand for the era the
@@ -893,6 +1013,7 @@ private:
     nu_locale_rec *h_;
     ParseStep step_[kSteps];
     int steps_ = 0;
+    Spellings spellings_[2];
 };
 
 // The compiled form of a format given as `key` (its bytes, or its wide characters), made on
@@ -960,6 +1081,58 @@ inline int exact_era(const EraIndex &index, const unsigned char *&in) {
     return -1;
 }
 
+// Whether the character at `in` (a byte beyond ASCII first) may match the ASCII character b
+// without regard to case, as the wide reader compares them; an undecodable one may.
+inline bool may_fold_to(nu_locale_rec *h, const unsigned char *in, unsigned b) {
+    nu_wchar wc = in[0];
+    if (!h->single_byte) {
+        const Walk w = walk(h->ctype.class_table, in, 4);
+        if (w.status != 0) return true;
+        wc = w.wc;
+    }
+    const unsigned lower = b - 'A' < 26u ? b | 0x20 : b, upper = b - 'a' < 26u ? b & ~0x20u : b;
+    return to_lower(h, wc) == lower || to_upper(h, wc) == upper;
+}
+
+// The longest day or month name at `in` (an ASCII byte); null when none is there, or when the
+// wide reader must decide (a character beyond ASCII differs from a name's where cases may
+// still match, or two names as long stand for different things).
+inline const ByteName *byte_name(nu_locale_rec *h, const NameIndex &index,
+                                 const unsigned char *in) {
+    const ByteName *best = nullptr;
+    const auto *base = reinterpret_cast<const unsigned char *>(&index);
+    for (int32_t c = index.by_first[in[0]]; c != 0;) {
+        const ByteName &e = index.name[c - 1];
+        c = e.next;
+        const unsigned char *name = base + e.at;
+        // The first bytes agree but for case (the chain); a byte of the text is read only
+        // once the one before it is known to be no terminator. The bytes before a mismatch
+        // are whole characters of both.
+        const size_t length = static_cast<size_t>(e.length);
+        size_t k = 1;
+        for (; k < length; ++k) {
+            const unsigned a = in[k], b = name[k];
+            if (a == b) continue;
+            if (a < 0x80 && b < 0x80) {
+                if (((a ^ b) != 0x20) || ((a | 0x20) - 'a' >= 26u)) break;
+                continue;
+            }
+            // An ASCII character of the text never matches one beyond ASCII of a name (the
+            // names were chosen so); one beyond ASCII of the text may match an ASCII one.
+            if (a < 0x80 || (b < 0x80 && !may_fold_to(h, in + k, b))) break;
+            return nullptr;
+        }
+        if (k < length) continue;
+        if (best == nullptr || e.length > best->length) {
+            best = &e;
+        } else if (e.length == best->length &&
+                   (e.month != best->month || e.wday != best->wday || e.wday_set != best->wday_set)) {
+            return nullptr;
+        }
+    }
+    return best;
+}
+
 const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text, Found &v) {
     const auto *in = reinterpret_cast<const unsigned char *>(text);
     const TimeFields &t = h->time;
@@ -1020,6 +1193,26 @@ const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text
             if (era < 0) return nullptr;
             v.era = era;
             v.want_era = true;
+        } else if (step->kind == ParseStep::kConversion && step->conv.c == 'Z') {   // a zone's name
+            if (!skip()) return nullptr;
+            while ((*in | 0x20u) - 'a' < 26u) ++in;
+        } else if (step->kind == ParseStep::kConversion && step->conv.c != 'n' &&
+                   step->conv.c != 't') {   // a day's or month's name
+            if (!skip()) return nullptr;
+            const bool day = step->conv.c == 'a' || step->conv.c == 'A';
+            const ByteName *e = byte_name(h, *reinterpret_cast<const NameIndex *>(
+                                              reinterpret_cast<const unsigned char *>(&p) + p.names[day ? 0 : 1]),
+                                          in);
+            if (e == nullptr) return nullptr;
+            in += e->length;
+            if (day) {
+                v.wday = e->wday;
+                v.wday_set = e->wday_set;
+            } else {
+                v.month_name = e->month;
+                v.have_month = true;
+                v.gregorian = false;
+            }
         } else if (!skip()) {   // white space, %n, %t
             return nullptr;
         }
