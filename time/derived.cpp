@@ -154,7 +154,7 @@ const ProgramHeader *find_program(nu_locale_rec *h, ProgramKind kind, const char
     if (d == nullptr) return nullptr;
     const auto *f = reinterpret_cast<const unsigned char *>(format);
     for (const ProgramHeader *p : d->programs[kind])
-        if (same_format(p, f)) return d->head.last[kind] = p;
+        if (p != nullptr && p->wide == 0 && same_format(p, f)) return d->head.last[kind] = p;
     return nullptr;
 }
 
@@ -165,9 +165,10 @@ ProgramHeader *keep_program(nu_locale_rec *h, ProgramKind kind, ProgramHeader *p
         return nullptr;
     }
     ProgramHeader *&slot = d->programs[kind][d->next[kind]];
+    if (d->head.last[kind] == slot) d->head.last[kind] = nullptr;
     _nu_free_ptr(slot);
     slot = program;
-    d->head.last[kind] = program;
+    if (program->wide == 0) d->head.last[kind] = program;
     d->next[kind] = (d->next[kind] + 1) % kProgramSlots;
     return program;
 }

@@ -199,7 +199,7 @@ inline constexpr int16_t kEraChanges = -2;
 struct DerivedHead {
     EraSpan *spans;
     NameTable *names[kTimeCaches];   // made by name_table
-    const ProgramHeader *last[kProgramKinds];
+    const ProgramHeader *last[kProgramKinds];   // of a multibyte format
     // With the spans: for each year (counted from 1900) the era of every date in it, -1 for
     // none, or kEraChanges when that is not the same all year.
     int16_t era_of_year[kEraYears];
@@ -248,8 +248,9 @@ inline int find_era(nu_locale_rec *h, int32_t year, int32_t month, int32_t mday,
 // find_program of a multibyte format, the program used last tried first without a call.
 // Compared as the strings they are: a shorter format stops at its terminator (a key holds no
 // zero byte), so nothing past it is read.
+// (The program used last for a kind is always one of a multibyte format.)
 inline bool same_format(const ProgramHeader *p, const unsigned char *f) {
-    if (p == nullptr || p->wide != 0) return false;
+    if (p == nullptr) return false;
     // Counted up to the end from below it: a byte of the format is read only once the one
     // before it, equal to a byte of the key, is known to be no terminator.
     const ptrdiff_t n = p->key_bytes;   // at least 1

@@ -243,6 +243,16 @@ TEST_F(TimeFormat, EveryParseFailureHasItsCode) {
     EXPECT_EQ(ymd(parsed).year, 1969);
     EXPECT_EQ(parse_error(en(), "19 05", "%C %y"), 0);
     EXPECT_EQ(ymd(parsed).year, 1905);
+    // The format read last, its compiled form then pushed out by wide formats: read again.
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(parse_error(en(), "2024-02-03", "%Y-%m-%d"), 0);
+        EXPECT_EQ(ymd(parsed), (Ymd{2024, 1, 3}));
+        for (nu_wchar c = 'a'; c < 'a' + 6; ++c) {
+            const nu_wchar wide_format[] = {'%', 'Y', c, 0}, wide_text[] = {'1', '9', '9', '9', c, 0};
+            nu_time_rec w{};
+            EXPECT_NE(nu_wcsptime(en(), wide_text, wide_format, &w), nullptr);
+        }
+    }
     // Week and weekday name the date.
     EXPECT_EQ(parse_error(en(), "2024 09 Tue", "%Y %W %a"), 0);
     EXPECT_EQ(ymd(parsed), (Ymd{2024, 1, 27}));
