@@ -964,20 +964,13 @@ private:
     if ((p.lean & kLeanEra) != 0) {
         // The program was found in the per-handle block, which has the spans since it was
         // compiled (they go with it).
-        const auto *d = static_cast<const DerivedHead *>(tf.era_cache);
-        const EraSpan *spans = d->spans;
-        const int32_t year = t->year;
-        int era = static_cast<uint32_t>(year) < kEraYears ? d->era_of_year[year] : kEraChanges;
-        if (era < 0) {
-            if (era != kEraChanges) return -1;
-            era = era_of(spans, tf.era_count, year, t->month, t->mday);
-            if (era < 0) return -1;
-        }
-        const EraSpan &span = spans[era];
-        const int64_t y = span.year_base + int64_t{year} * span.absolute_direction;
+        const EraSpan *spans = static_cast<const DerivedHead *>(tf.era_cache)->spans;
+        const int era = era_of_date(h, spans, t->year, t->month, t->mday);
+        if (era < 0) return -1;
+        const int64_t y = year_in_era(spans, era, t->year);
         if (y < 0 || y > 99999) return -1;
-        era_name = reinterpret_cast<const unsigned char *>(span.name);
-        era_bytes = span.name_bytes;
+        era_name = reinterpret_cast<const unsigned char *>(spans[era].name);
+        era_bytes = spans[era].name_bytes;
         era_year = static_cast<int>(y);
     }
     // Written at w, up to limit, where the terminator goes at the latest.
@@ -1141,13 +1134,8 @@ NU_EXPORT int nu_mbsftime(nu_locale_t h, char *out, int size, const char *format
     // The common call, the format used last with a lean program, without a frame of its own.
     if (h != nullptr && out != nullptr && format != nullptr && t != nullptr && size > 0 &&
         h->companion_flag[cat_index(NU_CTYPE)] == 0) {
-        if (const auto *d = static_cast<const DerivedHead *>(h->time.era_cache)) {
-            const ProgramHeader *last = d->last[kFormatProgram];
-            if (same_format(last, reinterpret_cast<const unsigned char *>(format))) {
-                const auto *p = reinterpret_cast<const FormatProgram *>(last);
-                if (p->lean != 0) return format_lean(h, out, size, format, t, p);
-            }
-        }
+        const auto *p = reinterpret_cast<const FormatProgram *>(last_program(h, kFormatProgram, format));
+        if (p != nullptr && p->lean != 0) return format_lean(h, out, size, format, t, p);
     }
     return format_multibyte(h, out, size, format, t);
 }

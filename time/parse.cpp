@@ -762,6 +762,14 @@ bool ascii_am_pm(const TimeFields &t) {
     return false;
 }
 
+// Appends entry `number` (counted from 1) to the end of the chain that *head begins, whose
+// links are the entries' `next` (0 ends it).
+template <class Entry>
+void append_to_chain(int32_t *head, Entry *entries, int32_t number) {
+    while (*head != 0) head = &entries[*head - 1].next;
+    *head = number;
+}
+
 // Compiles a format for the parser; null when it is better interpreted (malformed or long: the
 // interpreter then reports what it meets where it meets it).
 class Compiler {
@@ -886,10 +894,8 @@ private:
     bool build_names(int kind, Spellings &out) {
         NameTable *table = known_name_table(h_, kind);
         if (table == nullptr || table->every) return false;
-        for (nu_wchar c = 1; c < 0x80; ++c) {
-            const nu_wchar lower = c - 'A' < 26u ? c | 0x20 : c, upper = c - 'a' < 26u ? c & ~0x20u : c;
-            if (to_lower(h_, c) != lower || to_upper(h_, c) != upper) return false;
-        }
+        for (nu_wchar c = 1; c < 0x80; ++c)
+            if (to_lower(h_, c) != ascii_lower(c) || to_upper(h_, c) != ascii_upper(c)) return false;
         static constexpr nu_wchar kDays[] = {'%', 'a', 0}, kMonths[] = {'%', 'b', 0};
         std::fill(std::begin(out.by_first), std::end(out.by_first), 0);
         out.count = 0;
@@ -924,10 +930,8 @@ private:
             out.used += length;
             // Appended to the chain of its first byte, which both cases of a letter begin.
             const unsigned first = bytes[0];
-            int32_t *link = &out.by_first[first];
-            while (*link != 0) link = &out.name[*link - 1].next;
-            *link = ++out.count;
-            if ((first | 0x20) - 'a' < 26u) out.by_first[first ^ 0x20] = out.by_first[first];
+            append_to_chain(&out.by_first[first], out.name, ++out.count);
+            out.by_first[ascii_lower(first)] = out.by_first[ascii_upper(first)] = out.by_first[first];
         }
         return out.count > 0;
     }
@@ -966,9 +970,7 @@ private:
             EraName &e = index.name[names];
             e = EraName{reinterpret_cast<const unsigned char *>(bytes), static_cast<int32_t>(length),
                         reader.found().era, 0};
-            int32_t *link = &index.by_first[static_cast<unsigned char>(bytes[0])];
-            while (*link != 0) link = &index.name[*link - 1].next;
-            *link = ++names;
+            append_to_chain(&index.by_first[static_cast<unsigned char>(bytes[0])], index.name, ++names);
         }
         return true;
     }
@@ -1058,7 +1060,7 @@ int ascii_name(const unsigned char *in, const char *name) {
         const unsigned a = in[i], b = static_cast<unsigned char>(name[i]);
         if (a == b) continue;
         if (a >= 0x80) return -1;
-        if (!(((a ^ b) == 0x20) && ((a | 0x20) - 'a' < 26u))) return 0;
+        if (!ascii_case_pair(a, b)) return 0;
     }
     return i;
 }
@@ -1090,8 +1092,7 @@ inline bool may_fold_to(nu_locale_rec *h, const unsigned char *in, unsigned b) {
         if (w.status != 0) return true;
         wc = w.wc;
     }
-    const unsigned lower = b - 'A' < 26u ? b | 0x20 : b, upper = b - 'a' < 26u ? b & ~0x20u : b;
-    return to_lower(h, wc) == lower || to_upper(h, wc) == upper;
+    return to_lower(h, wc) == ascii_lower(b) || to_upper(h, wc) == ascii_upper(b);
 }
 
 // The longest day or month name at `in` (an ASCII byte); null when none is there, or when the
@@ -1114,7 +1115,7 @@ inline const ByteName *byte_name(nu_locale_rec *h, const NameIndex &index,
             const unsigned a = in[k], b = name[k];
             if (a == b) continue;
             if (a < 0x80 && b < 0x80) {
-                if (((a ^ b) != 0x20) || ((a | 0x20) - 'a' >= 26u)) break;
+                if (!ascii_case_pair(a, b)) break;
                 continue;
             }
             // An ASCII character of the text never matches one beyond ASCII of a name (the
@@ -1173,7 +1174,7 @@ const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text
         } else if (step->kind == ParseStep::kLiteral) {
             if (step->length == 0) {
                 const unsigned b = *in, c = step->conv.c;
-                if (b != c && !(((b ^ c) == 0x20) && ((b | 0x20) - 'a' < 26u))) return nullptr;
+                if (b != c && !ascii_case_pair(b, c)) return nullptr;
                 ++in;
             } else {
                 if (!same_bytes(in, step->bytes, step->length)) return nullptr;
@@ -1361,13 +1362,8 @@ NU_EXPORT char *nu_mbsptime(nu_locale_t h, const char *text, const char *format,
     // (a program kept under a format's bytes was made for a one-byte terminator, and goes
     // with the CTYPE it was made for).
     if (h != nullptr && text != nullptr && format != nullptr && t != nullptr) {
-        if (const auto *d = static_cast<const DerivedHead *>(h->time.era_cache)) {
-            const ProgramHeader *last = d->last[kParseProgram];
-            if (same_format(last, reinterpret_cast<const unsigned char *>(format))) {
-                const auto *program = reinterpret_cast<const ParseProgram *>(last);
-                if (program->bytes != 0) return parse_bytes(h, text, format, t, program);
-            }
-        }
+        const auto *program = reinterpret_cast<const ParseProgram *>(last_program(h, kParseProgram, format));
+        if (program != nullptr && program->bytes != 0) return parse_bytes(h, text, format, t, program);
     }
     return parse_multibyte(h, text, format, t);
 }

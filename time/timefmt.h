@@ -55,12 +55,20 @@ inline bool is_space(nu_locale_rec *h, nu_wchar wc) {
     return _nu_im_iswctype(h, wc, NU_CLASS_SPACE) != 0;
 }
 
+// Two different ASCII characters that are one letter in either case.
+constexpr bool ascii_case_pair(unsigned a, unsigned b) {
+    return ((a ^ b) == 0x20) && ((a | 0x20) - 'a' < 26u);
+}
+// An ASCII character's lower and upper case as ASCII has them.
+constexpr unsigned ascii_lower(unsigned c) { return c - 'A' < 26u ? c | 0x20 : c; }
+constexpr unsigned ascii_upper(unsigned c) { return c - 'a' < 26u ? c & ~0x20u : c; }
+
 // One character of input against one of a name, without regard to case: ASCII directly,
 // others through the locale's case maps, lower and then upper case (final and medial sigma
 // lower differently but upper alike).
 inline bool eq_fold(nu_locale_rec *h, nu_wchar a, nu_wchar b) {
     if (a == b) return true;
-    if (a < 0x80 && b < 0x80) return ((a ^ b) == 0x20) && ((a | 0x20) - 'a' < 26u);
+    if (a < 0x80 && b < 0x80) return ascii_case_pair(a, b);
     return to_lower(h, a) == to_lower(h, b) || to_upper(h, a) == to_upper(h, b);
 }
 
@@ -163,7 +171,7 @@ inline int match_name(nu_locale_rec *h, const Name &n, const nu_wchar *in) {
         if (a == b) continue;   // b is never 0 within the name, so neither is a
         if (a == 0) return 0;
         if (a < 0x80 && b < 0x80) {
-            if (((a ^ b) == 0x20) && ((a | 0x20) - 'a' < 26u)) continue;
+            if (ascii_case_pair(a, b)) continue;
             return 0;
         }
         if (to_lower(h, a) != n.lower[i] && to_upper(h, a) != n.upper[i]) return 0;
@@ -225,11 +233,10 @@ inline NameTable *known_name_table(nu_locale_rec *h, int kind) {
 // gave: -1 for none.
 inline int era_of_date(nu_locale_rec *h, const EraSpan *spans, int32_t year, int32_t month,
                        int32_t mday) {
-    if (static_cast<uint32_t>(year) < kEraYears) {
-        const int era = static_cast<const DerivedHead *>(h->time.era_cache)->era_of_year[year];
-        if (era != kEraChanges) return era;
-    }
-    return era_of(spans, h->time.era_count, year, month, mday);
+    const int era = static_cast<uint32_t>(year) < kEraYears
+                        ? static_cast<const DerivedHead *>(h->time.era_cache)->era_of_year[year]
+                        : kEraChanges;
+    return era != kEraChanges ? era : era_of(spans, h->time.era_count, year, month, mday);
 }
 
 // The index of the era a date (year - 1900, month from 0, day) falls in, with the spans in
@@ -245,14 +252,11 @@ inline int find_era(nu_locale_rec *h, int32_t year, int32_t month, int32_t mday,
     return era_by_fields(spans, h->time.era_count, year, month, mday);
 }
 
-// find_program of a multibyte format, the program used last tried first without a call.
-// Compared as the strings they are: a shorter format stops at its terminator (a key holds no
-// zero byte), so nothing past it is read.
-// (The program used last for a kind is always one of a multibyte format.)
+// Whether the multibyte format f is the key of program p (not null): compared as the strings
+// they are, counted up to the key's end from below it, so that a byte of the format is read
+// only once the one before it, equal to a byte of the key (which holds no zero), is known to be
+// no terminator.
 inline bool same_format(const ProgramHeader *p, const unsigned char *f) {
-    if (p == nullptr) return false;
-    // Counted up to the end from below it: a byte of the format is read only once the one
-    // before it, equal to a byte of the key, is known to be no terminator.
     const ptrdiff_t n = p->key_bytes;   // at least 1
     const unsigned char *k = p->key + n;
     f += n;
@@ -262,10 +266,19 @@ inline bool same_format(const ProgramHeader *p, const unsigned char *f) {
     } while (++i != 0);
     return *f == 0;
 }
-inline const ProgramHeader *find_format_program(nu_locale_rec *h, ProgramKind kind, const char *format) {
+// The program of `kind` used last when its format is `format`, found without a call; null
+// otherwise (the program used last is always one of a multibyte format).
+inline const ProgramHeader *last_program(nu_locale_rec *h, ProgramKind kind, const char *format) {
     const auto *d = static_cast<const DerivedHead *>(h->time.era_cache);
     if (d == nullptr) return nullptr;
-    if (same_format(d->last[kind], reinterpret_cast<const unsigned char *>(format))) return d->last[kind];
+    const ProgramHeader *last = d->last[kind];
+    return last != nullptr && same_format(last, reinterpret_cast<const unsigned char *>(format))
+               ? last
+               : nullptr;
+}
+// find_program of a multibyte format, the program used last tried first.
+inline const ProgramHeader *find_format_program(nu_locale_rec *h, ProgramKind kind, const char *format) {
+    if (const ProgramHeader *p = last_program(h, kind, format)) return p;
     return find_program(h, kind, format);
 }
 
