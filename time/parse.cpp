@@ -245,10 +245,37 @@ struct NameIndex {
     int32_t by_first[128];   // 1 + the first name beginning with the ASCII byte, or 0
     ByteName name[1];
 };
+// A compiled format whose numbers are Gregorian days, months, years and times of day (with
+// am/pm or an era), each field read at most one way, read from the bytes by read_plain: one
+// operation a step, each number stored in its slot as read.
+enum PlainSlot : uint8_t { kSecond, kMinute, kHour, kHour12, kMday, kMonth, kYear, kEraYear, kPm, kEra, kSlots };
+constexpr int32_t kPlainStart[kSlots] = {0, 0, 0, -1, 1, 1, 1900, -1, -1, -1};
+struct PlainOp {
+    enum : uint8_t {
+        kEnd,
+        kTwoDigits,    // a number of at most two digits, then `length` bytes of literal text (0 to 3)
+        kTwoDigits1,
+        kTwoDigits2,
+        kTwoDigits3,
+        kDigits,       // a number of at most `digits` digits, then `length` bytes
+        kExact,        // `length` bytes of literal text (1 to 4)
+        kLetter,       // an ASCII letter without regard to case (bytes[0]: in lower case)
+        kBlank,        // white space, %n, %t
+        kAmPm,
+        kEraName,
+        kZone,
+    };
+    uint8_t op;
+    uint8_t slot;
+    uint8_t digits;
+    uint8_t length;
+    unsigned char bytes[4];
+    int32_t low, high;
+};
 struct ParseProgram {
     ProgramHeader header;
     int32_t bytes;   // only numbers, white space and literal text: read_bytes may read it
-    int32_t plain;   // and the numbers are Gregorian days, months, years and times of day (with am/pm)
+    int32_t ops;     // and read_plain too: offset of its PlainOp list (or 0)
     int32_t eras;    // %EC read from the bytes: offset of the EraIndex (or 0)
     int32_t names[2];   // %a %A, %b %B %h read from the bytes: offset of their NameIndex (or 0)
     int32_t steps;
@@ -798,6 +825,12 @@ public:
             names_at[kind] = (end + 7) & ~size_t{7};
             end = names_at[kind] + spellings_[kind].bytes();
         }
+        // Room for the plain operations where the steps may turn out plain.
+        bool plain = h_->time.calendar <= 1;
+        for (int i = 0; i < steps_; ++i)
+            plain &= !(step_[i].kind == ParseStep::kConversion && names_kind(step_[i].conv.c) >= 0);
+        const size_t ops_at = (end + 7) & ~size_t{7};
+        if (plain) end = ops_at + sizeof(PlainOp) * static_cast<size_t>(steps_ + 1);
         auto *block = alloc_array<unsigned char>(end);
         if (block == nullptr) return nullptr;
         auto *p = reinterpret_cast<ParseProgram *>(block);
@@ -808,7 +841,7 @@ public:
         p->steps = steps_;
         p->bytes = (h_->single_byte || (h_->ascii_direct && term_length(h_) == 1)) &&
                    h_->companion_flag[cat_index(NU_CTYPE)] == 0;
-        p->plain = h_->time.calendar <= 1;
+        p->ops = 0;
         p->eras = 0;
         if (era_count > 0 && era_index(*reinterpret_cast<EraIndex *>(block + picks_at)))
             p->eras = static_cast<int32_t>(picks_at);
@@ -817,6 +850,7 @@ public:
             if (names_at[kind] != 0) spellings_[kind].write(block + names_at[kind]);
         }
         const bool ampm = ascii_am_pm(h_->time);
+        bool hour24 = false, hour12 = false, year = false, era = false;
         for (int i = 0; i < steps_; ++i) {
             p->step[i] = step_[i];
             const ParseStep &step = step_[i];
@@ -828,17 +862,21 @@ public:
                 if (!era_year && (step.conv.mod != 0 ||
                                   !(c == 'd' || c == 'e' || c == 'H' || c == 'k' || c == 'I' ||
                                     c == 'l' || c == 'm' || c == 'M' || c == 'S' || c == 'Y')))
-                    p->plain = 0;
+                    plain = false;
+                hour24 |= step.conv.mod == 0 && (c == 'H' || c == 'k');
+                hour12 |= step.conv.mod == 0 && (c == 'I' || c == 'l');
+                year |= step.conv.mod == 0 && c == 'Y';
+                era |= era_year;
             } else if (step.kind == ParseStep::kConversion) {
                 const bool am_pm = (c == 'p' || c == 'P') && step.conv.mod == 0 && ampm;
-                const bool era = c == 'C' && step.conv.mod == 'E' && p->eras != 0;
+                const bool era_name = c == 'C' && step.conv.mod == 'E' && p->eras != 0;
                 const int kind = names_kind(c);
                 const bool name = kind >= 0 && step.conv.mod == 0 && p->names[kind] != 0;
                 const bool zone = c == 'Z' && step.conv.mod == 0;
-                if (!am_pm && !era && !name && !zone &&
+                if (!am_pm && !era_name && !name && !zone &&
                     (step.conv.mod != 0 || (c != 'n' && c != 't')))
                     p->bytes = 0;
-                if (kind >= 0) p->plain = 0;   // the date decides what a name stands for
+                era |= era_name;
             }
             if (step.kind == ParseStep::kNumber && i + 1 < steps_ &&
                 step_[i + 1].kind == ParseStep::kLiteral) {
@@ -854,10 +892,55 @@ public:
                 }
             }
         }
+        // A field read two ways is left to read_bytes, where the later one wins.
+        if (p->bytes != 0 && plain && !(hour24 && hour12) && !(year && era)) {
+            plain_ops(*p, reinterpret_cast<PlainOp *>(block + ops_at));
+            p->ops = static_cast<int32_t>(ops_at);
+        }
         return p;
     }
 
 private:
+    // The steps of a plain program as read_plain reads them.
+    static void plain_ops(const ParseProgram &p, PlainOp *op) {
+        for (int i = 0; i < p.steps; ++i, ++op) {
+            const ParseStep &step = p.step[i];
+            const nu_wchar c = step.conv.c;
+            *op = PlainOp{};
+            if (step.kind == ParseStep::kNumber) {
+                op->slot = c == 'S' ? kSecond : c == 'M' ? kMinute : c == 'H' || c == 'k' ? kHour
+                         : c == 'I' || c == 'l' ? kHour12 : c == 'd' || c == 'e' ? kMday
+                         : c == 'm' ? kMonth : c == 'Y' ? kYear : kEraYear;
+                op->digits = static_cast<uint8_t>(step.field.digits);
+                op->low = step.field.low;
+                op->high = step.field.high;
+                op->length = static_cast<uint8_t>(step.then_length);
+                std::memcpy(op->bytes, step.then_bytes, sizeof op->bytes);
+                op->op = step.field.digits == 2 && step.then_length <= 3
+                             ? static_cast<uint8_t>(PlainOp::kTwoDigits + step.then_length)
+                             : static_cast<uint8_t>(PlainOp::kDigits);
+                if (step.then_length != 0) ++i;   // the literal text it takes
+            } else if (step.kind == ParseStep::kLiteral) {
+                op->op = PlainOp::kExact;
+                op->length = static_cast<uint8_t>(step.length != 0 ? step.length : 1);
+                std::memcpy(op->bytes, step.bytes, sizeof op->bytes);
+                if (step.length == 0) {
+                    op->bytes[0] = static_cast<unsigned char>(ascii_lower(c));
+                    if (c - 'a' < 26u || c - 'A' < 26u) op->op = PlainOp::kLetter;
+                }
+            } else if (step.kind == ParseStep::kConversion && (c | 0x20) == 'p') {
+                op->op = PlainOp::kAmPm;
+            } else if (step.kind == ParseStep::kConversion && c == 'C') {
+                op->op = PlainOp::kEraName;
+            } else if (step.kind == ParseStep::kConversion && c == 'Z') {
+                op->op = PlainOp::kZone;
+            } else {
+                op->op = PlainOp::kBlank;
+            }
+        }
+        *op = PlainOp{};
+    }
+
     // Which names %a %A (0) or %b %B %h (1) read; -1 for other conversions.
     static int names_kind(nu_wchar c) {
         return c == 'a' || c == 'A' ? 0 : c == 'b' || c == 'B' || c == 'h' ? 1 : -1;
@@ -1221,26 +1304,134 @@ const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text
     return reinterpret_cast<const char *>(in);
 }
 
-// What assemble makes of the fields of a plain program (read_bytes read them), straight into
-// the caller's value: false with the error stored when the date does not exist.
-bool deliver_plain(nu_locale_rec *h, const Found &v, nu_time_rec *t) {
-    int64_t full_year = v.year;
-    if (v.want_era && v.era >= 0) {   // the era's name was read: the year counts in it
+// Reads a plain program's text from the bytes as read_bytes does, each number into its slot
+// of f; null where the wide reader must decide.
+const char *read_plain(nu_locale_rec *h, const ParseProgram &p, const char *text, int32_t *f) {
+    const auto *in = reinterpret_cast<const unsigned char *>(text);
+    auto blanks = [&] {
+        while (*in <= ' ' && (*in == ' ' || (*in >= '\t' && *in <= '\r'))) ++in;
+    };
+    auto skip = [&] {   // and what follows is ASCII
+        blanks();
+        return *in < 0x80;
+    };
+    // The first digit of a number, after white space; false when there is none.
+    auto first = [&](unsigned &d) {
+        d = *in - static_cast<unsigned>('0');
+        if (d < 10) return true;
+        if (!skip()) return false;
+        d = *in - static_cast<unsigned>('0');
+        return d < 10;
+    };
+    auto two_digits = [&](const PlainOp &op) {
+        unsigned d;
+        if (!first(d)) return false;
+        int value = static_cast<int>(d);
+        if ((d = in[1] - static_cast<unsigned>('0')) < 10) {
+            value = value * 10 + static_cast<int>(d);
+            ++in;
+        }
+        ++in;
+        if (value < op.low || value > op.high) return false;
+        f[op.slot] = value;
+        return true;
+    };
+    // A mismatch stops the comparison, so nothing past the text's terminator is read.
+    auto exact = [&](const PlainOp &op) {
+        for (int k = 0; k < op.length; ++k)
+            if (in[k] != op.bytes[k]) return false;
+        in += op.length;
+        return true;
+    };
+    const PlainOp *op = reinterpret_cast<const PlainOp *>(reinterpret_cast<const unsigned char *>(&p) + p.ops);
+    for (;; ++op) {
+        switch (op->op) {
+        case PlainOp::kEnd:
+            return reinterpret_cast<const char *>(in);
+        case PlainOp::kTwoDigits:
+            if (!two_digits(*op)) return nullptr;
+            break;
+        case PlainOp::kTwoDigits1:
+            if (!two_digits(*op) || in[0] != op->bytes[0]) return nullptr;
+            in += 1;
+            break;
+        case PlainOp::kTwoDigits2:
+            if (!two_digits(*op) || in[0] != op->bytes[0] || in[1] != op->bytes[1]) return nullptr;
+            in += 2;
+            break;
+        case PlainOp::kTwoDigits3:
+            if (!two_digits(*op) || in[0] != op->bytes[0] || in[1] != op->bytes[1] ||
+                in[2] != op->bytes[2])
+                return nullptr;
+            in += 3;
+            break;
+        case PlainOp::kDigits: {
+            unsigned d;
+            if (!first(d)) return nullptr;
+            int value = static_cast<int>(d);
+            ++in;
+            for (int n = 1; n < op->digits && (d = *in - static_cast<unsigned>('0')) < 10; ++n, ++in)
+                value = value * 10 + static_cast<int>(d);
+            if (value < op->low || value > op->high || !exact(*op)) return nullptr;
+            f[op->slot] = value;
+            break;
+        }
+        case PlainOp::kExact:
+            if (!exact(*op)) return nullptr;
+            break;
+        case PlainOp::kLetter:
+            if ((*in | 0x20u) != op->bytes[0]) return nullptr;
+            ++in;
+            break;
+        case PlainOp::kBlank:
+            if (!skip()) return nullptr;
+            break;
+        case PlainOp::kAmPm: {
+            if (!skip()) return nullptr;
+            const int am = ascii_name(in, h->time.am.mb), pm = ascii_name(in, h->time.pm.mb);
+            if (am < 0 || pm < 0 || am + pm == 0) return nullptr;
+            f[kPm] = am > 0 ? 0 : 1;
+            in += am + pm;
+            break;
+        }
+        case PlainOp::kEraName:
+            blanks();
+            f[kEra] = exact_era(*reinterpret_cast<const EraIndex *>(
+                                    reinterpret_cast<const unsigned char *>(&p) + p.eras),
+                                in);
+            if (f[kEra] < 0) return nullptr;
+            break;
+        case PlainOp::kZone:   // a zone's name
+            if (!skip()) return nullptr;
+            while ((*in | 0x20u) - 'a' < 26u) ++in;
+            break;
+        default:
+            __builtin_unreachable();
+        }
+    }
+}
+
+// What assemble makes of the slots read_plain filled, straight into the caller's value: false
+// with the error stored when the date does not exist.
+bool deliver_plain(nu_locale_rec *h, const int32_t *f, nu_time_rec *t) {
+    int64_t full_year = f[kYear];
+    if (f[kEra] >= 0) {   // the era's name was read: the year counts in it
         // The program that read it made the spans, which last as long as it does.
         const EraSpan *spans = static_cast<const DerivedHead *>(h->time.era_cache)->spans;
-        full_year = full_year_of_era(spans, v.era,
-                                     v.era_year >= 0 ? v.era_year : h->time.eras[v.era].offset);
+        full_year = full_year_of_era(spans, f[kEra],
+                                     f[kEraYear] >= 0 ? f[kEraYear] : h->time.eras[f[kEra]].offset);
     }
     if (full_year < 1 || full_year > 9999) return fail(h, NU_EYEAR), false;
     const int year = static_cast<int>(full_year);
-    if (v.mday > month_length(v.month, year)) return fail(h, NU_EMDAY), false;
-    const DayFacts facts = gregorian_day_facts(year, v.month, v.mday);
+    const int month = f[kMonth] - 1;
+    if (f[kMday] > month_length(month, year)) return fail(h, NU_EMDAY), false;
+    const DayFacts facts = gregorian_day_facts(year, month, f[kMday]);
     t->fraction = 0;
-    t->second = v.second;
-    t->minute = v.minute;
-    t->hour = v.have_hour12 && v.pm == 1 ? v.hour + 12 : v.hour;
-    t->mday = v.mday;
-    t->month = t->month_name = v.month;
+    t->second = f[kSecond];
+    t->minute = f[kMinute];
+    t->hour = f[kHour12] < 0 ? f[kHour] : f[kHour12] % 12 + (f[kPm] == 1 ? 12 : 0);
+    t->mday = f[kMday];
+    t->month = t->month_name = month;
     t->year = year - 1900;
     t->wday = facts.wday;
     t->yday = facts.yday;
@@ -1314,25 +1505,31 @@ namespace {
 
 // A format compiled to be read from the bytes, the text read so; by the wide reader where
 // that cannot decide.
+// Whether the text after `end` decodes: the text is read as a whole string of the code set
+// (the wide reader widens all of it, and reports what does not).
+inline bool rest_decodes(nu_locale_rec *h, const char *end) {
+    if (h->single_byte) return true;
+    for (const auto *p = reinterpret_cast<const unsigned char *>(end); *p != 0;) {
+        const Walk step = walk(h->ctype.class_table, p, 4);
+        if (step.status != 0) return false;
+        p += step.length;
+    }
+    return true;
+}
+
 [[gnu::noinline]] char *parse_bytes(nu_locale_rec *h, const char *text, const char *format,
                                     nu_time_rec *t, const ParseProgram *program) {
+    if (program->ops != 0) {
+        int32_t f[kSlots];
+        std::memcpy(f, kPlainStart, sizeof f);
+        const char *end = read_plain(h, *program, text, f);
+        if (end != nullptr && rest_decodes(h, end))
+            return deliver_plain(h, f, t) ? const_cast<char *>(end) : nullptr;
+        return parse_widened(h, text, format, t, program, true);
+    }
     Found v;
     const char *end = read_bytes(h, *program, text, v);
-    // The text is read as a whole string of the code set: what follows must decode too
-    // (the wide reader widens all of it, and reports what does not).
-    if (end != nullptr && !h->single_byte) {
-        const auto *p = reinterpret_cast<const unsigned char *>(end);
-        while (*p != 0) {
-            const Walk step = walk(h->ctype.class_table, p, 4);
-            if (step.status != 0) {
-                end = nullptr;
-                break;
-            }
-            p += step.length;
-        }
-    }
-    if (end != nullptr && program->plain != 0)
-        return deliver_plain(h, v, t) ? const_cast<char *>(end) : nullptr;
+    if (end != nullptr && !rest_decodes(h, end)) end = nullptr;
     if (end != nullptr) {
         nu_time_rec r{};
         if (assemble(h, v, &r) < 0) return nullptr;
