@@ -205,7 +205,7 @@ const EraSpan *era_spans(nu_locale_rec *h) {
             // of the open ends.
             out[0] = static_cast<int32_t>(
                 std::clamp<int64_t>(int64_t{year} - 1900, INT32_MIN + 1, INT32_MAX - 1));
-            out[1] = month - 1;
+            out[1] = static_cast<int32_t>(std::max<int64_t>(int64_t{month} - 1, INT32_MIN));
             out[2] = day;
         }
     };
