@@ -354,7 +354,6 @@ enum Field : int32_t {
     kLiteral    // not a conversion: literal text
 };
 
-enum : int32_t { kLean = 1, kLeanEra = 2 };
 struct FormatStep {
     int32_t literal;   // bytes of literal text at `at`, or 0: the conversion
     int32_t at;        // offset of the literal bytes from the block's start
@@ -364,11 +363,40 @@ struct FormatStep {
     bool spaced;
     Conv conv;
 };
+// A program whose every step is literal text or a plain field of a Gregorian value is also
+// compiled for the lean writer: one operation a step, with the names it writes copied into the
+// program, each as its bytes and their count.
+struct LeanOp {
+    enum : uint8_t {
+        kEnd,
+        kTwo,        // word `word` of the value + `add` in two digits
+        kHour12,     // the hour on the 12-hour clock in two digits
+        kYear2,      // the year of the century in two digits
+        kNumber,     // word + add in at least `digits` digits
+        kEraYear,    // the year in the era of the date, in at least two digits
+        kEraNameYear,   // the era's name, then its year
+        kBytes,      // literal text: `length` bytes at `at` (from the program)
+        kEraName,    // the name of the era of the date
+        kName,       // name `word` of the value from the list at `at` (`digits` names)
+        kAmPm,       // the am or pm string from the list at `at`
+    };
+    uint8_t op;
+    uint8_t digits;
+    uint8_t spaced;   // a space for a leading zero
+    uint8_t word;
+    int32_t add;
+    int32_t at;
+    int32_t length;
+};
+struct LeanText {
+    int32_t at;       // its bytes' offset from the program
+    int32_t length;
+};
 struct FormatProgram {
     ProgramHeader header;
     uint32_t need;     // what the plain numbers need of the value (Value's bits)
-    int32_t lean;      // kLean: every step is literal text or a plain field of a Gregorian
-                       // value; kLeanEra as well when a field is the era's name or year
+    int32_t lean;      // offset of the lean writer's operations from the program, or 0
+    int32_t era;       // the lean operations write the era's name or year
     int32_t steps;
     FormatStep step[1];
 };
@@ -792,7 +820,26 @@ public:
     FormatProgram *compile(const nu_wchar *format, const void *key, size_t key_bytes) {
         if (!walk(format, 0)) return nullptr;
         const size_t head = offsetof(FormatProgram, step) + sizeof(FormatStep) * (steps_ > 0 ? steps_ : 1);
-        auto *block = alloc_array<unsigned char>(head + key_bytes + pool_);
+        bool lean = ascii_ && h_->time.calendar <= 1, era = false;
+        for (int i = 0; i < steps_; ++i) {
+            if (step_[i].literal != 0) continue;
+            lean = lean && step_[i].field != kNotPlain;
+            era = era || step_[i].field == kEraName || step_[i].field == kEraYear;
+        }
+        // The lean operations, and the name lists they write, follow the literal bytes.
+        auto align = [](size_t n) { return (n + 7) & ~size_t{7}; };
+        size_t end = head + key_bytes + pool_, ops_at = 0, lists_at[kLists] = {};
+        if (lean) {
+            ops_at = align(end);
+            end = ops_at + sizeof(LeanOp) * static_cast<size_t>(steps_ + 1);
+            for (int i = 0; i < steps_; ++i) {
+                const int list = list_of(step_[i].field);
+                if (list < 0 || lists_at[list] != 0) continue;
+                lists_at[list] = align(end);
+                end = lists_at[list] + list_bytes(list);
+            }
+        }
+        auto *block = alloc_array<unsigned char>(end);
         if (block == nullptr) return nullptr;
         auto *p = reinterpret_cast<FormatProgram *>(block);
         p->header.key = block + head;
@@ -802,18 +849,15 @@ public:
         std::memcpy(block + head + key_bytes, pool_bytes_, pool_);
         p->steps = steps_;
         p->need = need_;
-        bool lean = ascii_ && h_->time.calendar <= 1, era = false;
+        p->lean = static_cast<int32_t>(ops_at);
+        p->era = era;
         for (int i = 0; i < steps_; ++i) {
-            FormatStep &step = p->step[i];
-            step = step_[i];
-            if (step.literal != 0) {
-                step.at += static_cast<int32_t>(head + key_bytes);
-            } else {
-                lean = lean && step.field != kNotPlain;
-                era = era || step.field == kEraName || step.field == kEraYear;
-            }
+            p->step[i] = step_[i];
+            if (step_[i].literal != 0) p->step[i].at += static_cast<int32_t>(head + key_bytes);
         }
-        p->lean = lean ? kLean | (era ? kLeanEra : 0) : 0;
+        for (int list = 0; list < kLists; ++list)
+            if (lists_at[list] != 0) write_list(list, block, lists_at[list]);
+        if (lean) lean_ops(*p, reinterpret_cast<LeanOp *>(block + ops_at), lists_at);
         return p;
     }
 
@@ -900,6 +944,90 @@ private:
         return composite_format(h_->time, cv.c, cv.s.modifier);
     }
 
+    // The name lists a lean program writes: days, abbreviated days, months, abbreviated
+    // months, am and pm.
+    static constexpr int kLists = 5;
+    static int list_of(Field field) {
+        switch (field) {
+        case kDayName: return 0;
+        case kDayAbbr: return 1;
+        case kMonthName: return 2;
+        case kMonthAbbr: return 3;
+        case kAmPm: return 4;
+        default: return -1;
+        }
+    }
+    int list_count(int list) const {
+        const int months = h_->time.month_count > 0 ? h_->time.month_count : 12;
+        return list < 2 ? 7 : list < 4 ? std::min(months, kMonthSlots) : 2;
+    }
+    const CatString &list_name(int list, int i) const {
+        const TimeFields &t = h_->time;
+        const CatString *const lists[] = {t.day, t.abday, t.mon, t.abmon};
+        return list < 4 ? lists[list][i] : i == 0 ? t.am : t.pm;
+    }
+    size_t list_bytes(int list) const {
+        size_t n = sizeof(LeanText) * static_cast<size_t>(list_count(list));
+        for (int i = 0; i < list_count(list); ++i) n += std::strlen(mb(list_name(list, i)));
+        return n;
+    }
+    // A list as each name's place and length, then the names' bytes.
+    void write_list(int list, unsigned char *block, size_t at) const {
+        auto *text = reinterpret_cast<LeanText *>(block + at);
+        size_t bytes = at + sizeof(LeanText) * static_cast<size_t>(list_count(list));
+        for (int i = 0; i < list_count(list); ++i) {
+            const char *name = mb(list_name(list, i));
+            const size_t n = std::strlen(name);
+            text[i] = LeanText{static_cast<int32_t>(bytes), static_cast<int32_t>(n)};
+            std::memcpy(block + bytes, name, n);
+            bytes += n;
+        }
+    }
+
+    // The steps of a lean program as the lean writer runs them.
+    void lean_ops(const FormatProgram &p, LeanOp *op, const size_t *lists_at) const {
+        for (int i = 0; i < p.steps; ++i) {
+            const FormatStep &step = p.step[i];
+            LeanOp o{LeanOp::kTwo, static_cast<uint8_t>(step.digits), step.spaced, 0, 0, 0, 0};
+            switch (step.field) {
+            case kLiteral:
+                o.op = LeanOp::kBytes;
+                o.at = step.at;
+                o.length = step.literal;
+                break;
+            case kSecond: o.word = 1; break;
+            case kMinute: o.word = 2; break;
+            case kHour: o.word = 3; break;
+            case kMday: o.word = 4; break;
+            case kMonth: o.word = 5, o.add = 1; break;
+            case kHour12: o.op = LeanOp::kHour12; break;
+            case kYear2: o.op = LeanOp::kYear2; break;
+            case kYear: o.op = LeanOp::kNumber, o.word = 7, o.add = 1900; break;
+            case kYday: o.op = LeanOp::kNumber, o.word = 9, o.add = 1; break;
+            case kEraYear: o.op = LeanOp::kEraYear; break;
+            case kEraName:
+                o.op = LeanOp::kEraName;
+                // The era's year that follows at once goes with it (as in the era formats).
+                if (i + 1 < p.steps && p.step[i + 1].literal == 0 && p.step[i + 1].field == kEraYear) {
+                    o.op = LeanOp::kEraNameYear;
+                    ++i;
+                }
+                break;
+            case kNothing: continue;
+            default: {   // a name
+                const int list = list_of(step.field);
+                o.op = list == 4 ? LeanOp::kAmPm : LeanOp::kName;
+                o.word = list < 2 ? 8 : 5;   // by the day of week, or the month
+                o.digits = static_cast<uint8_t>(list_count(list));
+                o.at = static_cast<int32_t>(lists_at[list]);
+                break;
+            }
+            }
+            *op++ = o;
+        }
+        *op = LeanOp{};
+    }
+
     // A literal character as ByteOut writes it.
     bool literal(nu_wchar c) {
         unsigned char b[4];
@@ -936,116 +1064,6 @@ private:
 
 // The compiled form of a multibyte format, made on first use; null when the format is
 // interpreted instead.
-// A lean program written straight into the caller's buffer (not null, size positive): the
-// byte count, or -1 for anything out of the ordinary (an output overlapping the value, a field
-// out of range, too little room, a date without an era), which the engine then meets again
-// and reports.
-[[gnu::always_inline]] inline int write_lean(nu_locale_rec *h, char *out, int size,
-                                             const FormatProgram &p, const nu_time_rec *t) {
-    // The value is read as the steps go, so the output must not overlap it.
-    const auto *first = reinterpret_cast<const char *>(t);
-    if (out < first + sizeof *t && first < out + size) return -1;
-    const unsigned need = p.need;
-    if (need == Value::kDate) {   // the common case
-        if (check_date(*t) != 0) return -1;
-    } else {
-        if ((need & Value::kTime) != 0 && check_time(*t) != 0) return -1;
-        if ((need & (Value::kDate | Value::kWday | Value::kYday)) != 0) {
-            if (check_date(*t) != 0) return -1;
-            if ((need & Value::kWday) != 0 && static_cast<uint32_t>(t->wday) > 6) return -1;
-            if ((need & Value::kYday) != 0 && static_cast<uint32_t>(t->yday) > 365) return -1;
-        }
-    }
-    const TimeFields &tf = h->time;
-    // The era of the date, found once for all its steps.
-    const unsigned char *era_name = nullptr;
-    long era_bytes = 0;
-    int era_year = 0;
-    if ((p.lean & kLeanEra) != 0) {
-        // The program was found in the per-handle block, which has the spans since it was
-        // compiled (they go with it).
-        const EraSpan *spans = static_cast<const DerivedHead *>(tf.era_cache)->spans;
-        const int era = era_of_date(h, spans, t->year, t->month, t->mday);
-        if (era < 0) return -1;
-        const int64_t y = year_in_era(spans, era, t->year);
-        if (y < 0 || y > 99999) return -1;
-        era_name = reinterpret_cast<const unsigned char *>(spans[era].name);
-        era_bytes = spans[era].name_bytes;
-        era_year = static_cast<int>(y);
-    }
-    // Written at w, up to limit, where the terminator goes at the latest.
-    auto *w = reinterpret_cast<unsigned char *>(out);
-    unsigned char *const limit = w + (size - 1);
-    const auto *base = reinterpret_cast<const unsigned char *>(&p);
-    for (const FormatStep *step = p.step, *end = p.step + p.steps; step != end; ++step) {
-        const unsigned char *b;
-        long k;
-        char digits[kPlainDigits];
-        int value;
-        switch (step->field) {
-        case kLiteral:
-            b = base + step->at;
-            k = step->literal;
-            goto copy;
-        case kMday: value = t->mday; break;
-        case kHour: value = t->hour; break;
-        case kHour12: value = t->hour > 12 ? t->hour - 12 : t->hour == 0 ? 12 : t->hour; break;
-        case kMinute: value = t->minute; break;
-        case kSecond: value = t->second; break;
-        case kMonth: value = t->month + 1; break;
-        case kYear2: value = (t->year % 100 + 100) % 100; break;
-        case kYear: value = t->year + 1900; break;
-        case kYday: value = t->yday + 1; break;
-        case kEraYear: value = era_year; break;
-        case kEraName:
-            b = era_name;
-            k = era_bytes;
-            goto copy;
-        case kDayName:
-            b = reinterpret_cast<const unsigned char *>(mb(tf.day[t->wday]));
-            goto measure;
-        case kDayAbbr:
-            b = reinterpret_cast<const unsigned char *>(mb(tf.abday[t->wday]));
-            goto measure;
-        case kMonthName:
-        case kMonthAbbr: {
-            const int count = tf.month_count > 0 ? tf.month_count : 12;
-            if (t->month >= count || t->month >= kMonthSlots) return -1;
-            b = reinterpret_cast<const unsigned char *>(
-                mb((step->field == kMonthName ? tf.mon : tf.abmon)[t->month]));
-            goto measure;
-        }
-        case kAmPm:
-            b = reinterpret_cast<const unsigned char *>(mb(t->hour > 11 ? tf.pm : tf.am));
-            goto measure;
-        case kNothing: continue;
-        case kNotPlain: return -1;   // not in a lean program
-        default: __builtin_unreachable();
-        }
-        // A plain number: two digits without a call.
-        if (step->digits == 2 && static_cast<unsigned>(value) < 100) {
-            if (limit - w < 2) return -1;
-            std::memcpy(w, kDigitPairs + 2 * value, 2);
-            if (step->spaced && value < 10) *w = ' ';
-            w += 2;
-            continue;
-        } else {
-            const char *d = plain_digits(value, step->digits, step->spaced, digits);
-            b = reinterpret_cast<const unsigned char *>(d);
-            k = digits + kPlainDigits - d;
-            goto copy;
-        }
-    measure:
-        k = static_cast<long>(std::strlen(reinterpret_cast<const char *>(b)));
-    copy:
-        if (k > limit - w) return -1;
-        copy_short(w, b, k);
-        w += k;
-    }
-    *w = 0;
-    return static_cast<int>(w - reinterpret_cast<unsigned char *>(out));
-}
-
 // Compiles a format met for the first time, and keeps it; null when it is interpreted.
 [[gnu::noinline]] const FormatProgram *compile_format(nu_locale_rec *h, const char *format) {
     if (term_length(h) > 1) return nullptr;
@@ -1060,7 +1078,7 @@ private:
         return nullptr;
     }
     // A lean program that writes eras finds the spans made: they last as long as it does.
-    if ((p->lean & kLeanEra) != 0 && era_spans(h) == nullptr) p->lean = 0;
+    if (p->era != 0 && era_spans(h) == nullptr) p->lean = 0;
     h->error = error;
     return p;
 }
@@ -1095,13 +1113,141 @@ private:
     return ::format(h, o, wide_format.get(), t);
 }
 
-// A lean program's output, or the engine's where the program cannot write it; out is not null
-// and size positive.
+// Up to 16 bytes without a call, more 16 at a time.
+inline void copy_bytes(unsigned char *to, const unsigned char *from, long k) {
+    for (; k > 16; k -= 16, to += 16, from += 16) std::memcpy(to, from, 16);
+    if (k >= 8) {
+        std::memcpy(to, from, 8);
+        std::memcpy(to + k - 8, from + k - 8, 8);
+    } else if (k >= 4) {
+        std::memcpy(to, from, 4);
+        std::memcpy(to + k - 4, from + k - 4, 4);
+    } else if (k >= 2) {
+        std::memcpy(to, from, 2);
+        std::memcpy(to + k - 2, from + k - 2, 2);
+    } else if (k == 1) {
+        *to = *from;
+    }
+}
+
+// Word i of a time value.
+inline int32_t word(const nu_time_rec *t, int i) {
+    int32_t v;
+    std::memcpy(&v, reinterpret_cast<const char *>(t) + sizeof v * static_cast<size_t>(i), sizeof v);
+    return v;
+}
+
+// A lean program written straight into the caller's buffer (not null, size positive); the
+// engine writes it instead where anything is out of the ordinary (an output overlapping the
+// value, a field out of range, too little room, a date without an era), and reports it.
 [[gnu::noinline]] int format_lean(nu_locale_rec *h, char *out, int size, const char *format,
                                   const nu_time_rec *t, const FormatProgram *p) {
-    const int n = write_lean(h, out, size, *p, t);
-    if (n >= 0) return n;
-    return format_bytes(h, out, size, format, t, p);
+    auto engine = [&] { return format_bytes(h, out, size, format, t, p); };
+    // The value is read as the steps go, so the output must not overlap it.
+    const auto *first = reinterpret_cast<const char *>(t);
+    if (out < first + sizeof *t && first < out + size) return engine();
+    const unsigned need = p->need;
+    if (need == Value::kDate) {   // the common case
+        if (check_date(*t) != 0) return engine();
+    } else {
+        if ((need & Value::kTime) != 0 && check_time(*t) != 0) return engine();
+        if ((need & (Value::kDate | Value::kWday | Value::kYday)) != 0) {
+            if (check_date(*t) != 0) return engine();
+            if ((need & Value::kWday) != 0 && static_cast<uint32_t>(t->wday) > 6) return engine();
+            if ((need & Value::kYday) != 0 && static_cast<uint32_t>(t->yday) > 365) return engine();
+        }
+    }
+    // The era of the date, found once for all its steps.
+    const unsigned char *era_name = nullptr;
+    long era_bytes = 0;
+    int era_year = 0;
+    if (p->era != 0) {
+        // The program was found in the per-handle block, which has the spans since it was
+        // compiled (they go with it).
+        const EraSpan *spans = static_cast<const DerivedHead *>(h->time.era_cache)->spans;
+        const int era = era_of_date(h, spans, t->year, t->month, t->mday);
+        if (era < 0) return engine();
+        const int64_t y = year_in_era(spans, era, t->year);
+        if (y < 0 || y > 99999) return engine();
+        era_name = reinterpret_cast<const unsigned char *>(spans[era].name);
+        era_bytes = spans[era].name_bytes;
+        era_year = static_cast<int>(y);
+    }
+    // Written at w, up to limit, where the terminator goes at the latest.
+    auto *w = reinterpret_cast<unsigned char *>(out);
+    unsigned char *const limit = w + (size - 1);
+    const auto *base = reinterpret_cast<const unsigned char *>(p);
+    char digits[kPlainDigits];
+    for (const auto *op = reinterpret_cast<const LeanOp *>(base + p->lean);; ++op) {
+        const unsigned char *b;
+        long k;
+        int value;
+        switch (op->op) {
+        case LeanOp::kEnd:
+            *w = 0;
+            return static_cast<int>(w - reinterpret_cast<unsigned char *>(out));
+        case LeanOp::kTwo:
+            value = word(t, op->word) + op->add;
+            break;
+        case LeanOp::kHour12:
+            value = t->hour > 12 ? t->hour - 12 : t->hour == 0 ? 12 : t->hour;
+            break;
+        case LeanOp::kYear2:
+            value = (t->year % 100 + 100) % 100;
+            break;
+        case LeanOp::kEraNameYear:
+            if (era_bytes > limit - w) return engine();
+            copy_bytes(w, era_name, era_bytes);
+            w += era_bytes;
+            [[fallthrough]];
+        case LeanOp::kEraYear:
+            value = era_year;
+            if (value < 100) break;
+            goto number;
+        case LeanOp::kNumber:
+            value = word(t, op->word) + op->add;
+            goto number;
+        case LeanOp::kBytes:
+            b = base + op->at;
+            k = op->length;
+            goto copy;
+        case LeanOp::kEraName:
+            b = era_name;
+            k = era_bytes;
+            goto copy;
+        case LeanOp::kName:
+        case LeanOp::kAmPm: {
+            const unsigned i = op->op == LeanOp::kAmPm ? t->hour > 11 : static_cast<unsigned>(word(t, op->word));
+            if (i >= op->digits) return engine();
+            const LeanText &name = reinterpret_cast<const LeanText *>(base + op->at)[i];
+            b = base + name.at;
+            k = name.length;
+            goto copy;
+        }
+        default:
+            __builtin_unreachable();
+        }
+        // Two digits.
+        if (static_cast<unsigned>(value) > 99 || limit - w < 2) return engine();
+        std::memcpy(w, kDigitPairs + 2 * value, 2);
+        if (op->spaced != 0 && value < 10) *w = ' ';
+        w += 2;
+        continue;
+    number:
+        if (value >= 1000 && value <= 9999) {   // four digits: a year
+            if (limit - w < 4) return engine();
+            std::memcpy(w, kDigitPairs + 2 * (value / 100), 2);
+            std::memcpy(w + 2, kDigitPairs + 2 * (value % 100), 2);
+            w += 4;
+            continue;
+        }
+        b = reinterpret_cast<const unsigned char *>(plain_digits(value, op->digits, op->spaced != 0, digits));
+        k = digits + kPlainDigits - reinterpret_cast<const char *>(b);
+    copy:
+        if (k > limit - w) return engine();
+        copy_bytes(w, b, k);
+        w += k;
+    }
 }
 
 } // namespace

@@ -260,6 +260,18 @@ inline bool same_format(const ProgramHeader *p, const unsigned char *f) {
     const ptrdiff_t n = p->key_bytes;   // at least 1
     const unsigned char *k = p->key + n;
     f += n;
+    // A key of up to eight bytes without a loop, from its first byte (byte n - c at case c).
+    switch (n) {
+    case 8: if (f[-8] != k[-8]) return false; [[fallthrough]];
+    case 7: if (f[-7] != k[-7]) return false; [[fallthrough]];
+    case 6: if (f[-6] != k[-6]) return false; [[fallthrough]];
+    case 5: if (f[-5] != k[-5]) return false; [[fallthrough]];
+    case 4: if (f[-4] != k[-4]) return false; [[fallthrough]];
+    case 3: if (f[-3] != k[-3]) return false; [[fallthrough]];
+    case 2: if (f[-2] != k[-2]) return false; [[fallthrough]];
+    case 1: return f[-1] == k[-1] && *f == 0;
+    default: break;
+    }
     ptrdiff_t i = -n;
     do {
         if (f[i] != k[i]) return false;
