@@ -248,8 +248,10 @@ struct NameIndex {
 // A compiled format whose numbers are Gregorian days, months, years and times of day (with
 // am/pm or an era), each field read at most one way, read from the bytes by read_plain: one
 // operation a step, each number stored in its slot as read.
-enum PlainSlot : uint8_t { kSecond, kMinute, kHour, kHour12, kMday, kMonth, kYear, kEraYear, kPm, kEra, kSlots };
-constexpr int32_t kPlainStart[kSlots] = {0, 0, 0, -1, 1, 1, 1900, -1, -1, -1};
+// (The value's neighbouring words are not neighbouring slots: each is then read as stored,
+// never two stores at once.)
+enum PlainSlot : uint8_t { kMinute, kSecond, kHour12, kHour, kMonth, kMday, kYear, kEraYear, kPm, kEra, kSlots };
+constexpr int32_t kPlainStart[kSlots] = {0, 0, -1, 0, 1, 1, 1900, -1, -1, -1};
 struct PlainOp {
     enum : uint8_t {
         kEnd,
