@@ -82,22 +82,21 @@ private:
     int64_t n_ = 0;
 };
 
-// A few bytes copied without a call: the pieces of a date are short.
-// Two fixed-size moves that overlap in the middle cover any length from n to 2n.
-inline void copy_short(unsigned char *to, const unsigned char *from, long k) {
-    if (k >= 8 && k <= 16) {
+// Bytes copied without a call: the pieces of a date are short. Two fixed-size moves that
+// overlap in the middle cover any length from n to 2n; longer runs go 16 bytes at a time.
+inline void copy_bytes(unsigned char *to, const unsigned char *from, long k) {
+    for (; k > 16; k -= 16, to += 16, from += 16) std::memcpy(to, from, 16);
+    if (k >= 8) {
         std::memcpy(to, from, 8);
         std::memcpy(to + k - 8, from + k - 8, 8);
-    } else if (k >= 4 && k < 8) {
+    } else if (k >= 4) {
         std::memcpy(to, from, 4);
         std::memcpy(to + k - 4, from + k - 4, 4);
-    } else if (k >= 2 && k < 4) {
+    } else if (k >= 2) {
         std::memcpy(to, from, 2);
         std::memcpy(to + k - 2, from + k - 2, 2);
     } else if (k == 1) {
         *to = *from;
-    } else if (k > 16) {
-        std::memcpy(to, from, static_cast<size_t>(k));
     }
 }
 
@@ -177,7 +176,7 @@ public:
     // Bytes of the code set, as a compiled format holds its literal text.
     bool bytes(const unsigned char *b, long k) {
         if (!room(k)) return false;
-        if (out_ != nullptr) copy_short(out_ + n_, b, k);
+        if (out_ != nullptr) copy_bytes(out_ + n_, b, k);
         n_ += k;
         return true;
     }
@@ -1111,23 +1110,6 @@ private:
     if (wide_format.get() == nullptr) return -1;
     ByteOut o(h, size == 0 ? nullptr : out, size);
     return ::format(h, o, wide_format.get(), t);
-}
-
-// Up to 16 bytes without a call, more 16 at a time.
-inline void copy_bytes(unsigned char *to, const unsigned char *from, long k) {
-    for (; k > 16; k -= 16, to += 16, from += 16) std::memcpy(to, from, 16);
-    if (k >= 8) {
-        std::memcpy(to, from, 8);
-        std::memcpy(to + k - 8, from + k - 8, 8);
-    } else if (k >= 4) {
-        std::memcpy(to, from, 4);
-        std::memcpy(to + k - 4, from + k - 4, 4);
-    } else if (k >= 2) {
-        std::memcpy(to, from, 2);
-        std::memcpy(to + k - 2, from + k - 2, 2);
-    } else if (k == 1) {
-        *to = *from;
-    }
 }
 
 // Word i of a time value.

@@ -1219,16 +1219,22 @@ inline const ByteName *byte_name(nu_locale_rec *h, const NameIndex &index,
     return best;
 }
 
+// Past the ASCII white space at in.
+inline void skip_blanks(const unsigned char *&in) {
+    while (*in <= ' ' && (*in == ' ' || (*in >= '\t' && *in <= '\r'))) ++in;
+}
+// And whether what follows is ASCII (a character beyond it may be white space the wide reader
+// skips).
+inline bool skip_to_ascii(const unsigned char *&in) {
+    skip_blanks(in);
+    return *in < 0x80;
+}
+
 const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text, Found &v) {
     const auto *in = reinterpret_cast<const unsigned char *>(text);
     const TimeFields &t = h->time;
-    auto blanks = [&] {
-        while (*in <= ' ' && (*in == ' ' || (*in >= '\t' && *in <= '\r'))) ++in;
-    };
-    auto skip = [&] {   // and what follows is ASCII
-        blanks();
-        return *in < 0x80;
-    };
+    auto blanks = [&] { skip_blanks(in); };
+    auto skip = [&] { return skip_to_ascii(in); };
     for (const ParseStep *step = p.step, *last = p.step + p.steps; step < last; ++step) {
         if (step->kind == ParseStep::kNumber) {
             unsigned d = *in - static_cast<unsigned>('0');
@@ -1310,13 +1316,8 @@ const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text
 // of f; null where the wide reader must decide.
 const char *read_plain(nu_locale_rec *h, const ParseProgram &p, const char *text, int32_t *f) {
     const auto *in = reinterpret_cast<const unsigned char *>(text);
-    auto blanks = [&] {
-        while (*in <= ' ' && (*in == ' ' || (*in >= '\t' && *in <= '\r'))) ++in;
-    };
-    auto skip = [&] {   // and what follows is ASCII
-        blanks();
-        return *in < 0x80;
-    };
+    auto blanks = [&] { skip_blanks(in); };
+    auto skip = [&] { return skip_to_ascii(in); };
     // The first digit of a number, after white space; false when there is none.
     auto first = [&](unsigned &d) {
         d = *in - static_cast<unsigned>('0');
