@@ -1230,32 +1230,62 @@ inline bool skip_to_ascii(const unsigned char *&in) {
     return *in < 0x80;
 }
 
+// The number of at most `digits` digits at in, white space before it passed; -1 when none is
+// there.
+[[gnu::always_inline]] inline int read_number(const unsigned char *&in, int digits) {
+    unsigned d = *in - static_cast<unsigned>('0');
+    if (d >= 10) {
+        if (!skip_to_ascii(in)) return -1;
+        d = *in - static_cast<unsigned>('0');
+        if (d >= 10) return -1;
+    }
+    int value = static_cast<int>(d);
+    ++in;
+    if (digits == 2) {   // most fields: the second digit without a loop
+        if ((d = *in - static_cast<unsigned>('0')) < 10) {
+            value = value * 10 + static_cast<int>(d);
+            ++in;
+        }
+    } else {
+        for (int n = 1; n < digits && (d = *in - static_cast<unsigned>('0')) < 10; ++n, ++in)
+            value = value * 10 + static_cast<int>(d);
+    }
+    return value;
+}
+
+// The am (0) or pm (1) string at in, white space before it passed; -1 when neither is there
+// or the wide reader must decide.
+inline int read_am_pm(const TimeFields &t, const unsigned char *&in) {
+    if (!skip_to_ascii(in)) return -1;
+    const int am = ascii_name(in, t.am.mb), pm = ascii_name(in, t.pm.mb);
+    if (am < 0 || pm < 0 || am + pm == 0) return -1;
+    in += am + pm;
+    return am > 0 ? 0 : 1;
+}
+
+// The era whose name a compiled format reads at in, white space before it passed; -1 when
+// none is there.
+inline int read_era(const ParseProgram &p, const unsigned char *&in) {
+    skip_blanks(in);
+    return exact_era(*reinterpret_cast<const EraIndex *>(reinterpret_cast<const unsigned char *>(&p) + p.eras), in);
+}
+
+// Past a zone's name at in (letters, accepted and left aside); false when the wide reader
+// must decide.
+inline bool skip_zone(const unsigned char *&in) {
+    if (!skip_to_ascii(in)) return false;
+    while ((*in | 0x20u) - 'a' < 26u) ++in;
+    return true;
+}
+
 const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text, Found &v) {
     const auto *in = reinterpret_cast<const unsigned char *>(text);
     const TimeFields &t = h->time;
-    auto blanks = [&] { skip_blanks(in); };
-    auto skip = [&] { return skip_to_ascii(in); };
     for (const ParseStep *step = p.step, *last = p.step + p.steps; step < last; ++step) {
         if (step->kind == ParseStep::kNumber) {
-            unsigned d = *in - static_cast<unsigned>('0');
-            if (d >= 10) {
-                if (!skip()) return nullptr;
-                d = *in - static_cast<unsigned>('0');
-                if (d >= 10) return nullptr;
-            }
             const NumberField &field = step->field;
-            int value = static_cast<int>(d);
-            ++in;
-            if (field.digits == 2) {   // most fields: the second digit without a loop
-                if ((d = *in - static_cast<unsigned>('0')) < 10) {
-                    value = value * 10 + static_cast<int>(d);
-                    ++in;
-                }
-            } else {
-                for (int n = 1; n < field.digits && (d = *in - static_cast<unsigned>('0')) < 10; ++n, ++in)
-                    value = value * 10 + static_cast<int>(d);
-            }
-            if (value < field.low || value > field.high) return nullptr;
+            const int value = read_number(in, field.digits);
+            if (value < field.low || value > field.high) return nullptr;   // none: -1
             store_number(v, step->conv.c, step->conv.mod, t, value);
             if (step->then_length != 0) {   // the literal text of the next step
                 if (!same_bytes(in, step->then_bytes, step->then_length)) return nullptr;
@@ -1272,25 +1302,15 @@ const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text
                 in += step->length;
             }
         } else if (step->kind == ParseStep::kConversion && (step->conv.c | 0x20) == 'p') {
-            if (!skip()) return nullptr;
-            const int am = ascii_name(in, t.am.mb), pm = ascii_name(in, t.pm.mb);
-            if (am < 0 || pm < 0 || am + pm == 0) return nullptr;
-            v.pm = am > 0 ? 0 : 1;
-            in += am + pm;
+            if ((v.pm = read_am_pm(t, in)) < 0) return nullptr;
         } else if (step->kind == ParseStep::kConversion && step->conv.c == 'C') {   // %EC
-            blanks();
-            const int era = exact_era(*reinterpret_cast<const EraIndex *>(
-                                          reinterpret_cast<const unsigned char *>(&p) + p.eras),
-                                      in);
-            if (era < 0) return nullptr;
-            v.era = era;
+            if ((v.era = read_era(p, in)) < 0) return nullptr;
             v.want_era = true;
-        } else if (step->kind == ParseStep::kConversion && step->conv.c == 'Z') {   // a zone's name
-            if (!skip()) return nullptr;
-            while ((*in | 0x20u) - 'a' < 26u) ++in;
+        } else if (step->kind == ParseStep::kConversion && step->conv.c == 'Z') {
+            if (!skip_zone(in)) return nullptr;
         } else if (step->kind == ParseStep::kConversion && step->conv.c != 'n' &&
                    step->conv.c != 't') {   // a day's or month's name
-            if (!skip()) return nullptr;
+            if (!skip_to_ascii(in)) return nullptr;
             const bool day = step->conv.c == 'a' || step->conv.c == 'A';
             const ByteName *e = byte_name(h, *reinterpret_cast<const NameIndex *>(
                                               reinterpret_cast<const unsigned char *>(&p) + p.names[day ? 0 : 1]),
@@ -1305,7 +1325,7 @@ const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text
                 v.have_month = true;
                 v.gregorian = false;
             }
-        } else if (!skip()) {   // white space, %n, %t
+        } else if (!skip_to_ascii(in)) {   // white space, %n, %t
             return nullptr;
         }
     }
@@ -1316,26 +1336,9 @@ const char *read_bytes(nu_locale_rec *h, const ParseProgram &p, const char *text
 // of f; null where the wide reader must decide.
 const char *read_plain(nu_locale_rec *h, const ParseProgram &p, const char *text, int32_t *f) {
     const auto *in = reinterpret_cast<const unsigned char *>(text);
-    auto blanks = [&] { skip_blanks(in); };
-    auto skip = [&] { return skip_to_ascii(in); };
-    // The first digit of a number, after white space; false when there is none.
-    auto first = [&](unsigned &d) {
-        d = *in - static_cast<unsigned>('0');
-        if (d < 10) return true;
-        if (!skip()) return false;
-        d = *in - static_cast<unsigned>('0');
-        return d < 10;
-    };
     auto two_digits = [&](const PlainOp &op) {
-        unsigned d;
-        if (!first(d)) return false;
-        int value = static_cast<int>(d);
-        if ((d = in[1] - static_cast<unsigned>('0')) < 10) {
-            value = value * 10 + static_cast<int>(d);
-            ++in;
-        }
-        ++in;
-        if (value < op.low || value > op.high) return false;
+        const int value = read_number(in, 2);
+        if (value < op.low || value > op.high) return false;   // none: -1
         f[op.slot] = value;
         return true;
     };
@@ -1369,12 +1372,7 @@ const char *read_plain(nu_locale_rec *h, const ParseProgram &p, const char *text
             in += 3;
             break;
         case PlainOp::kDigits: {
-            unsigned d;
-            if (!first(d)) return nullptr;
-            int value = static_cast<int>(d);
-            ++in;
-            for (int n = 1; n < op->digits && (d = *in - static_cast<unsigned>('0')) < 10; ++n, ++in)
-                value = value * 10 + static_cast<int>(d);
+            const int value = read_number(in, op->digits);
             if (value < op->low || value > op->high || !exact(*op)) return nullptr;
             f[op->slot] = value;
             break;
@@ -1387,26 +1385,16 @@ const char *read_plain(nu_locale_rec *h, const ParseProgram &p, const char *text
             ++in;
             break;
         case PlainOp::kBlank:
-            if (!skip()) return nullptr;
+            if (!skip_to_ascii(in)) return nullptr;
             break;
-        case PlainOp::kAmPm: {
-            if (!skip()) return nullptr;
-            const int am = ascii_name(in, h->time.am.mb), pm = ascii_name(in, h->time.pm.mb);
-            if (am < 0 || pm < 0 || am + pm == 0) return nullptr;
-            f[kPm] = am > 0 ? 0 : 1;
-            in += am + pm;
+        case PlainOp::kAmPm:
+            if ((f[kPm] = read_am_pm(h->time, in)) < 0) return nullptr;
             break;
-        }
         case PlainOp::kEraName:
-            blanks();
-            f[kEra] = exact_era(*reinterpret_cast<const EraIndex *>(
-                                    reinterpret_cast<const unsigned char *>(&p) + p.eras),
-                                in);
-            if (f[kEra] < 0) return nullptr;
+            if ((f[kEra] = read_era(p, in)) < 0) return nullptr;
             break;
-        case PlainOp::kZone:   // a zone's name
-            if (!skip()) return nullptr;
-            while ((*in | 0x20u) - 'a' < 26u) ++in;
+        case PlainOp::kZone:
+            if (!skip_zone(in)) return nullptr;
             break;
         default:
             __builtin_unreachable();
@@ -1506,8 +1494,6 @@ namespace {
 
 namespace {
 
-// A format compiled to be read from the bytes, the text read so; by the wide reader where
-// that cannot decide.
 // Whether the text after `end` decodes: the text is read as a whole string of the code set
 // (the wide reader widens all of it, and reports what does not).
 inline bool rest_decodes(nu_locale_rec *h, const char *end) {
@@ -1520,6 +1506,8 @@ inline bool rest_decodes(nu_locale_rec *h, const char *end) {
     return true;
 }
 
+// A format compiled to be read from the bytes, the text read so; by the wide reader where
+// that cannot decide.
 [[gnu::noinline]] char *parse_bytes(nu_locale_rec *h, const char *text, const char *format,
                                     nu_time_rec *t, const ParseProgram *program) {
     if (program->ops != 0) {
